@@ -1,0 +1,29 @@
+# How every target of this repository is compiled. Included by both projects; sets nothing for their consumers.
+include_guard(GLOBAL)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+# -O2 everywhere: -O3 makes the libraries larger and no turn cheaper.
+set(CMAKE_CXX_FLAGS_RELEASE "-O2" CACHE STRING "Release flags" FORCE)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+# The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths.
+get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
+
+# kai_compile_options(TARGET [STANDARD]): the language standard (20 unless told), the warnings, hidden visibility.
+function(kai_compile_options target)
+  set(standard 20)
+  if(ARGC GREATER 1)
+    set(standard ${ARGV1})
+  endif()
+  set_target_properties(${target} PROPERTIES
+    CXX_STANDARD ${standard}
+    CXX_STANDARD_REQUIRED ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT}/=")
+endfunction()

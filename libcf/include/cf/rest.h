@@ -1,0 +1,253 @@
+#ifndef CF_REST_H
+#define CF_REST_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "cf/export.h"
+#include "cf/json.h"
+
+/// Names and values, in the order in which they are sent.
+using CMRestParams = std::vector<std::pair<std::string, std::string>>;
+
+struct CMRestConnections;
+
+/// A pool of kept-alive connections. The exchanges of one REST session use it again and again, so that a conversation
+/// needs one connection and one TLS handshake. A connection is used again only under the TLS settings that it was made
+/// with.
+///
+/// Used from one thread at a time. Destroying it closes its connections. A host may derive from it.
+class CF_EXPORT ICSHTTPPoolCenter {
+public:
+    ICSHTTPPoolCenter();
+    virtual ~ICSHTTPPoolCenter();
+    ICSHTTPPoolCenter(const ICSHTTPPoolCenter&) = delete;
+    ICSHTTPPoolCenter& operator=(const ICSHTTPPoolCenter&) = delete;
+
+private:
+    friend struct CMRestConnections;
+    std::unique_ptr<CMRestConnections> m_connections;
+};
+
+/// A new, empty pool. The caller owns it; handed to an assistant it is the assistant's.
+[[nodiscard]] CF_EXPORT ICSHTTPPoolCenter* cfCreateHTTPPoolCenter();
+
+/// What is told of an exchange when it ends. It never holds a header, a body or a credential.
+struct CMRestTraceRecord {
+    std::string method;                     ///< "GET", "POST" or "DELETE"
+    std::string url;                        ///< every query value and any user information replaced by "***"
+    std::int32_t status = 0;                ///< HTTP status; 0: no response came, or the exchange was refused
+    std::int32_t resultCode = 0;            ///< 0: success; otherwise a code of the error-text service
+    std::size_t requestBytes = 0;           ///< bytes of the request's body
+    std::size_t responseBytes = 0;          ///< bytes of the response's body, after decompression
+    std::chrono::microseconds duration{0};  ///< from the start of the exchange to its end
+    bool connectionReused = false;          ///< whether a pooled connection carried it
+};
+
+/// The User-Agent that libcf sends unless told otherwise: "libcf/" and its version.
+[[nodiscard]] CF_EXPORT std::string cfObtainDefaultUserAgent();
+
+/// Settings of every exchange. A copyable value; a default-constructed one is right for most hosts.
+struct CMRestGlobalSettings {
+    /// Time to connect, TLS included; 0: no limit.
+    std::chrono::milliseconds connectTimeout{std::chrono::seconds{15}};
+    /// Time for the whole exchange; 0: no limit.
+    std::chrono::milliseconds requestTimeout{std::chrono::minutes{10}};
+    /// Proxy for every request; empty: none. No environment variable is read.
+    std::string proxyURL{};
+    /// PEM file of trusted certificates; empty: the system's store.
+    std::string caBundleFile{};
+    /// Whether certificate and host name are checked.
+    bool verifyPeer = true;
+    /// Value of the User-Agent header; empty: no such header is sent.
+    std::string userAgent = cfObtainDefaultUserAgent();
+    /// A longer body (after decompression) fails the exchange. Bytes.
+    std::size_t maxResponseBytes = std::size_t{64} * 1024 * 1024;
+    /// Asked at least ten times a second while an exchange waits; true fails the exchange at once. Called on the
+    /// thread of the exchange.
+    std::function<bool()> cancelled{};
+    /// Told of each exchange when it ends, on the thread of the exchange.
+    std::function<void(const CMRestTraceRecord&)> trace{};
+};
+
+/// What a conversation's requests share: the credential, the headers sent with every request, and the pool.
+///
+/// Read by every exchange that runs with it; changed by one thread while no exchange runs.
+class CF_EXPORT CMRestSession {
+public:
+    CMRestSession();
+    virtual ~CMRestSession();
+    CMRestSession(const CMRestSession&) = delete;
+    CMRestSession& operator=(const CMRestSession&) = delete;
+
+    /// Sets the value of the Authorization header; empty (as at first): no such header is sent.
+    void setAuthorizationHeaderValue(std::string value);
+    /// Adds a header to every request of the session.
+    void addHeaderParam(std::string name, std::string value);
+    /// Sets the pool; null (as at first): every exchange makes a connection of its own. Borrowed: it must live while
+    /// exchanges run, not while the session is destroyed.
+    void setPoolCenter(ICSHTTPPoolCenter* poolCenter) noexcept;
+
+    [[nodiscard]] const std::string& obtainAuthorizationHeaderValue() const noexcept;
+    [[nodiscard]] const CMRestParams& obtainHeaderParams() const noexcept;
+    [[nodiscard]] ICSHTTPPoolCenter* obtainPoolCenter() const noexcept;
+
+private:
+    std::string m_authorizationHeaderValue;
+    CMRestParams m_headerParams;
+    ICSHTTPPoolCenter* m_poolCenter = nullptr;
+};
+
+/// What the three request classes share. A request describes an exchange; running it changes nothing in it.
+class CF_EXPORT CMRestRequest {
+public:
+    /// The mark by which the creator of a request labels it; carried along, never sent.
+    std::uint32_t m_requestMark = 0;
+
+    virtual ~CMRestRequest();
+    CMRestRequest(const CMRestRequest&) = delete;
+    CMRestRequest& operator=(const CMRestRequest&) = delete;
+
+    /// Sets the full URL, scheme ("http" or "https") included. It is sent as it is.
+    void setURL(std::string url);
+    /// Adds headers behind those of the session.
+    virtual void addHeaderParams(CMRestParams params);
+
+    [[nodiscard]] const std::string& obtainURL() const noexcept;
+    [[nodiscard]] const CMRestParams& obtainQueryParams() const noexcept;
+    [[nodiscard]] const CMRestParams& obtainHeaderParams() const noexcept;
+
+protected:
+    CMRestRequest();
+
+    CMRestParams m_queryParams;
+
+private:
+    std::string m_url;
+    CMRestParams m_headerParams;
+};
+
+/// A GET request.
+class CF_EXPORT CMRestGetRequest : public CMRestRequest {
+public:
+    CMRestGetRequest();
+    ~CMRestGetRequest() override;
+    /// Adds query parameters; names and values are percent-encoded outside A-Z a-z 0-9 - . _ ~ when sent.
+    void addQueryParams(CMRestParams params);
+};
+
+/// A POST request, with or without a JSON body.
+class CF_EXPORT CMRestPostRequest : public CMRestRequest {
+public:
+    CMRestPostRequest();
+    ~CMRestPostRequest() override;
+    /// Adds query parameters; names and values are percent-encoded outside A-Z a-z 0-9 - . _ ~ when sent.
+    void addQueryParams(CMRestParams params);
+    /// Sets the body to the value's JSON text, written now: no reference is kept. A null pointer removes the body.
+    void updateJson(const ICOJsonValue* body);
+
+    /// The body's text, or null when the request has no body.
+    [[nodiscard]] const std::string* obtainBody() const noexcept;
+
+private:
+    std::string m_body;
+    bool m_hasBody = false;
+};
+
+/// A DELETE request.
+class CF_EXPORT CMRestDeleteRequest : public CMRestRequest {
+public:
+    CMRestDeleteRequest();
+    ~CMRestDeleteRequest() override;
+};
+
+/// A response that arrived whole. Owned by whoever received it; one thread at a time.
+class CF_EXPORT CMRestResourceResponse {
+public:
+    CMRestResourceResponse(std::int32_t status, std::string body);
+    virtual ~CMRestResourceResponse();
+    CMRestResourceResponse(const CMRestResourceResponse&) = delete;
+    CMRestResourceResponse& operator=(const CMRestResourceResponse&) = delete;
+
+    /// The HTTP status, 100 to 999.
+    [[nodiscard]] std::int32_t obtainStatus() const noexcept;
+    /// The body as JSON, whatever its content type says; null when it is not valid JSON. Read at the first call and
+    /// kept as long as the response.
+    [[nodiscard]] COJson* getJson();
+    /// The body as it came (after decompression), valid as long as the response.
+    [[nodiscard]] const std::string& getBufferString() const noexcept;
+
+private:
+    std::int32_t m_status;
+    std::string m_body;
+    std::unique_ptr<COJson> m_json;
+    bool m_isJsonRead = false;
+};
+
+/// Runs requests: one client per exchange. One thread at a time.
+class CF_EXPORT ICSRestClient {
+public:
+    virtual ~ICSRestClient();
+
+    /// Runs a request and blocks until its exchange ends.
+    /// @param request   the request, unchanged
+    /// @param response  receives a new response owned by the caller, or null when none arrived whole
+    /// @return 0 when a response arrived whole with a status of 200 to 299; otherwise a code that the error-text
+    ///         service describes: the status of the response, or one below 100 when there is no response
+    /// Throws what the host's callbacks and allocation throw; nothing leaks then and `response` is null.
+    virtual std::int32_t runGet(const CMRestGetRequest& request, CMRestResourceResponse*& response) = 0;
+    virtual std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) = 0;
+    virtual std::int32_t runDelete(const CMRestDeleteRequest& request, CMRestResourceResponse*& response) = 0;
+};
+
+class ICSAppFactory;
+
+/// Makes REST clients.
+class CF_EXPORT ICSRestService {
+public:
+    virtual ~ICSRestService();
+
+    /// A new client, owned by the caller.
+    /// @param factory   the application factory
+    /// @param settings  copied: a later change does not reach an exchange that runs
+    /// @param session   borrowed for the client's life; null: no credential, no session headers, no pool
+    [[nodiscard]] virtual ICSRestClient* createRestClient(ICSAppFactory* factory, const CMRestGlobalSettings& settings,
+                                                          CMRestSession* session) = 0;
+};
+
+/// What a result code means.
+struct CMErrorRecord {
+    std::int32_t code = 0;
+    std::string message;  ///< one line for a person, in English; empty for code 0
+};
+
+/// Tells what result codes mean. Any thread.
+class CF_EXPORT ICSErrorTextService {
+public:
+    virtual ~ICSErrorTextService();
+    [[nodiscard]] virtual CMErrorRecord describe(std::int32_t resultCode) = 0;
+};
+
+/// Gives the services of the library; they live as long as the process. Any thread.
+class CF_EXPORT ICSAppFactory {
+public:
+    virtual ~ICSAppFactory();
+    [[nodiscard]] virtual ICSRestService* obtainRestService() = 0;
+    [[nodiscard]] virtual ICSErrorTextService* obtainErrorTextService() = 0;
+};
+
+namespace CF {
+
+/// The application factory of the process; never null, not owned by the caller.
+[[nodiscard]] CF_EXPORT ICSAppFactory* obtainAppFactory();
+
+}  // namespace CF
+
+#endif
