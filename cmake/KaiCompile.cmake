@@ -9,6 +9,8 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2" CACHE STRING "Release flags" FORCE)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 
+option(KAI_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for this repository's own builds)" OFF)
+
 # The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths.
 get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 
@@ -25,5 +27,6 @@ function(kai_compile_options target)
     VISIBILITY_INLINES_HIDDEN ON)
   target_compile_options(${target} PRIVATE
     -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    $<$<BOOL:${KAI_WARNINGS_AS_ERRORS}>:-Werror>
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT}/=")
 endfunction()

@@ -1,0 +1,143 @@
+# shellcheck shell=bash
+# What the scripts beside this file share. Sourced, not run:
+#
+#   . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
+#
+# It stops the script at the first failing command with a line that says what was being done, goes to the repository's
+# root, and answers --help with the comment at the head of the calling script.
+
+set -euo pipefail
+shopt -s inherit_errexit
+
+KAI_ROOT=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
+readonly KAI_ROOT
+cd -- "$KAI_ROOT"
+
+# A line for the person who watches: what happens now, or what happened.
+say() {
+    kai_step=$*
+    printf '== %s\n' "$*"
+}
+
+# The last line of a script that failed. A script with an EXIT trap of its own calls this in it.
+report_failure() {
+    local status=$?
+    if [[ $status -ne 0 && $status -ne 2 ]]; then
+        printf '== %s: FAILED (exit status %s) at: %s\n' "scripts/$(basename -- "$0")" "$status" "$kai_step"
+    fi
+    return "$status"
+}
+kai_step="the start"
+trap report_failure EXIT
+
+# Ends the script with a reason.
+die() {
+    printf '%s: %s\n' "$(basename -- "$0")" "$*" >&2
+    exit 1
+}
+
+# Ends the script when it was called in a way it does not know.
+refuse_argument() {
+    printf '%s: unknown argument: %s (--help tells what there is)\n' "$(basename -- "$0")" "$1" >&2
+    exit 2
+}
+
+# Prints the comment at the head of the calling script.
+show_help() {
+    sed -n -e '1d' -e '/^#/!q' -e 's/^# \{0,1\}//p' "$0"
+}
+
+# Prints "package<TAB>reason" for each line of scripts/packages.list that belongs to one of the named groups.
+list_packages() {
+    local group
+    for group in "$@"; do
+        awk -v group="$group" '
+            $1 == group { reason = $0; sub(/^[^ ]+ +[^ ]+ +/, "", reason); print $2 "\t" reason; found = 1 }
+            END { exit !found }
+        ' "$KAI_ROOT/scripts/packages.list" || die "no such package group: $group"
+    done
+}
+
+is_package_installed() {
+    [[ $(dpkg-query --show --showformat='${db:Status-Status}' "$1" 2>/dev/null) == installed ]]
+}
+
+# Runs apt-get as root, directly or through sudo.
+run_apt_get() {
+    local -a command=(env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 "$@")
+    if [[ $(id -u) -ne 0 ]]; then
+        command=(sudo "${command[@]}")
+    fi
+    "${command[@]}" </dev/null
+}
+
+# install_packages GROUP...: installs what is missing of the groups of scripts/packages.list, saying what and why.
+# Where all is there it does nothing and says nothing.
+install_packages() {
+    local table package reason
+    local -a missing=() reasons=()
+    table=$(list_packages "$@")
+    if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
+        say "no apt-get here: nothing is installed; needed are (Debian's names): $(cut -f1 <<<"$table" | paste -sd' ')"
+        return
+    fi
+    while IFS=$'\t' read -r package reason; do
+        if ! is_package_installed "$package"; then
+            missing+=("$package")
+            reasons+=("$reason")
+        fi
+    done <<<"$table"
+    if [[ ${#missing[@]} -eq 0 ]]; then
+        return
+    fi
+
+    say "installing with apt-get what is missing:"
+    local i
+    for i in "${!missing[@]}"; do
+        printf '   %-24s %s\n' "${missing[i]}" "${reasons[i]}"
+    done
+    if [[ $(id -u) -ne 0 ]] && ! command -v sudo >/dev/null; then
+        die "installing needs root and there is no sudo; as root: apt-get install ${missing[*]}"
+    fi
+    run_apt_get -qq update
+    run_apt_get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends "${missing[@]}"
+}
+
+# Lets the compiler's results be kept across builds where ccache is there. Nothing depends on it.
+use_ccache() {
+    if [[ -z ${CMAKE_CXX_COMPILER_LAUNCHER:-} ]] && command -v ccache >/dev/null; then
+        export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+        export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$KAI_ROOT} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+    fi
+}
+
+# configure_preset PRESET [CMAKE_ARGUMENT...]: configures build/PRESET.
+configure_preset() {
+    use_ccache
+    say "configuring the preset $1"
+    cmake --preset "$@"
+}
+
+# build_preset PRESET [TARGET...]: builds in build/PRESET, everything unless targets are named.
+build_preset() {
+    local preset=$1
+    shift
+    say "building the preset $preset"
+    cmake --build --preset "$preset" --parallel "$(nproc)" ${1:+--target "$@"}
+}
+
+# test_preset PRESET [CTEST_ARGUMENT...]: runs the tests of build/PRESET, as many at a time as there are cores.
+test_preset() {
+    local preset=$1
+    shift
+    say "running the tests of the preset $preset"
+    ctest --preset "$preset" --parallel "$(nproc)" --no-tests=error "$@"
+}
+
+for argument in "$@"; do
+    if [[ $argument == --help || $argument == -h ]]; then
+        show_help
+        exit 0
+    fi
+done
+unset argument
