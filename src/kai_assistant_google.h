@@ -1,0 +1,16 @@
+#ifndef KAI_ASSISTANT_GOOGLE_H
+#define KAI_ASSISTANT_GOOGLE_H
+
+#include "kai_assistant_chat.h"
+
+/// An assistant of the Google Generative Language API (Gemini): one "generateContent" call a turn.
+class KAIAssistant_GOOGLE : public KAIAssistantChat {
+public:
+    KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
+                        const std::string& apiKey);
+};
+
+/// The service's differences from other chat-completion providers.
+const KAIChatProtocol& obtainGoogleProtocol();
+
+#endif

@@ -1,0 +1,39 @@
+#include "kai_chat_turn.h"
+
+namespace {
+
+void writeChatMessage(COJsonWriter& writer, std::string_view role, std::string_view content) {
+    writer.beginObject();
+    writer.writeMember("role", role);
+    writer.writeMember("content", content);
+    writer.endObject();
+}
+
+}  // namespace
+
+void KAIChatBody::writeJson(COJsonWriter& writer) const {
+    constexpr std::size_t BYTES_AROUND_THE_TEXTS = 512;
+    const std::size_t newTexts = m_turn.instructions.size() + m_turn.text.size();
+    // One buffer for the whole body: growing it on the way would copy the conversation again.
+    writer.reserve(estimateHistory(m_turn.history) + newTexts + newTexts / 32 + BYTES_AROUND_THE_TEXTS);
+    m_write(writer, m_turn);
+}
+
+void writeChatMessages(COJsonWriter& writer, const KAIChatTurn& turn) {
+    writer.writeKey("messages");
+    writer.beginArray();
+    if (!turn.instructions.empty()) {
+        writeChatMessage(writer, "system", turn.instructions);
+    }
+    for (const std::unique_ptr<IKAIMessage>& message : turn.history) {
+        const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
+        writeChatMessage(writer, isAssistant ? "assistant" : "user", obtainFirstText(*message));
+    }
+    writeChatMessage(writer, "user", turn.text);
+    writer.endArray();
+}
+
+void writeTemperature(COJsonWriter& writer, const KAIChatTurn& turn) {
+    writer.writeKey("temperature");
+    writer.writeDouble(turn.settings.temperature);
+}

@@ -1,0 +1,318 @@
+#include "kai_database_structure.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+bool isStringOrMissing(const COJsonValue& value) {
+    return value.isString() || !value.getIsValidJson();
+}
+
+bool isArrayOrMissing(const COJsonValue& value) {
+    return value.isArray() || !value.getIsValidJson();
+}
+
+void appendName(std::string& text, std::string_view name) {
+    text += '`';
+    text += name;
+    text += '`';
+}
+
+bool appendNames(std::string& text, const COJsonValue& names) {
+    for (const COJsonValue name : names.obtainItems()) {
+        if (!name.isString()) {
+            return false;
+        }
+        appendName(text, name.obtainString());
+    }
+    return true;
+}
+
+bool isEmptyArray(const COJsonValue& array) {
+    const COJsonItems items = array.obtainItems();
+    return !(items.begin() != items.end());
+}
+
+bool appendFields(std::string& text, const COJsonValue& fields) {
+    bool isFirst = true;
+    for (const COJsonValue field : fields.obtainItems()) {
+        const COJsonValue name = field.obtainMember("name");
+        const COJsonValue type = field.obtainMember("type");
+        if (!name.isString() || !type.isString()) {
+            return false;
+        }
+        text += isFirst ? "`" : ", `";
+        text += name.obtainString();
+        text += "` ";
+        text += type.obtainString();
+        isFirst = false;
+    }
+    return true;
+}
+
+bool appendPrimaryKey(std::string& text, const COJsonValue& keys) {
+    if (isEmptyArray(keys)) {
+        return true;
+    }
+    text += ", PRIMARY KEY(";
+    if (!appendNames(text, keys)) {
+        return false;
+    }
+    text += ')';
+    return true;
+}
+
+bool appendForeignKey(std::string& text, const COJsonValue& key) {
+    const COJsonValue fields = key.obtainMember("fields");
+    const COJsonValue schema = key.obtainMember("ref_schema");
+    const COJsonValue table = key.obtainMember("ref_table");
+    const COJsonValue refFields = key.obtainMember("ref_fields");
+    if (!fields.isArray() || !isStringOrMissing(schema) || !table.isString() || !refFields.isArray()) {
+        return false;
+    }
+    if (isEmptyArray(fields) || isEmptyArray(refFields)) {
+        return true;
+    }
+    text += ", FOREIGN KEY(";
+    if (!appendNames(text, fields)) {
+        return false;
+    }
+    text += ") REFERENCES ";
+    if (schema.isString()) {
+        appendName(text, schema.obtainString());
+        text += '.';
+    }
+    appendName(text, table.obtainString());
+    text += '(';
+    if (!appendNames(text, refFields)) {
+        return false;
+    }
+    text += ')';
+    return true;
+}
+
+bool appendForeignKeys(std::string& text, const COJsonValue& keys) {
+    for (const COJsonValue key : keys.obtainItems()) {
+        if (!appendForeignKey(text, key)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool appendWellFormedStatement(std::string& text, std::string_view qualifier, std::string_view kind,
+                               const COJsonValue& description) {
+    const COJsonValue name = description.obtainMember("name");
+    const COJsonValue fields = description.obtainMember("fields");
+    const COJsonValue primaryKey = description.obtainMember("pkeys");
+    const COJsonValue foreignKeys = description.obtainMember("fkeys");
+    if (!name.isString() || !fields.isArray() || !isArrayOrMissing(primaryKey) || !isArrayOrMissing(foreignKeys)) {
+        return false;
+    }
+    text += "CREATE ";
+    text += kind;
+    text += ' ';
+    if (!qualifier.empty()) {
+        appendName(text, qualifier);
+        text += '.';
+    }
+    appendName(text, name.obtainString());
+    text += " (";
+    if (!isEmptyArray(fields)) {
+        if (!appendFields(text, fields) || !appendPrimaryKey(text, primaryKey) ||
+            !appendForeignKeys(text, foreignKeys)) {
+            return false;
+        }
+    }
+    text += ')';
+    return true;
+}
+
+struct Catalog {
+    COJsonValue id;
+    COJsonValue name;
+    COJsonValue schemas;
+
+    [[nodiscard]] bool hasName() const { return !name.obtainString().empty(); }
+};
+
+struct Schema {
+    COJsonValue id;
+    COJsonValue name;
+    COJsonValue tables;
+    COJsonValue views;
+    COJsonValue materializedViews;
+};
+
+template <class Visitor>
+void visitCatalogs(const COJsonValue& root, KAIMalformedReporter reportMalformed, Visitor visit) {
+    for (const COJsonValue item : root.obtainItems()) {
+        const Catalog catalog{item.obtainMember("catalog_id"), item.obtainMember("catalog_name"),
+                              item.obtainMember("schemas")};
+        if (isStringOrMissing(catalog.id) && isStringOrMissing(catalog.name) && catalog.schemas.isArray()) {
+            visit(catalog);
+        } else {
+            reportMalformed();
+        }
+    }
+}
+
+template <class Visitor>
+void visitSchemas(const Catalog& catalog, KAIMalformedReporter reportMalformed, Visitor visit) {
+    for (const COJsonValue item : catalog.schemas.obtainItems()) {
+        const Schema schema{item.obtainMember("schema_id"), item.obtainMember("schema_name"),
+                            item.obtainMember("tables"), item.obtainMember("views"), item.obtainMember("mviews")};
+        if (item.isObject() && isStringOrMissing(schema.id) && isStringOrMissing(schema.name) &&
+            isArrayOrMissing(schema.tables) && isArrayOrMissing(schema.views) &&
+            isArrayOrMissing(schema.materializedViews)) {
+            visit(schema);
+        } else {
+            reportMalformed();
+        }
+    }
+}
+
+/// Calls visit(kind, description) for each object of the schema: tables, then views, then materialized views.
+template <class Visitor>
+void visitDescriptions(const Schema& schema, Visitor visit) {
+    for (const COJsonValue description : schema.tables.obtainItems()) {
+        visit("TABLE", description);
+    }
+    for (const COJsonValue description : schema.views.obtainItems()) {
+        visit("VIEW", description);
+    }
+    for (const COJsonValue description : schema.materializedViews.obtainItems()) {
+        visit("MATERIALIZED VIEW", description);
+    }
+}
+
+void appendCatalogLine(std::string& text, const Catalog& catalog) {
+    text += "USE CATALOG ";
+    appendName(text, catalog.name.obtainString());
+}
+
+void addStringIfPresent(CMVariantMap& map, const char* key, const COJsonValue& value) {
+    if (value.isString()) {
+        map.emplace(key, std::string(value.obtainString()));
+    }
+}
+
+CMVariantMap readSchema(const Schema& schema, KAIMalformedReporter reportMalformed) {
+    CMVariantMap map;
+    addStringIfPresent(map, "schema_id", schema.id);
+    addStringIfPresent(map, "schema_name", schema.name);
+    CMVariantList instructions;
+    visitDescriptions(schema, [&](std::string_view kind, const COJsonValue& description) {
+        std::string statement;
+        appendCreateStatement(statement, schema.name.obtainString(), kind, description, reportMalformed);
+        instructions.emplace_back(std::move(statement));
+    });
+    map.emplace("instructions", std::move(instructions));
+    return map;
+}
+
+CMVariantMap readCatalog(const Catalog& catalog, KAIMalformedReporter reportMalformed) {
+    CMVariantMap map;
+    addStringIfPresent(map, "catalog_id", catalog.id);
+    addStringIfPresent(map, "catalog_name", catalog.name);
+    CMVariantList instructions;
+    if (catalog.name.isString()) {
+        std::string line;
+        appendCatalogLine(line, catalog);
+        instructions.emplace_back(std::move(line));
+    }
+    map.emplace("instructions", std::move(instructions));
+    CMVariantList schemas;
+    visitSchemas(catalog, reportMalformed,
+                 [&](const Schema& schema) { schemas.emplace_back(readSchema(schema, reportMalformed)); });
+    map.emplace("schemas", std::move(schemas));
+    return map;
+}
+
+void appendCatalogText(std::string& text, const Catalog& catalog, KAIMalformedReporter reportMalformed) {
+    if (catalog.name.isString()) {
+        appendCatalogLine(text, catalog);
+        text += '\n';
+    }
+    visitSchemas(catalog, reportMalformed, [&](const Schema& schema) {
+        visitDescriptions(schema, [&](std::string_view kind, const COJsonValue& description) {
+            appendCreateStatement(text, schema.name.obtainString(), kind, description, reportMalformed);
+            text += '\n';
+        });
+    });
+}
+
+void setArrayOfOne(COJsonValue value, std::string_view item) {
+    value.setArray();
+    value.addItem().setString(item);
+}
+
+COJsonValue addObjectInArray(COJsonValue array) {
+    array.setArray();
+    COJsonValue object = array.addItem();
+    object.setObject();
+    return object;
+}
+
+void fillTableTemplate(COJsonValue table) {
+    table.addKeyValue("name").setString("");
+    COJsonValue field = addObjectInArray(table.addKeyValue("fields"));
+    field.addKeyValue("name").setString("");
+    field.addKeyValue("type").setString("");
+    setArrayOfOne(table.addKeyValue("pkeys"), "optional");
+    COJsonValue foreignKey = addObjectInArray(table.addKeyValue("fkeys"));
+    setArrayOfOne(foreignKey.addKeyValue("fields"), "");
+    foreignKey.addKeyValue("ref_schema").setString("optional");
+    foreignKey.addKeyValue("ref_table").setString("");
+    setArrayOfOne(foreignKey.addKeyValue("ref_fields"), "");
+}
+
+}  // namespace
+
+COJson buildDatabaseStructureTemplate() {
+    COJson json;
+    COJsonValue catalog = addObjectInArray(json.obtainRoot());
+    catalog.addKeyValue("catalog_id").setString("optional");
+    catalog.addKeyValue("catalog_name").setString("optional");
+    COJsonValue schema = addObjectInArray(catalog.addKeyValue("schemas"));
+    schema.addKeyValue("schema_id").setString("optional");
+    schema.addKeyValue("schema_name").setString("optional");
+    fillTableTemplate(addObjectInArray(schema.addKeyValue("tables")));
+    // Views have the form of tables: one item that is left unset stands for it.
+    for (const char* key : {"views", "mviews"}) {
+        COJsonValue views = schema.addKeyValue(key);
+        views.setArray();
+        views.addItem();
+    }
+    return json;
+}
+
+CMVariantList readDatabaseStructure(std::string_view json, KAIMalformedReporter reportMalformed) {
+    const COJson document(json);
+    CMVariantList unnamed;
+    CMVariantList named;
+    visitCatalogs(document.obtainRoot(), reportMalformed, [&](const Catalog& catalog) {
+        (catalog.hasName() ? named : unnamed).emplace_back(readCatalog(catalog, reportMalformed));
+    });
+    std::move(named.begin(), named.end(), std::back_inserter(unnamed));
+    return unnamed;
+}
+
+void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMalformedReporter reportMalformed) {
+    const COJson document(json);
+    std::string named;
+    visitCatalogs(document.obtainRoot(), reportMalformed, [&](const Catalog& catalog) {
+        appendCatalogText(catalog.hasName() ? named : text, catalog, reportMalformed);
+    });
+    text += named;
+}
+
+void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
+                           const COJsonValue& description, KAIMalformedReporter reportMalformed) {
+    const std::size_t start = text.size();
+    if (!appendWellFormedStatement(text, qualifier, kind, description)) {
+        reportMalformed();
+        text.resize(start);
+    }
+}

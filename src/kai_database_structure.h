@@ -1,0 +1,35 @@
+#ifndef KAI_DATABASE_STRUCTURE_H
+#define KAI_DATABASE_STRUCTURE_H
+
+#include <string>
+#include <string_view>
+
+#include "cf/json.h"
+#include "cf/variant.h"
+
+/// Turns the JSON description of a database into CREATE statements for the model's instructions.
+///
+/// The description is an array of catalogs with their schemas, and in these tables, views and materialized views;
+/// buildDatabaseStructureTemplate() shows its form. Nothing is cached: every call reads the text anew. What is
+/// malformed is left out, and `reportMalformed` is called once for each such place.
+
+using KAIMalformedReporter = void (*)();
+
+/// The form of a description, as a document: a member whose value is "optional" may be left out.
+COJson buildDatabaseStructureTemplate();
+
+/// The description as a list of catalog maps with generated "instructions": the lines of each catalog and the
+/// statements of each schema. Catalogs without a name come first. Empty for a text that is not a JSON array.
+CMVariantList readDatabaseStructure(std::string_view json, KAIMalformedReporter reportMalformed);
+
+/// Appends all lines of the description, each ended by a line feed, in the order of readDatabaseStructure.
+void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMalformedReporter reportMalformed);
+
+/// Appends the statement of one table or view; nothing when its description is malformed.
+///
+/// Names and types are written as they came. The columns of a key follow one another with no separator between them:
+/// a deliberate saving, and hosts and their prompts count on the exact text.
+void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
+                           const COJsonValue& description, KAIMalformedReporter reportMalformed);
+
+#endif

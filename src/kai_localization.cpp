@@ -1,0 +1,39 @@
+#include "kai_localization.h"
+
+#include <cstring>
+
+#include "kai.h"
+
+namespace {
+
+// A plain global: hosts set it before they use the library, or while no operation runs.
+KAICallback s_hostCallback = nullptr;
+
+}  // namespace
+
+void setHostCallback(KAICallback callback) noexcept {
+    s_hostCallback = callback;
+}
+
+std::string localizeString(const std::string& text) {
+    if (text.empty() || s_hostCallback == nullptr) {
+        return text;
+    }
+    KAICallbackLocalizationInfo info;
+    info.sourceText = text.c_str();
+    s_hostCallback("KAILocalizeString", &info);
+    return info.answerBuffer[0] != '\0' ? std::string(info.answerBuffer) : text;
+}
+
+KAICallbackLocalizationInfo& KAICallbackLocalizationInfo::operator=(const KAICallbackLocalizationInfo& other) {
+    if (this != &other) {
+        sourceText = other.sourceText;
+        std::memcpy(answerBuffer, other.answerBuffer, sizeof answerBuffer);
+    }
+    return *this;
+}
+
+// Moving is copying: the pointer is borrowed and the buffer is the record's own.
+KAICallbackLocalizationInfo& KAICallbackLocalizationInfo::operator=(KAICallbackLocalizationInfo&& other) {
+    return *this = static_cast<const KAICallbackLocalizationInfo&>(other);
+}

@@ -1,0 +1,107 @@
+#include "kai_session_chat.h"
+
+#include <optional>
+
+#include "cf/assertion.h"
+#include "cf/json.h"
+#include "kai_session_settings.h"
+
+namespace {
+
+std::optional<KAIRole> readRole(const COJsonValue& role) {
+    if (role.obtainString() == "user") {
+        return KAI_ROLE_USER;
+    }
+    if (role.obtainString() == "assistant") {
+        return KAI_ROLE_ASSISTANT;
+    }
+    return std::nullopt;
+}
+
+KAIChatHistory readHistory(const COJson& json) {
+    KAIChatHistory history;
+    for (const COJsonValue item : json.obtainMember("messages").obtainItems()) {
+        const std::optional<KAIRole> role = readRole(item.obtainMember("role"));
+        const COJsonValue content = item.obtainMember("content");
+        if (role && content.isString()) {
+            history.push_back(createTextMessage(*role, 0, std::string(content.obtainString())));
+        }
+    }
+    return history;
+}
+
+}  // namespace
+
+KAISessionChat::KAISessionChat(KAIAssistantProperties& properties, KAISourcePlace rolePlace)
+    : m_properties(properties), m_rolePlace(rolePlace) {}
+
+std::string KAISessionChat::serializeSession() {
+    const KAIAssistantSettings& settings = m_properties.obtainSettings();
+    std::string text;
+    COJsonWriter writer(text);
+    writer.reserve(estimateSessionSettings(settings) + estimateHistory(m_history));
+    writer.beginObject();
+    writeSessionSettings(writer, settings);
+    writer.writeKey("messages");
+    writer.beginArray();
+    for (const std::unique_ptr<IKAIMessage>& message : m_history) {
+        writer.beginObject();
+        writer.writeMember("role", obtainRoleWord(*message));
+        writer.writeMember("content", obtainFirstText(*message));
+        writer.endObject();
+    }
+    writer.endArray();
+    writer.endObject();
+    writer.finish();
+    return text;
+}
+
+const char* KAISessionChat::obtainRoleWord(IKAIMessage& message) const {
+    switch (message.obtainRole()) {
+        case KAI_ROLE_USER:
+            return "user";
+        case KAI_ROLE_ASSISTANT:
+            return "assistant";
+        default:
+#ifndef CF_NO_ASSERTIONS
+            cfReportAssertion("false", m_rolePlace.sourceFile, m_rolePlace.line);
+#endif
+            return "";
+    }
+}
+
+bool KAISessionChat::loadSession(const std::string& serializedSession) {
+    const COJson json(serializedSession);
+    if (!json.getIsValidJson()) {
+        return false;
+    }
+    KAIChatHistory history = readHistory(json);
+    KAIAssistantProperties restored(m_properties);
+    readSessionSettings(json, restored);
+    std::swap(m_properties.changeSettings(), restored.changeSettings());
+    m_history = std::move(history);
+    return true;
+}
+
+void KAISessionChat::appendTurn(std::string userText, std::string assistantText) {
+    auto userMessage = createTextMessage(KAI_ROLE_USER, 0, std::move(userText));
+    auto assistantMessage = createTextMessage(KAI_ROLE_ASSISTANT, 0, std::move(assistantText));
+    m_history.reserve(m_history.size() + 2);
+    m_history.push_back(std::move(userMessage));
+    m_history.push_back(std::move(assistantMessage));
+}
+
+void KAISessionChat::appendMessage(std::unique_ptr<IKAIMessage> message) {
+    m_history.push_back(std::move(message));
+}
+
+std::size_t estimateHistory(const KAIChatHistory& history) {
+    constexpr std::size_t BYTES_AROUND_A_TEXT = 48;
+    std::size_t size = 0;
+    for (const std::unique_ptr<IKAIMessage>& message : history) {
+        const std::size_t textSize = obtainFirstText(*message).size();
+        // Line breaks and quotation marks take two bytes: about one byte in thirty-two of a usual text.
+        size += BYTES_AROUND_A_TEXT + textSize + textSize / 32;
+    }
+    return size;
+}

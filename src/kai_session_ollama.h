@@ -1,0 +1,12 @@
+#ifndef KAI_SESSION_OLLAMA_H
+#define KAI_SESSION_OLLAMA_H
+
+#include "kai_session_chat.h"
+
+/// A conversation of a Ollama assistant.
+class KAISession_OLLAMA : public KAISessionChat {
+public:
+    explicit KAISession_OLLAMA(KAIAssistantProperties& properties);
+};
+
+#endif
