@@ -1,0 +1,158 @@
+#ifndef CF_TESTING_LOOPBACK_SERVER_H
+#define CF_TESTING_LOOPBACK_SERVER_H
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+/// Header fields or query parameters: names and values in the order of the wire.
+using LoopbackFields = std::vector<std::pair<std::string, std::string>>;
+
+/// One request as it came in.
+struct LoopbackRequest {
+    std::string method;          ///< as sent
+    std::string target;          ///< as sent: the second word of the request line
+    std::string path;            ///< the target up to its "?", not decoded
+    LoopbackFields queryParams;  ///< decoded, in order; "+" is a blank
+    std::string version;         ///< "HTTP/1.1"
+    LoopbackFields headers;      ///< as sent, in order, blanks around a value removed
+    std::string body;            ///< without its transfer coding
+    std::size_t ordinal = 0;     ///< from 1, in the order in which requests were complete
+    std::size_t connection = 0;  ///< from 1, in the order in which connections were accepted
+    bool isTLS = false;
+
+    /// The first value of a header (whatever the case of its name); null when there is none. Lives as long as this.
+    [[nodiscard]] const std::string* findHeader(std::string_view name) const;
+    /// The first value of a query parameter (exact name); null when there is none. Lives as long as this.
+    [[nodiscard]] const std::string* findQueryParam(std::string_view name) const;
+};
+
+/// How the body of a reply is delimited.
+enum class LoopbackFraming : std::uint8_t { ContentLength, Chunked, UntilClose };
+
+/// What goes wrong with a reply.
+enum class LoopbackFault : std::uint8_t {
+    None,
+    CloseBeforeReply,  ///< an orderly end of the connection, no byte sent
+    ResetBeforeReply,  ///< a TCP reset, no byte sent
+    StallBeforeReply,  ///< nothing is sent until released, then the reply as it is
+    CutInBody,         ///< the connection ends after `faultAt` bytes of the body, without a TLS close
+    ResetInBody,       ///< a TCP reset after `faultAt` bytes of the body
+    StallInBody        ///< nothing more is sent after `faultAt` bytes until released, then the rest
+};
+
+/// What the server answers. A default-constructed one is an empty 200.
+struct LoopbackReply {
+    int status = 200;
+    std::string reason{};  ///< empty: the standard phrase
+    /// Sent in this order before the framing header. A Content-Length given here replaces the server's own.
+    LoopbackFields headers{};
+    std::string body{};
+    LoopbackFraming framing = LoopbackFraming::ContentLength;
+    std::size_t chunkBytes = 1024;  ///< length of a chunk when chunked
+    bool isCompressed = false;      ///< gzip the body and say so
+    /// When present, sent in place of all of the above: what is not HTTP, a 1xx before the reply, odd framings.
+    std::optional<std::string> raw{};
+    /// Sent again and again after the rest, until the client closes or the server stops. Empty: nothing.
+    std::string endless{};
+
+    LoopbackFault fault = LoopbackFault::None;
+    /// Bytes of the body as it stands on the wire (compressed, chunked), or of `raw`; absent: half of it.
+    std::optional<std::size_t> faultAt{};
+    /// A stall ends by itself after this time; 0: only when released, when the client closes, or at the server's stop.
+    std::chrono::milliseconds stallLimit{0};
+    /// The body (or `raw`) goes out in pieces of this many bytes with a pause of `dripInterval` between; 0: at once.
+    std::size_t dripBytes = 0;
+    std::chrono::milliseconds dripInterval{1};
+    /// End the connection after the reply without having announced it. (A "Connection: close" header ends it as well.)
+    bool isClosedAfter = false;
+};
+
+/// The certificate that a server shows.
+enum class LoopbackTLS : std::uint8_t {
+    Off,            ///< plain HTTP
+    Valid,          ///< for 127.0.0.1 and localhost, signed by the server's own CA
+    WrongHostName,  ///< for another host, signed by that CA
+    Expired,        ///< for 127.0.0.1 and localhost, signed by that CA, ended a day ago
+    SelfSigned      ///< for 127.0.0.1 and localhost, signed by nobody but itself; the CA file does not cover it
+};
+
+struct LoopbackOptions {
+    LoopbackTLS tls = LoopbackTLS::Off;
+    /// A client that connects is accepted but gets no byte: neither a TLS handshake nor a reply.
+    bool isSilent = false;
+    /// Requests are kept for requests(). A long-running or measuring server does without; they are counted all the
+    /// same.
+    bool isRecording = true;
+    /// 0: a free port.
+    std::uint16_t port = 0;
+};
+
+/// An HTTP/1.1 server on 127.0.0.1 for tests: it records what it is asked, and misbehaves on demand. It is answered for
+/// by a function of the test, which runs on the connection's own thread: calls overlap when connections do, and the
+/// function guards what it shares. An exception that leaves it is answered with status 500 and its text.
+///
+/// Connections are kept open until the client closes them. All operations may be called from any thread.
+class LoopbackServer {
+public:
+    using Handler = std::function<LoopbackReply(const LoopbackRequest&)>;
+
+    /// Listens at once. Throws std::runtime_error when the port cannot be had or a certificate cannot be made.
+    explicit LoopbackServer(Handler handler, LoopbackOptions options = {});
+    /// Stops.
+    ~LoopbackServer();
+    LoopbackServer(const LoopbackServer&) = delete;
+    LoopbackServer& operator=(const LoopbackServer&) = delete;
+
+    [[nodiscard]] std::uint16_t obtainPort() const;
+    /// "127.0.0.1:PORT", or the given host name with the port ("localhost" is served as well).
+    [[nodiscard]] std::string obtainAuthority(std::string_view hostName = "127.0.0.1") const;
+    /// Scheme, authority and the given path.
+    [[nodiscard]] std::string obtainURL(std::string_view path = "/") const;
+    /// A private file with the CA's certificate (PEM), removed with the server. Empty without TLS.
+    [[nodiscard]] std::string obtainCAFile() const;
+    /// The text of that file. Empty without TLS.
+    [[nodiscard]] std::string obtainCAText() const;
+
+    /// The requests so far, in the order in which they were complete.
+    [[nodiscard]] std::vector<LoopbackRequest> requests() const;
+    [[nodiscard]] std::size_t countRequests() const;
+    /// What came in but was no HTTP request; it was answered with status 400.
+    [[nodiscard]] std::size_t countMalformedRequests() const;
+    [[nodiscard]] std::size_t countConnections() const;
+    /// Connections whose thread still serves them.
+    [[nodiscard]] std::size_t countOpenConnections() const;
+    /// Completed TLS handshakes; those that resumed an earlier session are among them.
+    [[nodiscard]] std::size_t countHandshakes() const;
+    [[nodiscard]] std::size_t countResumedHandshakes() const;
+
+    /// Waits until at least `count` requests are complete. False when `limit` passes first.
+    [[nodiscard]] bool waitForRequests(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds{30});
+    /// Waits until at least `count` connections were accepted. False when `limit` passes first.
+    [[nodiscard]] bool waitForConnections(std::size_t count,
+                                          std::chrono::milliseconds limit = std::chrono::seconds{30});
+    /// Waits until at most `count` connections are open. False when `limit` passes first.
+    [[nodiscard]] bool waitForOpenConnections(std::size_t count,
+                                              std::chrono::milliseconds limit = std::chrono::seconds{30});
+
+    /// Ends the stalls of all requests that are complete by now, also of those that do not stall yet.
+    void releaseStalls();
+    /// Closes every connection that is open now, as a server that has waited long enough does; goes on listening.
+    void closeConnections();
+    /// Closes the port and every connection, whatever they are doing, and waits for the threads. Idempotent. The
+    /// records stay readable.
+    void stop();
+
+private:
+    class Inside;
+    std::unique_ptr<Inside> m_inside;
+};
+
+#endif

@@ -1,0 +1,47 @@
+#ifndef CF_TESTING_PLAIN_CLIENT_H
+#define CF_TESTING_PLAIN_CLIENT_H
+
+#include <curl/curl.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// What came back from one exchange.
+struct PlainResponse {
+    CURLcode code = CURLE_OK;  ///< of the transport; the status is not judged
+    long status = 0;
+    std::string head;  ///< status line and header fields as received
+    std::string body;
+};
+
+struct PlainRequest {
+    std::string method = "GET";
+    std::string url;
+    std::vector<std::string> headers{};  ///< "Name: value"
+    std::string body{};
+};
+
+/// libcurl as it is, for tests of servers: it knows nothing of the library under test. Connections are kept between
+/// the exchanges of one client.
+class PlainClient {
+public:
+    /// `caFile`: the only certificates trusted; empty: the system's.
+    explicit PlainClient(std::string caFile = {});
+
+    [[nodiscard]] PlainResponse send(const PlainRequest& request);
+    /// Time for a whole exchange from now on.
+    void limitTime(std::chrono::milliseconds limit) { m_limit = limit; }
+
+private:
+    struct Deleter {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+    };
+    std::unique_ptr<CURL, Deleter> m_handle;
+    std::string m_caFile;
+    std::chrono::milliseconds m_limit{std::chrono::seconds{30}};
+};
+
+#endif
