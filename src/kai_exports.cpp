@@ -4,6 +4,7 @@
 #include "kai_assistant_deepseek.h"
 #include "kai_assistant_google.h"
 #include "kai_assistant_ollama.h"
+#include "kai_assistant_openai.h"
 #include "kai_http.h"
 #include "kai_localization.h"
 
@@ -12,6 +13,8 @@ IKAIAssistant* KAICreateAssistant(KAIAssistantType type, ICSHTTPPoolCenter* pool
     // Owned from here on, so that a constructor that throws leaks no pool; an unknown type gives it back.
     std::unique_ptr<ICSHTTPPoolCenter> ownedPool(poolCenter);
     switch (type) {
+        case KAIAssistantType::OPENAI:
+            return new KAIAssistant_OPENAI(std::move(ownedPool), host, apiKey);
         case KAIAssistantType::GOOGLE:
             return new KAIAssistant_GOOGLE(std::move(ownedPool), host, apiKey);
         case KAIAssistantType::DEEPSEEK:

@@ -63,9 +63,7 @@ const char* KAISessionChat::obtainRoleWord(IKAIMessage& message) const {
         case KAI_ROLE_ASSISTANT:
             return "assistant";
         default:
-#ifndef CF_NO_ASSERTIONS
-            cfReportAssertion("false", m_rolePlace.sourceFile, m_rolePlace.line);
-#endif
+            CF_ASSERT_AT(false, "false", m_rolePlace.sourceFile, m_rolePlace.line);
             return "";
     }
 }

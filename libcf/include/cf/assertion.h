@@ -22,9 +22,15 @@ CF_EXPORT void cfReportAssertion(const char* condition, const char* sourceFile, 
 
 /// Checks an internal invariant: reports the condition's text and place when it does not hold, then goes on.
 /// Compiled out (the condition is not evaluated) where CF_NO_ASSERTIONS is defined.
+///
+/// CF_ASSERT_AT does the same for a check whose text and place are data.
 #ifdef CF_NO_ASSERTIONS
 #define CF_ASSERT(condition) static_cast<void>(sizeof(!(condition)))
+#define CF_ASSERT_AT(condition, text, sourceFile, line) \
+    static_cast<void>(sizeof(!(condition)) + sizeof(text) + sizeof(sourceFile) + sizeof(line))
 #else
+#define CF_ASSERT_AT(condition, text, sourceFile, line) \
+    ((condition) ? static_cast<void>(0) : cfReportAssertion(text, sourceFile, line))
 #define CF_ASSERT(condition) ((condition) ? static_cast<void>(0) : cfReportAssertion(#condition, __FILE__, __LINE__))
 #endif
 

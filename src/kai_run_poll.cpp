@@ -1,0 +1,89 @@
+#include "kai_run_poll.h"
+
+#include <algorithm>
+#include <thread>
+
+#include "kai_localization.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds FIRST_DELAY{250};
+constexpr milliseconds LONGEST_DELAY{1000};
+constexpr int MOST_ATTEMPTS = 100;
+
+class SystemPollClock : public IKAIPollClock {
+public:
+    std::chrono::steady_clock::time_point obtainNow() override { return std::chrono::steady_clock::now(); }
+    void sleepFor(std::chrono::steady_clock::duration duration) override { std::this_thread::sleep_for(duration); }
+};
+
+void sleepWhole(IKAIPollClock& clock, milliseconds delay) {
+    const auto end = clock.obtainNow() + delay;
+    for (auto now = clock.obtainNow(); now < end; now = clock.obtainNow()) {
+        clock.sleepFor(end - now);
+    }
+}
+
+milliseconds obtainNextDelay(milliseconds delay) {
+    return std::min(LONGEST_DELAY, delay * 13 / 10);
+}
+
+KAIRunState fail(std::string errorText) {
+    return {KAIRunState::Kind::Failed, std::move(errorText)};
+}
+
+KAIRunState readFailure(const COJson& run) {
+    const COJsonValue lastError = run.obtainMember("last_error");
+    const COJsonValue code = lastError.obtainMember("code");
+    const COJsonValue message = lastError.obtainMember("message");
+    if (!code.isString() || !message.isString()) {
+        return fail(localizeString("Unsupported data format") + ": p/v1/threads/id/runs/id");
+    }
+    return fail(std::string(code.obtainString()).append(": ").append(message.obtainString()));
+}
+
+}  // namespace
+
+IKAIPollClock& obtainSystemPollClock() {
+    static SystemPollClock clock;
+    return clock;
+}
+
+KAIRunState readRunState(const COJson& run) {
+    const COJsonValue status = run.obtainMember("status");
+    if (!status.isString()) {
+        return fail(localizeString("Unsupported data format") + ": p/v1/threads/id/runs/id");
+    }
+    const std::string_view word = status.obtainString();
+    if (word == "completed") {
+        return {KAIRunState::Kind::Completed, {}};
+    }
+    if (word == "failed") {
+        return readFailure(run);
+    }
+    if (word == "expired" || word == "incomplete") {
+        return {KAIRunState::Kind::Expired, {}};
+    }
+    return {};
+}
+
+std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>& look) {
+    milliseconds delay = FIRST_DELAY;
+    for (int attempts = 0;; ++attempts) {
+        KAIRunState state = look();
+        if (state.kind == KAIRunState::Kind::Completed) {
+            return {};
+        }
+        if (state.kind == KAIRunState::Kind::Failed) {
+            return std::move(state.errorText);
+        }
+        // A run that expired is reported in the same word as one that was waited for too long.
+        if (attempts > MOST_ATTEMPTS || state.kind == KAIRunState::Kind::Expired) {
+            return localizeString("Timeout");
+        }
+        sleepWhole(clock, delay);
+        delay = obtainNextDelay(delay);
+    }
+}
