@@ -9,6 +9,8 @@
 set -euo pipefail
 shopt -s inherit_errexit
 
+# Before the directory changes: the calling script may have been named by a relative path.
+kai_caller=$(realpath -- "$0")
 KAI_ROOT=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
 readonly KAI_ROOT
 cd -- "$KAI_ROOT"
@@ -22,29 +24,31 @@ say() {
 # The last line of a script that failed. A script with an EXIT trap of its own calls this in it.
 report_failure() {
     local status=$?
-    if [[ $status -ne 0 && $status -ne 2 ]]; then
-        printf '== %s: FAILED (exit status %s) at: %s\n' "scripts/$(basename -- "$0")" "$status" "$kai_step"
+    if [[ $status -ne 0 ]]; then
+        printf '== %s: FAILED (exit status %s) at: %s\n' "$kai_script" "$status" "$kai_step"
     fi
     return "$status"
 }
 kai_step="the start"
+kai_script=$(realpath --relative-to="$KAI_ROOT" -- "$kai_caller")
 trap report_failure EXIT
 
 # Ends the script with a reason.
 die() {
-    printf '%s: %s\n' "$(basename -- "$0")" "$*" >&2
+    printf '%s: %s\n' "$kai_script" "$*" >&2
     exit 1
 }
 
 # Ends the script when it was called in a way it does not know.
 refuse_argument() {
-    printf '%s: unknown argument: %s (--help tells what there is)\n' "$(basename -- "$0")" "$1" >&2
+    printf '%s: unknown argument: %s (--help tells what there is)\n' "$kai_script" "$1" >&2
+    trap - EXIT
     exit 2
 }
 
 # Prints the comment at the head of the calling script.
 show_help() {
-    sed -n -e '1d' -e '/^#/!q' -e 's/^# \{0,1\}//p' "$0"
+    sed -n -e '1d' -e '/^#/!q' -e 's/^# \{0,1\}//p' "$kai_caller"
 }
 
 # Prints "package<TAB>reason" for each line of scripts/packages.list that belongs to one of the named groups.
@@ -101,6 +105,14 @@ install_packages() {
     fi
     run_apt_get -qq update
     run_apt_get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends "${missing[@]}"
+}
+
+# list_files PATTERN...: the repository's files that match (".": all), new ones that are not committed yet included, ended by NUL bytes.
+list_files() {
+    git ls-files -z --cached --others --exclude-standard --deduplicate -- "$@" |
+        while IFS= read -r -d '' file; do
+            [[ ! -f $file ]] || printf '%s\0' "$file"
+        done
 }
 
 # Lets the compiler's results be kept across builds where ccache is there. Nothing depends on it.
