@@ -17,7 +17,7 @@
 /// Names and values, in the order in which they are sent.
 using CMRestParams = std::vector<std::pair<std::string, std::string>>;
 
-struct CMRestConnections;
+class CMRestConnections;
 
 /// A pool of kept-alive connections. The exchanges of one REST session use it again and again, so that a conversation
 /// needs one connection and one TLS handshake. A connection is used again only under the TLS settings that it was made
@@ -32,7 +32,7 @@ public:
     ICSHTTPPoolCenter& operator=(const ICSHTTPPoolCenter&) = delete;
 
 private:
-    friend struct CMRestConnections;
+    friend class CMRestConnections;
     std::unique_ptr<CMRestConnections> m_connections;
 };
 

@@ -1,0 +1,40 @@
+#ifndef CF_SRC_REST_SIGNALS_H
+#define CF_SRC_REST_SIGNALS_H
+
+#include <cerrno>
+#include <csignal>
+#include <ctime>
+
+/// Keeps SIGPIPE from this thread while it lives: whatever writes to a closed connection, the host is not stopped by a
+/// signal and its handler is not called. A SIGPIPE that was pending before stays pending.
+class CMSigpipeGuard {
+public:
+    CMSigpipeGuard() noexcept {
+        sigset_t pending;
+        sigemptyset(&pending);
+        sigpending(&pending);
+        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&m_pipeSignal);
+        sigaddset(&m_pipeSignal, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &m_pipeSignal, &m_formerMask);
+    }
+
+    ~CMSigpipeGuard() {
+        if (!m_wasPending) {
+            constexpr timespec kNoWait{};
+            while (sigtimedwait(&m_pipeSignal, nullptr, &kNoWait) == -1 && errno == EINTR) {
+            }
+        }
+        pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
+    }
+
+    CMSigpipeGuard(const CMSigpipeGuard&) = delete;
+    CMSigpipeGuard& operator=(const CMSigpipeGuard&) = delete;
+
+private:
+    sigset_t m_pipeSignal{};
+    sigset_t m_formerMask{};
+    bool m_wasPending = false;
+};
+
+#endif
