@@ -51,9 +51,19 @@ public:
     void finish();
 
 private:
-    void writeSeparator();
-    char* makeRoom(std::size_t size);
+    friend struct COJsonAccess;
 
+    char* makeRoom(char* out, std::size_t size);
+    char* grow(char* out, std::size_t size);
+    char* appendSeparator(char* out) noexcept;
+    char* appendString(char* out, std::string_view text);
+    char* appendEscaped(char* out, std::string_view text);
+    template <typename Append>
+    void writeValue(std::size_t size, Append append);
+    void writeUnsigned(std::uint64_t number);
+
+    // Where the next character goes, and the end of the room for it; both in the target, which is kept longer than
+    // the text while it is written.
     std::string& m_target;
     char* m_end;
     char* m_limit;
@@ -124,6 +134,7 @@ public:
     // changed; on a handle into a parsed document, or an undefined one, these do nothing and give undefined handles.
 
     /// Makes this value a string, a number, a truth value, null, or an empty array or object; what it held is gone.
+    /// A number that is not finite becomes null.
     void setString(std::string_view text);
     void setDouble(double number);
     void setBoolean(bool value);

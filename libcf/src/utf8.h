@@ -1,0 +1,20 @@
+#ifndef CF_SRC_UTF8_H
+#define CF_SRC_UTF8_H
+
+#include <cstddef>
+#include <string_view>
+
+/// Whether the whole text is well-formed UTF-8.
+[[nodiscard]] bool isValidUTF8(std::string_view text) noexcept;
+
+/// What stands at the start of a text: a well-formed UTF-8 sequence, or the longest start of one that is cut short by
+/// a byte that cannot go on (at least one byte), which stands for one U+FFFD.
+struct UTF8Sequence {
+    std::size_t size;
+    bool isWellFormed;
+};
+
+/// @param text  not empty
+[[nodiscard]] UTF8Sequence measureUTF8Sequence(std::string_view text) noexcept;
+
+#endif
