@@ -1,0 +1,107 @@
+#include "kai_message.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <stdexcept>
+
+namespace {
+
+class CountedSection : public IKAIMessageSection {
+public:
+    explicit CountedSection(int& destroyed) : m_destroyed(destroyed) {}
+    ~CountedSection() override { ++m_destroyed; }
+
+    std::int32_t obtainType() override { return 0; }
+    std::string_view obtainText() override { return "counted"; }
+
+private:
+    int& m_destroyed;
+};
+
+std::int64_t readClock() {
+    using namespace std::chrono;
+    return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
+}
+
+}  // namespace
+
+TEST(KAIMessageTextSection, IsOfTypeZeroAndEmptyWhenBuiltFromAnEmptyString) {
+    KAIMessageTextSection section{std::string()};
+    EXPECT_EQ(section.obtainType(), 0);
+    EXPECT_TRUE(section.obtainText().empty());
+}
+
+TEST(KAIMessageTextSection, GivesItsTextWithTheBytesItWasBuiltFrom) {
+    const std::string text("a\0b\xff\n\xe2\x82\xac", 8);
+    KAIMessageTextSection section(text);
+    EXPECT_EQ(section.obtainType(), 0);
+    EXPECT_EQ(section.obtainText(), text);
+}
+
+TEST(KAIMessage, StartsAsTheAssistantsAtTimeZeroWithoutSections) {
+    KAIMessage message;
+    EXPECT_EQ(message.obtainRole(), 1);
+    EXPECT_EQ(message.obtainTime(), 0);
+    EXPECT_TRUE(message.obtainSections().empty());
+}
+
+TEST(KAIMessage, FreesEachOfItsSectionsExactlyOnce) {
+    int destroyed[3] = {0, 0, 0};
+    auto message = std::make_unique<KAIMessage>();
+    for (int& count : destroyed) {
+        message->obtainSections().push_back(new CountedSection(count));
+    }
+    message->addTextSection("text");
+    IKAIObject* object = message.release();
+    KAIFreeObject(object);
+    for (const int count : destroyed) {
+        EXPECT_EQ(count, 1);
+    }
+}
+
+TEST(KAIMessage, GivesAReferenceToItsOwnSections) {
+    KAIMessage message;
+    message.addTextSection("first");
+    message.addTextSection("second");
+    std::vector<IKAIMessageSection*>& sections = message.obtainSections();
+    ASSERT_EQ(sections.size(), 2U);
+    EXPECT_EQ(sections[0]->obtainText(), "first");
+    EXPECT_EQ(sections[1]->obtainText(), "second");
+    EXPECT_EQ(&sections, &message.obtainSections());
+}
+
+TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
+    constexpr std::int64_t BEYOND_32_BITS = 0x1'0000'0001;
+    const auto message = createTextMessage(KAI_ROLE_USER, BEYOND_32_BITS, "hello");
+    EXPECT_EQ(message->obtainRole(), 0);
+    EXPECT_EQ(message->obtainTime(), BEYOND_32_BITS);
+    ASSERT_EQ(message->obtainSections().size(), 1U);
+    EXPECT_EQ(message->obtainSections().front()->obtainText(), "hello");
+    message->setTime(7);
+    EXPECT_EQ(message->obtainTime(), 7);
+}
+
+TEST(KAIMessage, ThrowsOutOfRangeForTheFirstTextWhereThereIsNoSection) {
+    KAIMessage message;
+    try {
+        obtainFirstText(message);
+        FAIL() << "nothing was thrown";
+    } catch (const std::out_of_range& error) {
+        EXPECT_STREQ(error.what(), "invalid vector subscript");
+    }
+}
+
+TEST(KAIMessage, GivesTheTextOfTheFirstOfSeveralSections) {
+    KAIMessage message;
+    message.addTextSection("first");
+    message.addTextSection("second");
+    EXPECT_EQ(obtainFirstText(message), "first");
+}
+
+TEST(KAIMessage, TakesTheCurrentTimeInWholeSecondsSinceTheEpoch) {
+    const std::int64_t before = readClock();
+    const std::int64_t time = obtainCurrentTime();
+    EXPECT_GE(time, before);
+    EXPECT_LE(time, readClock());
+}

@@ -1,0 +1,125 @@
+#include "kai_session_chat.h"
+
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+
+#include "assertion_recorder.h"
+#include "kai_session_deepseek.h"
+#include "kai_session_google.h"
+#include "kai_session_ollama.h"
+
+namespace {
+
+struct SessionKind {
+    const char* name;
+    std::unique_ptr<KAISessionChat> (*create)(KAIAssistantProperties&);
+    const char* sourceFile;
+};
+
+template <class Session>
+std::unique_ptr<KAISessionChat> createSession(KAIAssistantProperties& properties) {
+    return std::make_unique<Session>(properties);
+}
+
+const SessionKind s_kinds[] = {
+    {"DEEPSEEK", createSession<KAISession_DEEPSEEK>, "src/kai_session_deepseek.cpp"},
+    {"GOOGLE", createSession<KAISession_GOOGLE>, "src/kai_session_google.cpp"},
+    {"OLLAMA", createSession<KAISession_OLLAMA>, "src/kai_session_ollama.cpp"},
+};
+
+class KAISessionChatText : public testing::TestWithParam<SessionKind> {
+protected:
+    KAIAssistantProperties m_properties;
+    std::unique_ptr<KAISessionChat> m_session = GetParam().create(m_properties);
+};
+
+INSTANTIATE_TEST_SUITE_P(Providers, KAISessionChatText, testing::ValuesIn(s_kinds),
+                         [](const auto& kind) { return kind.param.name; });
+
+}  // namespace
+
+TEST_P(KAISessionChatText, OfANewSessionHasAnEmptyHistoryAndNoSystemInstructions) {
+    EXPECT_EQ(m_session->serializeSession(),
+              R"({"api_host":"","model":"","temperature":1,"user_instructions":"","db_structure":"","messages":[]})");
+}
+
+TEST_P(KAISessionChatText, HoldsEveryMemberInOrder) {
+    const AssertionRecorder recorder;
+    m_properties.setProperty("api_host", "example.com");
+    m_properties.setProperty("model", "m");
+    m_properties.setProperty("temperature", "0.2");
+    m_properties.setProperty("user_instructions", "U");
+    m_properties.setProperty("system_instructions", CMVariantMap{{"b", "B"}, {"a", "A"}});
+    m_properties.setProperty("db_structure", R"([ {"schemas":[]} ])");
+    m_session->appendTurn("question", "answer");
+    m_session->appendTurn("", "\"two\"\nlines");
+    EXPECT_EQ(m_session->serializeSession(),
+              R"({"api_host":"example.com","model":"m","temperature":0.2,"user_instructions":"U",)"
+              R"("system_instructions":[{"key":"a","value":"A"},{"key":"b","value":"B"}],)"
+              R"("db_structure":"[ {\"schemas\":[]} ]",)"
+              R"("messages":[{"role":"user","content":"question"},{"role":"assistant","content":"answer"},)"
+              R"({"role":"user","content":""},{"role":"assistant","content":"\"two\"\nlines"}]})");
+}
+
+TEST_P(KAISessionChatText, HoldsTheTemperatureAlsoWhenItWasNeverAssigned) {
+    m_properties.changeSettings().temperature = 0.75;
+    EXPECT_NE(m_session->serializeSession().find(R"("temperature":0.75,)"), std::string::npos);
+}
+
+TEST_P(KAISessionChatText, HoldsTheFirstSectionOfAMessageOfSeveral) {
+    auto message = std::make_unique<KAIMessage>();
+    message->addTextSection("first");
+    message->addTextSection("second");
+    m_session->appendMessage(std::move(message));
+    EXPECT_NE(m_session->serializeSession().find(R"("messages":[{"role":"assistant","content":"first"}])"),
+              std::string::npos);
+}
+
+TEST_P(KAISessionChatText, ReportsAnUnknownRoleAtLine45OfTheSessionsOwnSourceAndWritesItEmpty) {
+    AssertionRecorder recorder;
+    m_session->appendMessage(createTextMessage(7, 0, "x"));
+    m_session->appendMessage(createTextMessage(0, 0, "y"));
+    EXPECT_NE(
+        m_session->serializeSession().find(R"("messages":[{"role":"","content":"x"},{"role":"user","content":"y"}])"),
+        std::string::npos);
+    const std::vector<AssertionReport> reports = recorder.takeReports();
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_EQ(reports[0].condition, "false");
+    EXPECT_EQ(reports[0].sourceFile, GetParam().sourceFile);
+    EXPECT_EQ(reports[0].line, 45);
+}
+
+TEST_P(KAISessionChatText, IsValidJSONWhateverBytesTheTextsHold) {
+    m_properties.setProperty("model", std::string("\0\xff", 2));
+    m_properties.setProperty("user_instructions", "\xed\xa0\x80");
+    m_properties.setProperty("system_instructions", CMVariantMap{{"\xfe", "\xc0\xaf"}});
+    m_session->appendTurn("\x80", std::string("a\0b", 3));
+    const COJson json(m_session->serializeSession());
+    ASSERT_TRUE(json.getIsValidJson());
+    EXPECT_EQ(json.obtainMember("model").obtainString(), std::string_view("\0\xef\xbf\xbd", 4));
+    const COJsonValue answer = *++json.obtainMember("messages").obtainItems().begin();
+    EXPECT_EQ(answer.obtainMember("content").obtainString(), std::string_view("a\0b", 3));
+}
+
+TEST_P(KAISessionChatText, CannotBeMadeOfAMessageWithoutASection) {
+    m_session->appendMessage(std::make_unique<KAIMessage>());
+    EXPECT_THROW(m_session->serializeSession(), std::out_of_range);
+}
+
+TEST_P(KAISessionChatText, KeepsTheTurnsAsEntriesAtTimeZero) {
+    m_session->appendTurn("q", "a");
+    const KAIChatHistory& history = m_session->obtainHistory();
+    ASSERT_EQ(history.size(), 2U);
+    for (std::size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(history[i]->obtainTime(), 0);
+        EXPECT_EQ(history[i]->obtainRole(), static_cast<std::int32_t>(i));
+        EXPECT_EQ(history[i]->obtainSections().size(), 1U);
+    }
+}
+
+TEST_P(KAISessionChatText, LeavesThePropertiesAliveWhenTheSessionIsFreed) {
+    m_properties.setProperty("model", "m");
+    KAIFreeObject(m_session.release());
+    EXPECT_EQ(m_properties.obtainProperty("model").stringValue(), "m");
+}
