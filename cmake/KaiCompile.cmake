@@ -11,11 +11,9 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 
 option(KAI_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for this repository's own builds)" OFF)
 
-# The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths. A compiler cache may
-# hand the compiler paths relative to the build directory, so both forms are cut.
+# The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths. A compiler cache
+# that is told a base directory hands the compiler paths relative to the build directory, so both forms are cut.
 get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
-file(RELATIVE_PATH KAI_RELATIVE_ROOT "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
-# The same as ccache writes it when its base directory is set: relative to the build directory.
 file(RELATIVE_PATH KAI_REPOSITORY_ROOT_FROM_BUILD "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
 
 # kai_compile_options(TARGET [STANDARD]): the language standard (20 unless told), the warnings, hidden visibility.
