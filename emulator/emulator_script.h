@@ -1,0 +1,39 @@
+#ifndef KAI_EMULATOR_SCRIPT_H
+#define KAI_EMULATOR_SCRIPT_H
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "emulator_scenario.h"
+#include "emulator_turn.h"
+
+/// Decides what the model says: what was queued, else what a function says, else what the scenario says.
+class KAIEmulatorScript {
+public:
+    void setModels(std::vector<KAIEmulatedModel> models) { m_scenario.models = std::move(models); }
+    /// Empty: the service offers its own list.
+    [[nodiscard]] const std::vector<KAIEmulatedModel>& obtainModels() const { return m_scenario.models; }
+
+    void queueAnswer(KAIEmulatedAnswer answer) { m_queue.push_back(std::move(answer)); }
+    void answerWith(std::function<KAIEmulatedAnswer(const KAIEmulatedTurn&)> function) {
+        m_function = std::move(function);
+    }
+    void playScenario(KAIScenario scenario) { m_scenario = std::move(scenario); }
+
+    /// Gives the turn its number and its answer.
+    [[nodiscard]] KAIEmulatedAnswer decide(KAIEmulatedTurn turn);
+
+private:
+    std::deque<KAIEmulatedAnswer> m_queue;
+    std::function<KAIEmulatedAnswer(const KAIEmulatedTurn&)> m_function;
+    KAIScenario m_scenario;
+    std::size_t m_turnCount = 0;
+};
+
+#endif

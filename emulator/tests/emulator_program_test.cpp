@@ -1,0 +1,202 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+
+#include "emulator_client.h"
+
+namespace {
+
+using testing::HasSubstr;
+
+class TemporaryFolder {
+public:
+    TemporaryFolder() {
+        std::string name = (std::filesystem::temp_directory_path() / "emulator-test-XXXXXX").string();
+        m_path = ::mkdtemp(name.data());
+    }
+    ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(m_path / name) << text;
+        return m_path / name;
+    }
+    [[nodiscard]] std::string name(const std::string& name) const { return m_path / name; }
+
+private:
+    std::filesystem::path m_path;
+};
+
+std::string readFile(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// A running kai-emulator. Its standard output and error come through one pipe.
+class Program {
+public:
+    explicit Program(std::vector<std::string> arguments) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) {
+            throw std::runtime_error("no pipe");
+        }
+        // Everything is made ready before the fork: another thread may hold the allocator's lock at that moment.
+        std::vector<char*> words{const_cast<char*>(KAI_EMULATOR_PROGRAM)};
+        for (auto& argument : arguments) {
+            words.push_back(argument.data());
+        }
+        words.push_back(nullptr);
+        m_process = fork();
+        if (m_process == 0) {
+            dup2(ends[1], STDOUT_FILENO);
+            dup2(ends[1], STDERR_FILENO);
+            execv(KAI_EMULATOR_PROGRAM, words.data());
+            _exit(127);
+        }
+        ::close(ends[1]);
+        m_output = ends[0];
+    }
+    ~Program() {
+        if (m_process > 0) {
+            kill(m_process, SIGKILL);
+            waitpid(m_process, nullptr, 0);
+        }
+        ::close(m_output);
+    }
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+
+    // Up to the next line's end; less at the end of the output.
+    std::string readLine() {
+        std::string line;
+        char letter = 0;
+        while (::read(m_output, &letter, 1) == 1 && letter != '\n') {
+            line.push_back(letter);
+        }
+        return line;
+    }
+    int end(int signal) {
+        kill(m_process, signal);
+        return waitForExit();
+    }
+    int waitForExit() {
+        int status = 0;
+        waitpid(std::exchange(m_process, -1), &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+private:
+    pid_t m_process = -1;
+    int m_output = -1;
+};
+
+std::string failToStart(const std::vector<std::string>& arguments) {
+    Program program(arguments);
+    const std::string line = program.readLine();
+    EXPECT_EQ(program.waitForExit(), 2) << line;
+    return line;
+}
+
+}  // namespace
+
+TEST(EmulatorProgram, TellsItsAddressServesAndEndsOnASignal) {
+    const TemporaryFolder folder;
+    const auto scenario = folder.write("s.json", R"({"rules": [{"answer": "SELECT 1;"}]})");
+    const auto caFile = folder.name("ca.pem");
+    const auto readyFile = folder.name("ready.json");
+    for (const int signal : {SIGTERM, SIGINT}) {
+        Program program(
+            {"--scenario", scenario, "--ca-file", caFile, "--ready-file", readyFile, "--path-prefix", "/v1"});
+        const std::string line = program.readLine();
+        EXPECT_EQ(readFile(readyFile), line + "\n");
+        const auto ready = KAIEmulatorJson::parse(line);
+        EXPECT_EQ(ready.at("provider"), "deepseek");
+        EXPECT_EQ(ready.at("scheme"), "https");
+        EXPECT_EQ(ready.at("ca_file"), caFile);
+        EXPECT_EQ(ready.at("host"), "127.0.0.1:" + ready.at("port").dump() + "/v1");
+        PlainClient client(caFile);
+        const auto response =
+            client.send({.method = "POST",
+                         .url = "https://" + ready.at("host").get<std::string>() + "/chat/completions",
+                         .headers = {"Content-Type: application/json", "Authorization: Bearer k"},
+                         .body = R"({"model":"deepseek-chat","messages":[{"role":"user","content":"x"}]})"});
+        EXPECT_EQ(response.status, 200);
+        EXPECT_THAT(response.body, HasSubstr("SELECT 1;"));
+        EXPECT_EQ(program.end(signal), 0);
+    }
+}
+
+TEST(EmulatorProgram, EndsWhileAReplyStalls) {
+    const TemporaryFolder folder;
+    const auto scenario =
+        folder.write("s.json", R"({"rules": [{"answer": "x", "delivery": {"fault": "stall_before_reply"}}]})");
+    Program program({"--scenario", scenario, "--plain", "--log"});
+    const auto ready = KAIEmulatorJson::parse(program.readLine());
+    EXPECT_EQ(ready.at("scheme"), "http");
+    EXPECT_EQ(ready.at("ca_file"), nullptr);
+    auto response = std::async(std::launch::async, [&] {
+        return PlainClient().send({.method = "POST",
+                                   .url = "http://" + ready.at("host").get<std::string>() + "/chat/completions",
+                                   .headers = {"Content-Type: application/json", "Authorization: Bearer k"},
+                                   .body = R"({"model":"deepseek-chat","messages":[{"role":"user","content":"x"}]})"});
+    });
+    EXPECT_EQ(program.readLine(), "POST /chat/completions 200");
+    EXPECT_EQ(program.end(SIGTERM), 0);
+    EXPECT_NE(response.get().code, CURLE_OK);
+}
+
+TEST(EmulatorProgram, DemandsTheKeyOfAFileOrAVariable) {
+    const TemporaryFolder folder;
+    const auto keyFile = folder.write("key", "from-file\n");
+    setenv("EMULATOR_TEST_KEY", "from-variable", 1);
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"--plain", "--log", "--key-file", keyFile}, "from-file"},
+        {{"--plain", "--log", "--key-env", "EMULATOR_TEST_KEY"}, "from-variable"}};
+    for (const auto& [arguments, key] : cases) {
+        Program program(arguments);
+        const auto ready = program.readLine();
+        EXPECT_THAT(ready, testing::Not(HasSubstr(key)));
+        const std::string url = "http://" + KAIEmulatorJson::parse(ready).at("host").get<std::string>() + "/models";
+        PlainClient client;
+        EXPECT_EQ(client.send({.url = url, .headers = {"Authorization: Bearer " + key}}).status, 200);
+        EXPECT_EQ(client.send({.url = url, .headers = {"Authorization: Bearer other"}}).status, 401);
+        EXPECT_EQ(program.readLine(), "GET /models 200");
+        EXPECT_EQ(program.readLine(), "GET /models 401");
+        EXPECT_EQ(program.end(SIGTERM), 0);
+    }
+}
+
+TEST(EmulatorProgram, SaysInOneLineWhyItDoesNotStart) {
+    const TemporaryFolder folder;
+    const auto broken = folder.write("broken.json", "{\"rules\": [1]}");
+    const auto other = folder.write("other.json", "{\"provider\": \"google\"}");
+    EXPECT_EQ(failToStart({"--scenario", broken}), "kai-emulator: " + broken + ": rules[0]: must be an object");
+    EXPECT_EQ(failToStart({"--scenario", other}),
+              "kai-emulator: " + other + ": written for provider \"google\"; " + "start with --provider google");
+    EXPECT_EQ(failToStart({"--scenario", "/nonexistent"}),
+              "kai-emulator: /nonexistent: cannot be read; check the name and its permissions");
+    EXPECT_THAT(failToStart({"--nonsense"}), HasSubstr("--nonsense"));
+    EXPECT_THAT(failToStart({"--provider", "nobody"}), HasSubstr("nobody"));
+    EXPECT_THAT(failToStart({"--tls", "--plain"}), HasSubstr("excludes"));
+    EXPECT_THAT(failToStart({"--key-env", "EMULATOR_TEST_NO_SUCH"}), HasSubstr("EMULATOR_TEST_NO_SUCH holds no key"));
+    EXPECT_THAT(failToStart({"--key-file", "/nonexistent"}), HasSubstr("no key there"));
+    EXPECT_THAT(failToStart({"--path-prefix", "v1"}), HasSubstr("--path-prefix"));
+    EXPECT_THAT(failToStart({"--ca-file", "/nonexistent/ca.pem"}), HasSubstr("cannot be written"));
+    KAIEmulator emulator;
+    const std::string port = std::to_string(emulator.obtainServer().obtainPort());
+    EXPECT_THAT(failToStart({"--port", port}), HasSubstr("cannot listen on 127.0.0.1:" + port));
+}
+
+TEST(EmulatorProgram, HelpsOnRequest) {
+    Program program({"--help"});
+    EXPECT_THAT(program.readLine(), HasSubstr("Emulates"));
+    EXPECT_EQ(program.waitForExit(), 0);
+}
