@@ -8,10 +8,10 @@
 namespace {
 
 std::string expandModel(std::string_view text, std::string_view model) {
-    constexpr std::string_view PLACEHOLDER = "{model}";
+    constexpr std::string_view kPlaceholder = "{model}";
     std::string expanded(text);
-    if (const std::size_t place = expanded.find(PLACEHOLDER); place != std::string::npos) {
-        expanded.replace(place, PLACEHOLDER.size(), model);
+    if (const std::size_t place = expanded.find(kPlaceholder); place != std::string::npos) {
+        expanded.replace(place, kPlaceholder.size(), model);
     }
     return expanded;
 }

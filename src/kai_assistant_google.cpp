@@ -19,8 +19,8 @@ bool hasMethod(const COJsonValue& methods, std::string_view wanted) {
 }
 
 std::string_view removeModelsPrefix(std::string_view name) {
-    constexpr std::string_view PREFIX = "models/";
-    return name.substr(0, PREFIX.size()) == PREFIX ? name.substr(PREFIX.size()) : name;
+    constexpr std::string_view kPrefix = "models/";
+    return name.substr(0, kPrefix.size()) == kPrefix ? name.substr(kPrefix.size()) : name;
 }
 
 std::optional<std::vector<std::string>> readModels(const COJson& response) {

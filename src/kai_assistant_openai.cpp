@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr const char* DEFAULT_HOST = "api.openai.com";
+constexpr const char* kDefaultHost = "api.openai.com";
 
 // Creating and modifying send the same body: what the host assigned, and the instructions.
 COJson buildAssistantBody(KAIAssistantProperties_OPENAI& candidate) {
@@ -37,7 +37,7 @@ COJson buildAssistantBody(KAIAssistantProperties_OPENAI& candidate) {
 void prepareCandidate(KAIAssistantSettings& settings) {
     settings.temperature = std::clamp(settings.temperature, 0.0, 2.0);
     if (settings.apiHost.empty()) {
-        settings.apiHost = DEFAULT_HOST;
+        settings.apiHost = kDefaultHost;
     }
 }
 

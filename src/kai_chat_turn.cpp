@@ -12,10 +12,10 @@ void writeChatMessage(COJsonWriter& writer, std::string_view role, std::string_v
 }  // namespace
 
 void KAIChatBody::writeJson(COJsonWriter& writer) const {
-    constexpr std::size_t BYTES_AROUND_THE_TEXTS = 512;
+    constexpr std::size_t kBytesAroundTheTexts = 512;
     const std::size_t newTexts = m_turn.instructions.size() + m_turn.text.size();
     // One buffer for the whole body: growing it on the way would copy the conversation again.
-    writer.reserve(estimateHistory(m_turn.history) + newTexts + newTexts / 32 + BYTES_AROUND_THE_TEXTS);
+    writer.reserve(estimateHistory(m_turn.history) + newTexts + newTexts / 32 + kBytesAroundTheTexts);
     m_write(writer, m_turn);
 }
 

@@ -7,7 +7,7 @@
 namespace {
 
 // libcf's requests carry a mark of their creator; this is the library's.
-constexpr std::uint32_t REQUEST_MARK = 2062955722;
+constexpr std::uint32_t kRequestMark = 2062955722;
 
 CMRestGlobalSettings& obtainGlobalSettings() {
     static CMRestGlobalSettings settings;
@@ -51,7 +51,7 @@ void HTTP::setGlobalSettings(const CMRestGlobalSettings& settings) {
 HTTP::Result HTTP::Get(CMRestSession* session, const std::string& url, const Params& queryParams,
                        const Params& headerParams) {
     CMRestGetRequest request;
-    request.m_requestMark = REQUEST_MARK;
+    request.m_requestMark = kRequestMark;
     request.setURL(url);
     addParams(request, queryParams, headerParams);
     return runRequest(session, request, &ICSRestClient::runGet);
@@ -60,7 +60,7 @@ HTTP::Result HTTP::Get(CMRestSession* session, const std::string& url, const Par
 HTTP::Result HTTP::Post(CMRestSession* session, const std::string& url, ICOJsonValue* body, const Params& queryParams,
                         const Params& headerParams) {
     CMRestPostRequest request;
-    request.m_requestMark = REQUEST_MARK;
+    request.m_requestMark = kRequestMark;
     request.setURL(url);
     if (body != nullptr) {
         request.updateJson(body);
@@ -71,7 +71,7 @@ HTTP::Result HTTP::Post(CMRestSession* session, const std::string& url, ICOJsonV
 
 HTTP::Result HTTP::Delete(CMRestSession* session, const std::string& url) {
     CMRestDeleteRequest request;
-    request.m_requestMark = REQUEST_MARK;
+    request.m_requestMark = kRequestMark;
     request.setURL(url);
     return runRequest(session, request, &ICSRestClient::runDelete);
 }

@@ -9,9 +9,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds FIRST_DELAY{250};
-constexpr milliseconds LONGEST_DELAY{1000};
-constexpr int MOST_ATTEMPTS = 100;
+constexpr milliseconds kFirstDelay{250};
+constexpr milliseconds kLongestDelay{1000};
+constexpr int kMostAttempts = 100;
 
 class SystemPollClock : public IKAIPollClock {
 public:
@@ -27,7 +27,7 @@ void sleepWhole(IKAIPollClock& clock, milliseconds delay) {
 }
 
 milliseconds obtainNextDelay(milliseconds delay) {
-    return std::min(LONGEST_DELAY, delay * 13 / 10);
+    return std::min(kLongestDelay, delay * 13 / 10);
 }
 
 KAIRunState fail(std::string errorText) {
@@ -70,7 +70,7 @@ KAIRunState readRunState(const COJson& run) {
 }
 
 std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>& look) {
-    milliseconds delay = FIRST_DELAY;
+    milliseconds delay = kFirstDelay;
     for (int attempts = 0;; ++attempts) {
         KAIRunState state = look();
         if (state.kind == KAIRunState::Kind::Completed) {
@@ -80,7 +80,7 @@ std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>&
             return std::move(state.errorText);
         }
         // A run that expired is reported in the same word as one that was waited for too long.
-        if (attempts > MOST_ATTEMPTS || state.kind == KAIRunState::Kind::Expired) {
+        if (attempts > kMostAttempts || state.kind == KAIRunState::Kind::Expired) {
             return localizeString("Timeout");
         }
         sleepWhole(clock, delay);

@@ -94,12 +94,12 @@ void KAISessionChat::appendMessage(std::unique_ptr<IKAIMessage> message) {
 }
 
 std::size_t estimateHistory(const KAIChatHistory& history) {
-    constexpr std::size_t BYTES_AROUND_A_TEXT = 48;
+    constexpr std::size_t kBytesAroundAText = 48;
     std::size_t size = 0;
     for (const std::unique_ptr<IKAIMessage>& message : history) {
         const std::size_t textSize = obtainFirstText(*message).size();
         // Line breaks and quotation marks take two bytes: about one byte in thirty-two of a usual text.
-        size += BYTES_AROUND_A_TEXT + textSize + textSize / 32;
+        size += kBytesAroundAText + textSize + textSize / 32;
     }
     return size;
 }

@@ -59,9 +59,9 @@ void readSessionSettings(const COJson& json, KAIAssistantProperties& properties)
 }
 
 std::size_t estimateSessionSettings(const KAIAssistantSettings& settings) {
-    constexpr std::size_t KEYS_AND_NUMBERS = 256;
-    constexpr std::size_t BYTES_AN_INSTRUCTION = 128;
+    constexpr std::size_t kKeysAndNumbers = 256;
+    constexpr std::size_t kBytesAnInstruction = 128;
     // A database structure is JSON itself: about every sixth byte of it is a quotation mark that needs escaping.
-    return KEYS_AND_NUMBERS + settings.userInstructions.size() + settings.databaseStructure.size() / 4 * 5 +
-           settings.systemInstructions.size() * BYTES_AN_INSTRUCTION;
+    return kKeysAndNumbers + settings.userInstructions.size() + settings.databaseStructure.size() / 4 * 5 +
+           settings.systemInstructions.size() * kBytesAnInstruction;
 }
