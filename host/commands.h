@@ -1,0 +1,19 @@
+#ifndef HOST_COMMANDS_H
+#define HOST_COMMANDS_H
+
+#include "console.h"
+#include "host_error.h"
+#include "options.h"
+
+namespace host {
+
+/// The commands. Each returns the exit code, or throws HostError for what ended it.
+ExitCode runAsk(const Options& options, Console& console);
+ExitCode runChat(const Options& options, Console& console);
+ExitCode runModels(const Options& options, Console& console);
+ExitCode runPrompt(const Options& options, Console& console);
+ExitCode runForget(const Options& options, Console& console);
+
+}  // namespace host
+
+#endif

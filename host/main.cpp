@@ -1,0 +1,75 @@
+#include <signal.h>
+
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include "cf/assertion.h"
+#include "commands.h"
+#include "console.h"
+#include "host_error.h"
+#include "interrupts.h"
+#include "options.h"
+#include "text_safety.h"
+
+namespace {
+
+using namespace host;
+
+/// The library's checks are followed by guards, and one of them reports every temperature: nothing here for a user.
+void ignoreAssertion(const char* /*condition*/, const char* /*sourceFile*/, int /*line*/) {}
+
+ExitCode runCommand(const Options& options, Console& console) {
+    switch (options.command) {
+        case Command::Ask:
+            return runAsk(options, console);
+        case Command::Chat:
+            return runChat(options, console);
+        case Command::Models:
+            return runModels(options, console);
+        case Command::Prompt:
+            return runPrompt(options, console);
+        case Command::Forget:
+            return runForget(options, console);
+    }
+    return ExitCode::Usage;
+}
+
+/// Ends as a program does whose reader has gone away, now that everything is cleaned up.
+int endByBrokenPipe() {
+    signal(SIGPIPE, SIG_DFL);
+    raise(SIGPIPE);
+    return static_cast<int>(ExitCode::Usage);
+}
+
+int run(const Options& options) {
+    Console console;
+    try {
+        Interrupts::install();
+        const ExitCode code = runCommand(options, console);
+        console.flush();
+        return static_cast<int>(code);
+    } catch (const HostError& error) {
+        console.note(error.what());
+        return static_cast<int>(error.obtainCode());
+    } catch (const BrokenOutput&) {
+        return endByBrokenPipe();
+    } catch (const std::bad_alloc&) {
+        console.note("out of memory");
+    } catch (const std::exception& error) {
+        console.note(makeOneLine(error.what()));
+    }
+    return static_cast<int>(ExitCode::Usage);
+}
+
+}  // namespace
+
+int main(int argumentCount, char** arguments) {
+    cfSetAssertionHandler(&ignoreAssertion);
+    const ParsedCommandLine parsed = parseCommandLine(argumentCount, arguments);
+    std::cout << parsed.output << std::flush;
+    if (!parsed.error.empty()) {
+        std::cerr << "kai: " << parsed.error << '\n';
+    }
+    return parsed.options ? run(*parsed.options) : parsed.exitCode;
+}

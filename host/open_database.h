@@ -1,0 +1,28 @@
+#ifndef HOST_OPEN_DATABASE_H
+#define HOST_OPEN_DATABASE_H
+
+#include <string>
+
+#include "console.h"
+#include "conversation.h"
+#include "schema_reader.h"
+#include "sqlite_database.h"
+
+namespace host {
+
+/// The user's database and what was read of its structure.
+struct OpenDatabase {
+    SqliteDatabase database;
+    DatabaseStructure structure;
+};
+
+/// Opens a database and reads its structure; says on standard error what had to be left out.
+/// Throws HostError (Database).
+[[nodiscard]] OpenDatabase openDatabase(const std::string& fileName, Console& console);
+
+/// Adds to an assistant's settings what it is told about a database.
+void describeDatabase(AssistantSettings& settings, const OpenDatabase& database);
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,55 @@
+#ifndef HOST_OPTIONS_H
+#define HOST_OPTIONS_H
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+
+#include "api_key.h"
+#include "exchange_watch.h"
+#include "query_runner.h"
+
+namespace host {
+
+enum class Command { Ask, Chat, Models, Prompt, Forget };
+
+/// What the command line asks for.
+struct Options {
+    Command command = Command::Ask;
+    std::string question;  ///< "-": to be read from the standard input
+
+    std::string database;
+    std::string provider;  ///< empty: not given
+    std::optional<std::string> apiHost;
+    std::string model;
+    std::string temperature;
+    std::optional<std::string> instructions;
+    KeySource key;
+    HttpOptions http;
+
+    std::string saveFile;
+    std::string continueFile;
+    bool isSwitchAllowed = false;
+    bool isKept = false;
+
+    bool isRun = false;
+    QueryLimits limits;
+    std::size_t maxCellColumns = 80;
+};
+
+/// What reading the command line led to.
+struct ParsedCommandLine {
+    std::optional<Options> options;  ///< nothing: the program ends with `exitCode` after printing the texts
+    int exitCode = 0;
+    std::string output;  ///< for the standard output: help or version
+    std::string error;   ///< one line for the standard error
+};
+
+/// Reads the command line. Nothing that stands there is repeated in an error but the names of options: somebody may
+/// have tried to give a key.
+[[nodiscard]] ParsedCommandLine parseCommandLine(int argumentCount, const char* const* arguments);
+
+}  // namespace host
+
+#endif
