@@ -1,0 +1,52 @@
+#!/usr/bin/env bash
+# The dependency check lets each directory include what it may, and nothing else.
+# shellcheck source=tests/scripts/scratch.sh
+. "$(dirname -- "${BASH_SOURCE[0]}")/scratch.sh"
+
+# A tree in which everything is as it should be.
+make_good_tree() {
+    make_scratch
+    write_file include/kai.h '#include <string>' '#include "cf/variant.h"'
+    write_file libcf/include/cf/variant.h '#include <map>' '#include "cf/export.h"'
+    write_file libcf/src/rest_client.cpp '#include <curl/curl.h>' '#include "cf/rest.h"' '#include "rest_client.h"'
+    write_file libcf/src/rest_client.h '#include <sys/socket.h>'
+    write_file libcf/src/json_reader.cpp '#  include <simdjson.h>'
+    write_file src/kai_http.cpp '#include "kai_http.h"' '#include "kai.h"' '#include "cf/json.h"'
+    write_file src/kai_http.h '#include <vector>'
+    write_file host/main.cpp '#include <kai.h>' '#include <sqlite3.h>' '#include "table.h"' '#include <CLI/CLI.hpp>'
+    write_file host/table.h '#include "cf/variant.h"'
+    write_file emulator/service.cpp '#include <httplib.h>' '#include <nlohmann/json.hpp>' '#include "service.h"'
+    write_file emulator/service.h '#include <thread>'
+    write_file tests/any_test.cpp '#include "kai_http.h"' '#include <curl/curl.h>'
+}
+
+# refuse FILE INCLUDE: with the include added to the file, the check fails and names the place.
+refuse() {
+    make_good_tree
+    printf '%s\n' "$2" >>"$1"
+    expect_failure "$1:$(wc -l <"$1"): may not include" scripts/checks/dependencies
+}
+
+make_good_tree
+expect_pass scripts/checks/dependencies
+
+refuse include/kai.h '#include <curl/curl.h>'
+refuse include/kai.h '#include "kai_http.h"'
+refuse libcf/include/cf/variant.h '#include <simdjson.h>'
+refuse libcf/include/cf/variant.h '#include "kai.h"'
+refuse libcf/src/json_reader.cpp '#include <curl/curl.h>'
+refuse libcf/src/rest_client.cpp '#include "simdjson.h"'
+refuse libcf/src/rest_client.h '#include "kai.h"'
+refuse src/kai_http.cpp '#include <curl/curl.h>'
+refuse src/kai_http.cpp '#include "rest_client.h"'
+refuse src/kai_http.cpp '#include "table.h"'
+refuse src/kai_http.h ' # include <simdjson.h>'
+refuse host/main.cpp '#include "kai_http.h"'
+refuse host/main.cpp '#include "../src/kai_http.h"'
+refuse host/main.cpp '#include <nlohmann/json.hpp>'
+refuse emulator/service.cpp '#include "kai_http.h"'
+refuse emulator/service.cpp '#include "cf/json.h"'
+refuse emulator/service.h '#include <kai.h>'
+refuse emulator/service.h '#include "unheard_of.h"'
+
+finish
