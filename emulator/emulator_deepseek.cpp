@@ -34,14 +34,14 @@ KAIEmulatorJson readBody(const LoopbackRequest& request) {
     if (!isJsonAnnounced(request)) {
         throw KAIRefusal{.status = 415, .message = "Expected request with `Content-Type: application/json`"};
     }
-    auto body = KAIEmulatorJson::parse(request.body, nullptr, false);
-    if (body.is_discarded()) {
+    auto body = parseBody(request);
+    if (!body) {
         throw KAIRefusal{.status = 400, .message = "Failed to parse the request body as JSON"};
     }
-    if (!body.is_object()) {
+    if (!body->is_object()) {
         throw refuseShape("expected an object");
     }
-    return body;
+    return *std::move(body);
 }
 
 void readMessage(const KAIEmulatorJson& message, std::size_t index, KAIEmulatedTurn& turn) {
@@ -85,8 +85,7 @@ KAIEmulatedTurn readTurn(const KAIEmulatorJson& body, const KAIEmulatorScript& s
         readMessage((*messages)[i], i, turn);
     }
     checkOptions(body);
-    const auto models = offerModels(script);
-    if (std::ranges::find(models, turn.model, &KAIEmulatedModel::name) == models.end()) {
+    if (!isOffered(offerModels(script), turn.model)) {
         throw KAIRefusal{.status = 400, .message = "Model Not Exist"};
     }
     if (turn.messages.empty()) {
@@ -192,13 +191,9 @@ private:
     LoopbackReply complete(const LoopbackRequest& request, KAIEmulatorScript& script) const {
         const KAIEmulatedTurn turn = readTurn(readBody(request), script);
         const KAIEmulatedAnswer answer = script.decide(turn);
-        LoopbackReply reply = answer.refusal ? writeRefusal(*answer.refusal)
-                                             : writeJsonReply(200, writeCompletion(turn, answer),
-                                                              {{"x-ds-trace-id", makeIdentifier("", 32)}});
-        if (answer.change) {
-            answer.change(reply);
-        }
-        return reply;
+        return deliver(answer, [&] {
+            return writeJsonReply(200, writeCompletion(turn, answer), {{"x-ds-trace-id", makeIdentifier("", 32)}});
+        });
     }
 
     std::string m_key;

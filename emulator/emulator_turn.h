@@ -31,10 +31,10 @@ struct KAIEmulatedMessage {
 
 /// A user message that waits for an answer, with what came along.
 struct KAIEmulatedTurn {
-    std::string model;
-    std::string instructions;                  ///< the system message; empty: none
-    std::vector<KAIEmulatedMessage> messages;  ///< the conversation, oldest first, the waiting message last
-    std::size_t number = 0;                    ///< from 1, in the order in which the service was asked
+    std::string model{};
+    std::string instructions{};                  ///< the system message; empty: none
+    std::vector<KAIEmulatedMessage> messages{};  ///< the conversation, oldest first, the waiting message last
+    std::size_t number = 0;                      ///< from 1, in the order in which the service was asked
 
     /// The waiting message's text.
     [[nodiscard]] const std::string& obtainQuestion() const;
@@ -55,9 +55,9 @@ struct KAIRefusal {
 
 /// One of the model's alternatives.
 struct KAIEmulatedChoice {
-    std::vector<std::string> parts;  ///< several where the service divides a text (Gemini, OpenAI); others join them
-    std::string reasoning{};         ///< what the model thought; empty: nothing is sent of it
-    std::string finishReason{};      ///< in the service's own words; empty: the usual end
+    std::vector<std::string> parts{};  ///< several where the service divides a text (Gemini, OpenAI); others join them
+    std::string reasoning{};           ///< what the model thought; empty: nothing is sent of it
+    std::string finishReason{};        ///< in the service's own words; empty: the usual end
     [[nodiscard]] std::string join() const;
 };
 

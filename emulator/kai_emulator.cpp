@@ -12,6 +12,10 @@ std::unique_ptr<KAIEmulatedService> makeService(const KAIEmulatorOptions& option
     switch (options.provider) {
         case KAIEmulatedProvider::DeepSeek:
             return makeDeepSeekService(options);
+        case KAIEmulatedProvider::Google:
+            return makeGoogleService(options);
+        case KAIEmulatedProvider::Ollama:
+            return makeOllamaService(options);
         default:
             throw std::runtime_error("this provider is not emulated");
     }
