@@ -1,0 +1,28 @@
+#ifndef BENCH_ROWS_H
+#define BENCH_ROWS_H
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "case_runner.h"
+
+/// A line of the table.
+struct BenchRow {
+    std::string key;   ///< its name in the file of budgets
+    std::string what;  ///< for people
+    std::string floor{};
+    std::string ours{};
+    double value = 0;    ///< what is judged: less is better
+    std::string unit{};  ///< behind the value
+    std::optional<double> target{};
+    std::optional<double> moonshot{};
+    std::string floorTime{};
+    std::string ourTime{};
+};
+
+/// Measures everything.
+/// @param isQuick  leaves out what takes minutes
+std::vector<BenchRow> measureRows(CaseRunner& runner, bool isQuick);
+
+#endif

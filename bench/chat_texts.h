@@ -1,0 +1,22 @@
+#ifndef BENCH_CHAT_TEXTS_H
+#define BENCH_CHAT_TEXTS_H
+
+#include <cstddef>
+#include <string>
+
+/// Texts as they stand in a conversation about a database: plain sentences, quoted names, statements over several
+/// lines, and in every fourth message some letters beyond ASCII.
+
+/// A message of the user, or (with an odd number) of the assistant: 300 bytes.
+[[nodiscard]] std::string buildMessageText(std::size_t number);
+
+/// An answer of at least `size` bytes, made of such messages.
+[[nodiscard]] std::string buildAnswerText(std::size_t size);
+
+/// A saved conversation of that many messages.
+[[nodiscard]] std::string buildSessionText(std::size_t messages);
+
+/// The body of a service's reply. The shape is chosen by the request's path.
+[[nodiscard]] std::string buildReplyBody(const std::string& path, const std::string& answer);
+
+#endif
