@@ -15,6 +15,7 @@ option(KAI_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for this repos
 # that is told a base directory hands the compiler paths relative to the build directory, so both forms are cut.
 get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 file(RELATIVE_PATH KAI_REPOSITORY_ROOT_FROM_BUILD "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
+string(REGEX REPLACE "/$" "" KAI_REPOSITORY_ROOT_FROM_BUILD "${KAI_REPOSITORY_ROOT_FROM_BUILD}")
 
 # kai_compile_options(TARGET [STANDARD]): the language standard (20 unless told), the warnings, hidden visibility.
 function(kai_compile_options target)
