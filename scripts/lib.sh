@@ -117,9 +117,14 @@ list_files() {
 
 # Lets the compiler's results be kept across builds where ccache is there. Nothing depends on it.
 use_ccache() {
-    if [[ -z ${CMAKE_CXX_COMPILER_LAUNCHER:-} ]] && command -v ccache >/dev/null; then
+    if [[ ${CMAKE_CXX_COMPILER_LAUNCHER:-ccache} == ccache ]] && command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache
-        export CCACHE_BASEDIR=${CCACHE_BASEDIR:-$KAI_ROOT} CCACHE_NOHASHDIR=${CCACHE_NOHASHDIR:-1}
+        export CCACHE_BASEDIR=$KAI_ROOT CCACHE_NOHASHDIR=1
+        # ccache does not look at -fmacro-prefix-map when it compares compilations, so results made with other options
+        # must not be found.
+        local checksum
+        checksum=$(cksum <cmake/KaiCompile.cmake)
+        export CCACHE_NAMESPACE=libkai-${checksum%% *}
     fi
 }
 
