@@ -286,6 +286,11 @@ KAIScenarioRule readRule(const KAIEmulatorJson& written, const Place& place) {
             }
         }
     }
+    const auto isWritten = [&](const char* name) { return written.contains(name); };
+    const auto outcomes = {"answer", "choices", "refuse", "run", "delivery"};
+    if (std::ranges::none_of(outcomes, isWritten)) {
+        place.fail("says nothing of an answer; give it one of: answer, choices, refuse, run, delivery");
+    }
     if (written.contains("answer") + written.contains("choices") + written.contains("refuse") > 1) {
         place.fail("only one of \"answer\", \"choices\" and \"refuse\" can stand in a rule");
     }

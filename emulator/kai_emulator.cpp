@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <stdexcept>
 
 #include "emulator_service.h"
 
@@ -16,9 +15,10 @@ std::unique_ptr<KAIEmulatedService> makeService(const KAIEmulatorOptions& option
             return makeGoogleService(options);
         case KAIEmulatedProvider::Ollama:
             return makeOllamaService(options);
-        default:
-            throw std::runtime_error("this provider is not emulated");
+        case KAIEmulatedProvider::OpenAI:
+            break;
     }
+    return makeOpenAIService(options);
 }
 
 }  // namespace

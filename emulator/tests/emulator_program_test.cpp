@@ -134,6 +134,16 @@ TEST(EmulatorProgram, TellsItsAddressServesAndEndsOnASignal) {
     }
 }
 
+TEST(EmulatorProgram, SpeaksPlainHTTPForOllamaUnlessToldOtherwise) {
+    Program plain({"--provider", "ollama"});
+    EXPECT_EQ(KAIEmulatorJson::parse(plain.readLine()).at("scheme"), "http");
+    Program encrypted({"--provider", "ollama", "--tls"});
+    const auto ready = KAIEmulatorJson::parse(encrypted.readLine());
+    EXPECT_EQ(ready.at("scheme"), "https");
+    PlainClient client(ready.at("ca_file").get<std::string>());
+    EXPECT_EQ(client.send({.url = "https://" + ready.at("host").get<std::string>() + "/api/tags"}).status, 200);
+}
+
 TEST(EmulatorProgram, EndsWhileAReplyStalls) {
     const TemporaryFolder folder;
     const auto scenario =

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+
 namespace {
 
 using testing::HasSubstr;
@@ -125,7 +127,7 @@ TEST(KAIScenario, SaysWhatIsWrongAndWhere) {
     EXPECT_EQ(refuse(R"({"rules": {}})"), "shop.json: rules: must be an array");
     EXPECT_EQ(refuse(R"({"models": [1]})"), "shop.json: models[0]: must be a string, or an object with a \"name\"");
     EXPECT_EQ(refuse(R"({"models": [{"name": 1}]})"), "shop.json: models[0].name: must be a string");
-    EXPECT_EQ(refuse(R"({"rules": [{}, {"answer": 5}]})"),
+    EXPECT_EQ(refuse(R"({"rules": [{"answer": ""}, {"answer": 5}]})"),
               "shop.json: rules[1].answer: must be a string or an array of strings, one a line");
     EXPECT_EQ(refuse(R"({"rules": [{"when": {"matches": "("}}]})"),
               "shop.json: rules[0].when.matches: not a regular expression (Unmatched ( or \\()");
@@ -142,10 +144,24 @@ TEST(KAIScenario, SaysWhatIsWrongAndWhere) {
               "shop.json: rules[0].refuse.status: must be a number of three digits");
     EXPECT_EQ(refuse(R"({"rules": [{"run": {"states": []}}]})"),
               "shop.json: rules[0].run.states: must be an array of at least one string");
+    EXPECT_EQ(refuse(R"({"rules": [{"times": 1}]})"),
+              "shop.json: rules[0]: says nothing of an answer; give it one of: answer, choices, refuse, run, delivery");
     EXPECT_EQ(refuse(R"({"rules": [{"answer": "a", "choices": []}]})"),
               "shop.json: rules[0]: only one of \"answer\", \"choices\" and \"refuse\" can stand in a rule");
     EXPECT_EQ(refuse(R"({"rules": [{"answer": {"parts": "x"}}]})"),
               "shop.json: rules[0].answer.parts: must be an array of strings");
+}
+
+TEST(KAIScenario, AcceptsTheExampleOfItsDescription) {
+    std::ifstream file(KAI_EMULATOR_README);
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    const auto start = text.find("```json\n") + 8;
+    // The block ends at a line that is nothing but the fence; the example's answers hold fences of their own.
+    auto scenario = readScenario(text.substr(start, text.find("\n```\n", start) - start), "README.md");
+    EXPECT_EQ(answer(scenario, {"How many customers are there?"}),
+              "Count them:\n```sql\nSELECT count(*) FROM customers;\n```");
+    EXPECT_EQ(answer(scenario, {"a", "b", "What did I ask first?"}), "You asked first: a");
+    EXPECT_EQ(answer(scenario, {"a", "b", "c"}), "There were 2 messages before this one.");
 }
 
 TEST(KAIScenario, SaysThatAFileCannotBeRead) {
