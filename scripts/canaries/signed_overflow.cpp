@@ -2,4 +2,6 @@
 #include <climits>
 #include <cstdio>
 
-int main(int count, char**) { std::printf("%d\n", INT_MAX - 1 + count + count); }
+int main(int count, char**) {
+    std::printf("%d\n", INT_MAX - 1 + count + count);
+}
