@@ -169,11 +169,14 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::createSession() {
     if (m_assistantID.empty()) {
         return {nullptr, "Assistant not initialized, set assistant properties"};
     }
+    // Whatever may fail here comes before the request: no thread is left on the service that nobody knows of.
+    auto session = std::make_unique<KAISession_OPENAI>(*m_properties, m_assistantID);
+    m_sessions.reserve(m_sessions.size() + 1);
     auto [threadID, errorText] = m_service.postForID(obtainHost(), {"threads"}, nullptr, ": p/v1/threads");
     if (!errorText.empty()) {
         return {nullptr, std::move(errorText)};
     }
-    auto session = std::make_unique<KAISession_OPENAI>(*m_properties, m_assistantID, std::move(threadID));
+    session->setThreadID(std::move(threadID));
     m_sessions.push_back(session.get());
     return {session.release(), {}};
 }
@@ -183,7 +186,7 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::restoreSession(std::st
     if (!m_assistantID.empty()) {
         return {nullptr, "Assistant already exist, cannot restore assistant in serializedSession"};
     }
-    auto session = std::make_unique<KAISession_OPENAI>(*m_properties);
+    auto session = std::make_unique<KAISession_OPENAI>(*m_properties, std::string());
     m_sessions.reserve(m_sessions.size() + 1);
     if (!session->loadSession(serializedSession)) {
         return {nullptr, localizeString("Cannot load session data")};

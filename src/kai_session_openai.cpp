@@ -5,11 +5,8 @@
 #include "cf/json.h"
 #include "kai_session_settings.h"
 
-KAISession_OPENAI::KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties) : m_properties(properties) {}
-
-KAISession_OPENAI::KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID,
-                                     std::string threadID)
-    : m_assistantID(std::move(assistantID)), m_threadID(std::move(threadID)), m_properties(properties) {}
+KAISession_OPENAI::KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID)
+    : m_assistantID(std::move(assistantID)), m_properties(properties) {}
 
 std::string KAISession_OPENAI::serializeSession() {
     const KAIAssistantSettings& settings = m_properties.obtainSettings();

@@ -2,6 +2,7 @@
 #define KAI_SESSION_OPENAI_H
 
 #include <string>
+#include <utility>
 
 #include "kai.h"
 #include "kai_assistant_properties_openai.h"
@@ -9,15 +10,18 @@
 /// A thread on the service, and the assistant there that it was made for.
 class KAISession_OPENAI : public IKAISession {
 public:
-    /// @param properties  the assistant's own, borrowed for the session's life
-    explicit KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties);
-    KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID, std::string threadID);
+    /// A session without a thread as yet.
+    /// @param properties   the assistant's own, borrowed for the session's life
+    /// @param assistantID  the assistant on the service that it is made for
+    KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID);
 
     std::string serializeSession() override;
 
     /// Takes the ids, and the assistant's settings, from the text of serializeSession.
     /// @return false, with nothing changed, when the text is not JSON or lacks an id
     bool loadSession(const std::string& serializedSession);
+
+    void setThreadID(std::string threadID) noexcept { m_threadID = std::move(threadID); }
 
     [[nodiscard]] const std::string& obtainAssistantID() const noexcept { return m_assistantID; }
     [[nodiscard]] const std::string& obtainThreadID() const noexcept { return m_threadID; }
