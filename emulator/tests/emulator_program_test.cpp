@@ -142,6 +142,9 @@ TEST(EmulatorProgram, SpeaksPlainHTTPForOllamaUnlessToldOtherwise) {
     EXPECT_EQ(ready.at("scheme"), "https");
     PlainClient client(ready.at("ca_file").get<std::string>());
     EXPECT_EQ(client.send({.url = "https://" + ready.at("host").get<std::string>() + "/api/tags"}).status, 200);
+    EXPECT_EQ(plain.end(SIGTERM), 0);
+    EXPECT_EQ(encrypted.end(SIGTERM), 0);
+    EXPECT_FALSE(std::filesystem::exists(ready.at("ca_file").get<std::string>()));
 }
 
 TEST(EmulatorProgram, EndsWhileAReplyStalls) {

@@ -105,7 +105,8 @@ void LoopbackConnection::reset() {
 }
 
 void LoopbackConnection::close() {
-    if (m_tls != nullptr) {
+    // After reset() or abandon() the number may be another connection's socket already, and TLS still knows it.
+    if (m_tls != nullptr && m_socket >= 0) {
         ERR_clear_error();
         SSL_shutdown(m_tls.get());
     }
