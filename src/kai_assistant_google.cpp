@@ -57,7 +57,7 @@ void writeContent(COJsonWriter& writer, std::string_view role, std::string_view 
 void writeContents(COJsonWriter& writer, const KAIChatTurn& turn) {
     writer.writeKey("contents");
     writer.beginArray();
-    for (const std::unique_ptr<IKAIMessage>& message : turn.history) {
+    for (const std::unique_ptr<KAIMessage>& message : turn.history) {
         const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
         writeContent(writer, isAssistant ? "model" : "user", obtainFirstText(*message));
     }

@@ -25,7 +25,7 @@ void writeChatMessages(COJsonWriter& writer, const KAIChatTurn& turn) {
     if (!turn.instructions.empty()) {
         writeChatMessage(writer, "system", turn.instructions);
     }
-    for (const std::unique_ptr<IKAIMessage>& message : turn.history) {
+    for (const std::unique_ptr<KAIMessage>& message : turn.history) {
         const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
         writeChatMessage(writer, isAssistant ? "assistant" : "user", obtainFirstText(*message));
     }

@@ -44,7 +44,7 @@ std::string KAISessionChat::serializeSession() {
     writeSessionSettings(writer, settings);
     writer.writeKey("messages");
     writer.beginArray();
-    for (const std::unique_ptr<IKAIMessage>& message : m_history) {
+    for (const std::unique_ptr<KAIMessage>& message : m_history) {
         writer.beginObject();
         writer.writeMember("role", obtainRoleWord(*message));
         writer.writeMember("content", obtainFirstText(*message));
@@ -56,7 +56,7 @@ std::string KAISessionChat::serializeSession() {
     return text;
 }
 
-const char* KAISessionChat::obtainRoleWord(IKAIMessage& message) const {
+const char* KAISessionChat::obtainRoleWord(KAIMessage& message) const {
     switch (message.obtainRole()) {
         case KAI_ROLE_USER:
             return "user";
@@ -84,19 +84,21 @@ bool KAISessionChat::loadSession(const std::string& serializedSession) {
 void KAISessionChat::appendTurn(std::string userText, std::string assistantText) {
     auto userMessage = createTextMessage(KAI_ROLE_USER, 0, std::move(userText));
     auto assistantMessage = createTextMessage(KAI_ROLE_ASSISTANT, 0, std::move(assistantText));
-    m_history.reserve(m_history.size() + 2);
+    if (m_history.capacity() < m_history.size() + 2) {
+        m_history.reserve(2 * (m_history.size() + 1));
+    }
     m_history.push_back(std::move(userMessage));
     m_history.push_back(std::move(assistantMessage));
 }
 
-void KAISessionChat::appendMessage(std::unique_ptr<IKAIMessage> message) {
+void KAISessionChat::appendMessage(std::unique_ptr<KAIMessage> message) {
     m_history.push_back(std::move(message));
 }
 
 std::size_t estimateHistory(const KAIChatHistory& history) {
     constexpr std::size_t kBytesAroundAText = 48;
     std::size_t size = 0;
-    for (const std::unique_ptr<IKAIMessage>& message : history) {
+    for (const std::unique_ptr<KAIMessage>& message : history) {
         const std::size_t textSize = obtainFirstText(*message).size();
         // Line breaks and quotation marks take two bytes: about one byte in thirty-two of a usual text.
         size += kBytesAroundAText + textSize + textSize / 32;

@@ -17,7 +17,7 @@ struct KAISourcePlace {
 };
 
 /// The messages of a conversation, oldest first.
-using KAIChatHistory = std::vector<std::unique_ptr<IKAIMessage>>;
+using KAIChatHistory = std::vector<std::unique_ptr<KAIMessage>>;
 
 /// A conversation that is kept here and sent whole with every turn: what the sessions of the chat-completion providers
 /// share. Each provider derives its own class, so that sessions of different providers can be told apart.
@@ -33,7 +33,7 @@ public:
     void appendTurn(std::string userText, std::string assistantText);
 
     /// Appends one message as it is.
-    void appendMessage(std::unique_ptr<IKAIMessage> message);
+    void appendMessage(std::unique_ptr<KAIMessage> message);
 
     [[nodiscard]] const KAIChatHistory& obtainHistory() const noexcept { return m_history; }
     [[nodiscard]] const KAIAssistantProperties& obtainProperties() const noexcept { return m_properties; }
@@ -44,7 +44,7 @@ protected:
     KAISessionChat(KAIAssistantProperties& properties, KAISourcePlace rolePlace);
 
 private:
-    const char* obtainRoleWord(IKAIMessage& message) const;
+    const char* obtainRoleWord(KAIMessage& message) const;
 
     KAIAssistantProperties& m_properties;
     KAIChatHistory m_history;

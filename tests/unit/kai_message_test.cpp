@@ -99,6 +99,17 @@ TEST(KAIMessage, GivesTheTextOfTheFirstOfSeveralSections) {
     EXPECT_EQ(obtainFirstText(message), "first");
 }
 
+TEST(KAIMessage, GivesTheSameFirstTextBeforeAndAfterItsSectionsAreAskedFor) {
+    const auto message = createTextMessage(KAI_ROLE_USER, 0, "hello");
+    EXPECT_EQ(obtainFirstText(*message), "hello");
+    EXPECT_EQ(message->obtainSections().size(), 1U);
+    EXPECT_EQ(obtainFirstText(*message), "hello");
+    EXPECT_EQ(message->obtainSections().size(), 1U);
+    message->addTextSection("more");
+    EXPECT_EQ(obtainFirstText(*message), "hello");
+    EXPECT_EQ(message->obtainSections().size(), 2U);
+}
+
 TEST(KAIMessage, TakesTheCurrentTimeInWholeSecondsSinceTheEpoch) {
     const std::int64_t before = readClock();
     const std::int64_t time = obtainCurrentTime();
