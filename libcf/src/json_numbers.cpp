@@ -6,7 +6,7 @@
 #include <limits>
 #include <system_error>
 
-#include "number_text.h"
+#include "numbers.h"
 
 namespace {
 

@@ -76,7 +76,7 @@ std::string_view skipByteOrderMark(std::string_view text) noexcept {
 
 }  // namespace
 
-bool readJson(std::string_view text, document& target) {
+bool readJson(std::string_view text, ParsedDocument& target) {
     const std::string_view json = skipByteOrderMark(text);
     if (json.empty() || json.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) {
         return false;
@@ -87,5 +87,6 @@ bool readJson(std::string_view text, document& target) {
     }
     // The engine refuses numbers beyond its types as it refuses ill-formed ones; only the latter are wrong.
     const std::string replaced = replaceNumbersOutOfRange(json);
+    target.hasHugeIntegers = true;
     return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES && parseToDepth(replaced, target) == simdjson::SUCCESS;
 }

@@ -2,19 +2,19 @@
 #include <cstring>
 
 #include "cf/json.h"
-#include "number_text.h"
+#include "numbers.h"
 #include "plain_text.h"
 #include "utf8.h"
 
 namespace {
 
-// Room kept behind every text: for separators, quotes, a number, one escape, and what copyPlainText() overruns.
+// Room kept behind every text, so that a separator, quotes, a number or one escape need no test of their own.
 constexpr std::size_t slack = 64;
-static_assert(slack >= plainTextOverrun + 16 && slack >= numberTextSize + 16);
+static_assert(slack >= 2 * numberTextSize);
 
 constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
 
-char* appendText(char* out, std::string_view text) noexcept {
+char* append(char* out, std::string_view text) noexcept {
     std::memcpy(out, text.data(), text.size());
     return out + text.size();
 }
@@ -23,21 +23,21 @@ char* appendEscape(char* out, unsigned char byte) noexcept {
     constexpr std::string_view digits = "0123456789abcdef";
     switch (byte) {
         case '"':
-            return appendText(out, "\\\"");
+            return append(out, "\\\"");
         case '\\':
-            return appendText(out, "\\\\");
+            return append(out, "\\\\");
         case '\b':
-            return appendText(out, "\\b");
+            return append(out, "\\b");
         case '\f':
-            return appendText(out, "\\f");
+            return append(out, "\\f");
         case '\n':
-            return appendText(out, "\\n");
+            return append(out, "\\n");
         case '\r':
-            return appendText(out, "\\r");
+            return append(out, "\\r");
         case '\t':
-            return appendText(out, "\\t");
+            return append(out, "\\t");
         default:
-            out = appendText(out, "\\u00");
+            out = append(out, "\\u00");
             *out++ = digits[byte >> 4];
             *out++ = digits[byte & 0xF];
             return out;
@@ -45,6 +45,88 @@ char* appendEscape(char* out, unsigned char byte) noexcept {
 }
 
 }  // namespace
+
+/// The writing itself. Each function appends at `out`, where the text ends, and gives the new end: kept in a register
+/// instead of in the writer, which every character written might otherwise change for all the compiler knows.
+struct COJsonWriter::Text {
+    static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
+        const auto room = static_cast<std::size_t>(writer.m_limit - out);
+        return room >= size + slack ? out : grow(writer, out, size);
+    }
+
+    // All of the string's capacity is made part of it, and what is not written is cut off at the end: so nothing is
+    // filled with zeros first.
+    [[gnu::noinline]] static char* grow(COJsonWriter& writer, char* out, std::size_t size) {
+        std::string& target = writer.m_target;
+        const auto used = static_cast<std::size_t>(out - target.data());
+        writer.m_end = out;
+        target.reserve(used + size + slack);
+        target.resize_and_overwrite(target.capacity(), [](char*, std::size_t capacity) noexcept { return capacity; });
+        writer.m_end = target.data() + used;
+        writer.m_limit = target.data() + target.size();
+        return writer.m_end;
+    }
+
+    /// Begins a value: makes room for it, and separates it from the one before.
+    static char* begin(COJsonWriter& writer, std::size_t size) {
+        char* out = makeRoom(writer, writer.m_end, size);
+        if (writer.m_needsComma) {
+            *out++ = ',';
+        }
+        return out;
+    }
+
+    /// Ends a value; another one needs a comma.
+    static void end(COJsonWriter& writer, char* out) noexcept {
+        writer.m_end = out;
+        writer.m_needsComma = true;
+    }
+
+    /// Needs room for the text.
+    static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
+        *out++ = '"';
+        const std::size_t copied = copyPlainText(out, text.data(), text.size(), PlainBytes::ASCII);
+        out += copied;
+        if (copied != text.size()) {
+            out = appendSpecial(writer, out, text.substr(copied));
+        }
+        *out++ = '"';
+        return out;
+    }
+
+    // The text is checked once, at its first byte beyond ASCII: well-formed UTF-8 is copied like ASCII from there on,
+    // and only in an ill-formed text each sequence is looked at.
+    [[gnu::noinline]] static char* appendSpecial(COJsonWriter& writer, char* out, std::string_view text) {
+        PlainBytes plain = PlainBytes::ASCII;
+        bool isChecked = false;
+        while (!text.empty()) {
+            out = makeRoom(writer, out, text.size());
+            const auto byte = static_cast<unsigned char>(text.front());
+            if (byte < 0x80) {
+                out = appendEscape(out, byte);
+                text.remove_prefix(1);
+            } else if (!isChecked && isValidUTF8(text)) {
+                plain = PlainBytes::All;
+            } else {
+                isChecked = true;
+                const UTF8Sequence sequence = measureUTF8Sequence(text);
+                out = append(out, sequence.isWellFormed ? text.substr(0, sequence.size) : replacementCharacter);
+                text.remove_prefix(sequence.size);
+            }
+            const std::size_t copied = copyPlainText(out, text.data(), text.size(), plain);
+            out += copied;
+            text.remove_prefix(copied);
+        }
+        return out;
+    }
+
+    static void writeWord(COJsonWriter& writer, std::string_view word) { end(writer, append(begin(writer, 0), word)); }
+
+    template <typename Number>
+    static void writeNumber(COJsonWriter& writer, Number number) {
+        end(writer, spellNumber(begin(writer, 0), number));
+    }
+};
 
 COJsonWriter::COJsonWriter(std::string& target)
     : m_target(target), m_end(target.data() + target.size()), m_limit(m_end) {}
@@ -54,138 +136,72 @@ COJsonWriter::~COJsonWriter() {
 }
 
 void COJsonWriter::finish() {
-    const auto size = static_cast<std::size_t>(m_end - m_target.data());
-    m_target.resize(size);
-    m_limit = m_end = m_target.data() + size;
+    m_target.resize(static_cast<std::size_t>(m_end - m_target.data()));
+    m_limit = m_end;
 }
 
 void COJsonWriter::reserve(std::size_t size) {
-    m_end = makeRoom(m_end, size);
-}
-
-// All of the string's capacity is made part of it, and the part not written is cut off at the end: so nothing is
-// filled with zeros first.
-char* COJsonWriter::grow(char* out, std::size_t size) {
-    m_end = out;
-    const auto used = static_cast<std::size_t>(out - m_target.data());
-    m_target.reserve(used + size + slack);
-    m_target.resize_and_overwrite(m_target.capacity(), [](char*, std::size_t capacity) noexcept { return capacity; });
-    m_limit = m_target.data() + m_target.size();
-    m_end = m_target.data() + used;
-    return m_end;
-}
-
-char* COJsonWriter::makeRoom(char* out, std::size_t size) {
-    return static_cast<std::size_t>(m_limit - out) >= size + slack ? out : grow(out, size);
-}
-
-char* COJsonWriter::appendSeparator(char* out) noexcept {
-    if (m_needsComma) {
-        *out++ = ',';
-    }
-    return out;
-}
-
-char* COJsonWriter::appendString(char* out, std::string_view text) {
-    *out++ = '"';
-    const std::size_t copied = copyPlainText(out, text.data(), text.size(), PlainBytes::ASCII);
-    out += copied;
-    if (copied != text.size()) {
-        out = appendEscaped(out, text.substr(copied));
-    }
-    *out++ = '"';
-    return out;
-}
-
-// The text is checked for ill-formed UTF-8 once, at its first byte beyond ASCII: a well-formed rest is copied like
-// ASCII from there on, and only an ill-formed one goes sequence by sequence.
-char* COJsonWriter::appendEscaped(char* out, std::string_view text) {
-    PlainBytes plain = PlainBytes::ASCII;
-    bool isChecked = false;
-    while (!text.empty()) {
-        out = makeRoom(out, text.size());
-        const auto byte = static_cast<unsigned char>(text.front());
-        std::size_t taken = 1;
-        if (byte < 0x80) {
-            out = appendEscape(out, byte);
-        } else if (!isChecked && isValidUTF8(text)) {
-            plain = PlainBytes::All;
-            taken = 0;
-        } else {
-            const UTF8Sequence sequence = measureUTF8Sequence(text);
-            taken = sequence.size;
-            out = appendText(out, sequence.isWellFormed ? text.substr(0, taken) : replacementCharacter);
-        }
-        isChecked = isChecked || byte >= 0x80;
-        text.remove_prefix(taken);
-        const std::size_t copied = copyPlainText(out, text.data(), text.size(), plain);
-        out += copied;
-        text.remove_prefix(copied);
-    }
-    return out;
-}
-
-template <typename Append>
-void COJsonWriter::writeValue(std::size_t size, Append append) {
-    char* const out = makeRoom(m_end, size);
-    m_end = append(appendSeparator(out));
-    m_needsComma = true;
+    m_end = Text::makeRoom(*this, m_end, size);
 }
 
 void COJsonWriter::beginObject() {
-    writeValue(0, [](char* out) { return appendText(out, "{"); });
+    Text::writeWord(*this, "{");
     m_needsComma = false;
 }
 
 void COJsonWriter::endObject() {
-    m_end = appendText(makeRoom(m_end, 0), "}");
-    m_needsComma = true;
+    m_needsComma = false;
+    Text::writeWord(*this, "}");
 }
 
 void COJsonWriter::beginArray() {
-    writeValue(0, [](char* out) { return appendText(out, "["); });
+    Text::writeWord(*this, "[");
     m_needsComma = false;
 }
 
 void COJsonWriter::endArray() {
-    m_end = appendText(makeRoom(m_end, 0), "]");
-    m_needsComma = true;
+    m_needsComma = false;
+    Text::writeWord(*this, "]");
 }
 
 void COJsonWriter::writeKey(std::string_view key) {
-    writeString(key);
-    *m_end++ = ':';
+    char* out = Text::appendString(*this, Text::begin(*this, key.size()), key);
+    *out++ = ':';
+    m_end = out;
     m_needsComma = false;
 }
 
 void COJsonWriter::writeString(std::string_view text) {
-    writeValue(text.size(), [this, text](char* out) { return appendString(out, text); });
-}
-
-void COJsonWriter::writeDouble(double number) {
-    if (!std::isfinite(number)) {
-        return writeNull();
-    }
-    writeValue(0, [number](char* out) { return writeNumber(out, number); });
-}
-
-void COJsonWriter::writeInteger(std::int64_t number) {
-    writeValue(0, [number](char* out) { return writeNumber(out, number); });
-}
-
-void COJsonWriter::writeUnsigned(std::uint64_t number) {
-    writeValue(0, [number](char* out) { return writeNumber(out, number); });
-}
-
-void COJsonWriter::writeBoolean(bool value) {
-    writeValue(0, [value](char* out) { return appendText(out, value ? "true" : "false"); });
-}
-
-void COJsonWriter::writeNull() {
-    writeValue(0, [](char* out) { return appendText(out, "null"); });
+    Text::end(*this, Text::appendString(*this, Text::begin(*this, text.size()), text));
 }
 
 void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
-    writeKey(key);
-    writeString(text);
+    char* out = Text::appendString(*this, Text::begin(*this, key.size() + text.size()), key);
+    *out++ = ':';
+    out = Text::makeRoom(*this, out, text.size());
+    Text::end(*this, Text::appendString(*this, out, text));
+}
+
+void COJsonWriter::writeDouble(double number) {
+    if (std::isfinite(number)) {
+        Text::writeNumber(*this, number);
+    } else {
+        writeNull();
+    }
+}
+
+void COJsonWriter::writeInteger(std::int64_t number) {
+    Text::writeNumber(*this, number);
+}
+
+void COJsonWriter::writeUnsigned(std::uint64_t number) {
+    Text::writeNumber(*this, number);
+}
+
+void COJsonWriter::writeBoolean(bool value) {
+    Text::writeWord(*this, value ? "true" : "false");
+}
+
+void COJsonWriter::writeNull() {
+    Text::writeWord(*this, "null");
 }

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "blanks.h"
-#include "number_text.h"
+#include "numbers.h"
 
 namespace {
 
@@ -27,9 +27,9 @@ double readNumber(std::string_view text) noexcept {
     return isWhole && std::isfinite(number) ? number : 0.0;
 }
 
-std::string spellNumber(double number) {
+std::string obtainSpelling(double number) {
     char buffer[numberTextSize];
-    return std::string(buffer, writeNumber(buffer, number));
+    return std::string(buffer, spellNumber(buffer, number));
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ std::string CMVariant::stringValue() const {
         return *text;
     }
     if (const auto* number = std::get_if<double>(&m_value)) {
-        return spellNumber(*number);
+        return obtainSpelling(*number);
     }
     return {};
 }

@@ -1,0 +1,63 @@
+#ifndef CF_SRC_JSON_TAPE_H
+#define CF_SRC_JSON_TAPE_H
+
+#include <simdjson.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "cf/json.h"
+
+/// What the engine makes of a text: a tape with all values in the order of the text, and a buffer with their strings.
+struct ParsedDocument : simdjson::dom::document {
+    /// Whether the text held an integer beyond 64 bits: such a one stands on the tape as the nearest double.
+    bool hasHugeIntegers = false;
+};
+
+/// A value's place on the tape of a parsed document.
+///
+/// Goes along the tape itself rather than through the engine's element classes: those test a type and wrap a result at
+/// every step, which is felt where a document has a million values.
+class TapePlace : private simdjson::internal::tape_ref {
+public:
+    using Type = COJsonValue::Type;
+
+    explicit TapePlace(const ParsedDocument& document) noexcept : tape_ref(&document, 1) {}
+
+    [[nodiscard]] Type obtainType() const noexcept;
+    [[nodiscard]] bool isString() const noexcept { return tape_ref_type() == TapeType::STRING; }
+    [[nodiscard]] bool isArray() const noexcept { return tape_ref_type() == TapeType::START_ARRAY; }
+    [[nodiscard]] bool isObject() const noexcept { return tape_ref_type() == TapeType::START_OBJECT; }
+    [[nodiscard]] std::string_view obtainString() const noexcept { return get_string_view(); }
+    [[nodiscard]] bool obtainBoolean() const noexcept { return is_true(); }
+    /// The number as a double; 0.0 for another type.
+    [[nodiscard]] double obtainDouble() const noexcept;
+    /// The number without its fraction; 0 where it lies outside 64 bits and for another type.
+    [[nodiscard]] std::int64_t obtainInteger() const noexcept;
+    /// Writes this value and all under it.
+    void writeJson(COJsonWriter& writer) const;
+
+    // Of an array or an object: from obtainFirst() to obtainEnd(), by obtainNext(). In an object each member is a key,
+    // which is a string, and its value behind it.
+
+    [[nodiscard]] TapePlace obtainFirst() const noexcept { return {doc, json_index + 1}; }
+    [[nodiscard]] TapePlace obtainEnd() const noexcept { return {doc, std::size_t{matching_brace_index()} - 1}; }
+    [[nodiscard]] TapePlace obtainNext() const noexcept { return {doc, after_element()}; }
+    [[nodiscard]] TapePlace obtainValueOfKey() const noexcept { return {doc, json_index + 1}; }
+    /// The number of values in an array or members in an object.
+    [[nodiscard]] std::size_t countChildren() const noexcept;
+
+    [[nodiscard]] bool operator==(const TapePlace& other) const noexcept { return json_index == other.json_index; }
+
+private:
+    using TapeType = simdjson::internal::tape_type;
+
+    TapePlace(const simdjson::dom::document* document, std::size_t index) noexcept : tape_ref(document, index) {}
+
+    void writeItems(COJsonWriter& writer) const;
+    void writeMembers(COJsonWriter& writer) const;
+    void writeNumber(COJsonWriter& writer) const;
+};
+
+#endif
