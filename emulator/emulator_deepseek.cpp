@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr const char* invalidRequest = "invalid_request_error";
+constexpr const char* kInvalidRequest = "invalid_request_error";
 
 KAIRefusal refuseShape(const std::string& what) {
     return {.status = 422, .message = "Failed to deserialize the JSON body into the target type: " + what};
@@ -163,14 +163,14 @@ protected:
     }
 
     LoopbackReply writeRefusal(const KAIRefusal& refusal) const override {
-        const std::string type = refusal.status == 401 ? "authentication_error" : invalidRequest;
+        const std::string type = refusal.status == 401 ? "authentication_error" : kInvalidRequest;
         return writeJsonReply(
             refusal.status,
             {{"error",
               {{"message", refusal.message},
                {"type", refusal.type.empty() ? type : refusal.type},
                {"param", refusal.param.empty() ? KAIEmulatorJson(nullptr) : KAIEmulatorJson(refusal.param)},
-               {"code", refusal.code.empty() ? invalidRequest : refusal.code}}}});
+               {"code", refusal.code.empty() ? kInvalidRequest : refusal.code}}}});
     }
 
 private:

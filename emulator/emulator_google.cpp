@@ -8,8 +8,8 @@
 
 namespace {
 
-constexpr std::string_view modelsPath = "/v1beta/models";
-constexpr std::string_view generateMethod = ":generateContent";
+constexpr std::string_view kModelsPath = "/v1beta/models";
+constexpr std::string_view kGenerateMethod = ":generateContent";
 
 KAIRefusal refuseArgument(std::string message) {
     return {.status = 400, .message = std::move(message)};
@@ -287,17 +287,17 @@ public:
 protected:
     LoopbackReply serve(const LoopbackRequest& request, KAIEmulatorScript& script) override {
         const std::string_view path = request.path;
-        if (path == modelsPath && request.method == "GET") {
+        if (path == kModelsPath && request.method == "GET") {
             checkKey(request);
             return listModels(script);
         }
-        const bool isModel = path.starts_with(std::string(modelsPath) + "/") && path.ends_with(generateMethod);
+        const bool isModel = path.starts_with(std::string(kModelsPath) + "/") && path.ends_with(kGenerateMethod);
         if (!isModel || request.method != "POST") {
             return writeNotFoundPage();
         }
         checkKey(request);
         const auto model =
-            path.substr(modelsPath.size() + 1, path.size() - modelsPath.size() - 1 - generateMethod.size());
+            path.substr(kModelsPath.size() + 1, path.size() - kModelsPath.size() - 1 - kGenerateMethod.size());
         return generate(request, decodePathText(model), script);
     }
 

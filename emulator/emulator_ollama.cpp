@@ -129,13 +129,13 @@ KAIEmulatorJson writeMessage(const std::string& text, const std::string& reasoni
 }
 
 void addFigures(KAIEmulatorJson& response, const KAIEmulatedTurn& turn, std::size_t answerTokens) {
-    constexpr std::int64_t nanosecondsToLoad = 41'873'500;
-    constexpr std::int64_t nanosecondsAToken = 13'500'000;
+    constexpr std::int64_t kNanosecondsToLoad = 41'873'500;
+    constexpr std::int64_t kNanosecondsAToken = 13'500'000;
     const auto promptTokens = estimateTokens(turn);
-    const auto promptTime = static_cast<std::int64_t>(promptTokens) * nanosecondsAToken / 10;
-    const auto answerTime = static_cast<std::int64_t>(answerTokens) * nanosecondsAToken;
-    response["total_duration"] = nanosecondsToLoad + promptTime + answerTime;
-    response["load_duration"] = nanosecondsToLoad;
+    const auto promptTime = static_cast<std::int64_t>(promptTokens) * kNanosecondsAToken / 10;
+    const auto answerTime = static_cast<std::int64_t>(answerTokens) * kNanosecondsAToken;
+    response["total_duration"] = kNanosecondsToLoad + promptTime + answerTime;
+    response["load_duration"] = kNanosecondsToLoad;
     response["prompt_eval_count"] = promptTokens;
     response["prompt_eval_duration"] = promptTime;
     response["eval_count"] = answerTokens;

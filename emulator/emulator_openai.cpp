@@ -10,7 +10,7 @@
 namespace {
 
 // Where a client may see what was left on the service; it is no part of the protocol.
-constexpr std::string_view leftPath = "/emulator/left";
+constexpr std::string_view kLeftPath = "/emulator/left";
 
 std::vector<KAIEmulatedModel> offerModels(const KAIEmulatorScript& script) {
     if (!script.obtainModels().empty()) {
@@ -97,7 +97,7 @@ private:
 };
 
 LoopbackReply OpenAIService::serve(const LoopbackRequest& request, KAIEmulatorScript& script) {
-    if (request.path == leftPath && request.method == "GET") {
+    if (request.path == kLeftPath && request.method == "GET") {
         return writeReply(200, {{"left", listLeft()}});
     }
     checkKey(request);

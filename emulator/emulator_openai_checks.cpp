@@ -17,40 +17,40 @@ struct Member {
     double most = std::numeric_limits<double>::max();  // of a text: characters; of a number: its value, from 0
 };
 
-constexpr double longestText = 256'000;
+constexpr double kLongestText = 256'000;
 
-constexpr Member assistantMembers[] = {{"model", Kind::Text},
-                                       {"name", Kind::Text, 256},
-                                       {"description", Kind::Text, 512},
-                                       {"instructions", Kind::Text, longestText},
-                                       {"tools", Kind::Array},
-                                       {"tool_resources", Kind::Object},
-                                       {"metadata", Kind::Object},
-                                       {"temperature", Kind::Number, 2},
-                                       {"top_p", Kind::Number, 1},
-                                       {"response_format"},
-                                       {"reasoning_effort", Kind::Text}};
-constexpr Member threadMembers[] = {
+constexpr Member kAssistantMembers[] = {{"model", Kind::Text},
+                                        {"name", Kind::Text, 256},
+                                        {"description", Kind::Text, 512},
+                                        {"instructions", Kind::Text, kLongestText},
+                                        {"tools", Kind::Array},
+                                        {"tool_resources", Kind::Object},
+                                        {"metadata", Kind::Object},
+                                        {"temperature", Kind::Number, 2},
+                                        {"top_p", Kind::Number, 1},
+                                        {"response_format"},
+                                        {"reasoning_effort", Kind::Text}};
+constexpr Member kThreadMembers[] = {
     {"messages", Kind::Array}, {"tool_resources", Kind::Object}, {"metadata", Kind::Object}};
-constexpr Member messageMembers[] = {
+constexpr Member kMessageMembers[] = {
     {"role", Kind::Text}, {"content"}, {"attachments", Kind::Array}, {"metadata", Kind::Object}};
-constexpr Member runMembers[] = {{"assistant_id", Kind::Text},
-                                 {"model", Kind::Text},
-                                 {"instructions", Kind::Text, longestText},
-                                 {"additional_instructions", Kind::Text, longestText},
-                                 {"additional_messages", Kind::Array},
-                                 {"tools", Kind::Array},
-                                 {"metadata", Kind::Object},
-                                 {"temperature", Kind::Number, 2},
-                                 {"top_p", Kind::Number, 1},
-                                 {"stream", Kind::Flag},
-                                 {"max_prompt_tokens", Kind::Number},
-                                 {"max_completion_tokens", Kind::Number},
-                                 {"truncation_strategy", Kind::Object},
-                                 {"tool_choice"},
-                                 {"parallel_tool_calls", Kind::Flag},
-                                 {"response_format"},
-                                 {"reasoning_effort", Kind::Text}};
+constexpr Member kRunMembers[] = {{"assistant_id", Kind::Text},
+                                  {"model", Kind::Text},
+                                  {"instructions", Kind::Text, kLongestText},
+                                  {"additional_instructions", Kind::Text, kLongestText},
+                                  {"additional_messages", Kind::Array},
+                                  {"tools", Kind::Array},
+                                  {"metadata", Kind::Object},
+                                  {"temperature", Kind::Number, 2},
+                                  {"top_p", Kind::Number, 1},
+                                  {"stream", Kind::Flag},
+                                  {"max_prompt_tokens", Kind::Number},
+                                  {"max_completion_tokens", Kind::Number},
+                                  {"truncation_strategy", Kind::Object},
+                                  {"tool_choice"},
+                                  {"parallel_tool_calls", Kind::Flag},
+                                  {"response_format"},
+                                  {"reasoning_effort", Kind::Text}};
 
 KAIRefusal refuse(std::string message, std::string code, std::string param) {
     return {.status = 400, .message = std::move(message), .code = std::move(code), .param = std::move(param)};
@@ -173,11 +173,11 @@ KAIEmulatorJson readOpenAIBody(const LoopbackRequest& request) {
 }
 
 void checkOpenAIAssistant(const KAIEmulatorJson& body) {
-    checkMembers(body, assistantMembers);
+    checkMembers(body, kAssistantMembers);
 }
 
 void checkOpenAIThread(const KAIEmulatorJson& body) {
-    checkMembers(body, threadMembers);
+    checkMembers(body, kThreadMembers);
     if (const auto* messages = findMember(body, "messages"); messages != nullptr && !messages->is_null()) {
         std::ranges::for_each(*messages, checkOpenAIMessage);
     }
@@ -187,7 +187,7 @@ void checkOpenAIMessage(const KAIEmulatorJson& body) {
     if (!body.is_object()) {
         throw refuse("Invalid type for 'messages': expected an object.", "invalid_type", "messages");
     }
-    checkMembers(body, messageMembers);
+    checkMembers(body, kMessageMembers);
     const std::string role = readRequiredText(body, "role");
     if (role != "user" && role != "assistant") {
         throw refuse("Invalid value: '" + role + "'. Supported values are: 'user' and 'assistant'.", "invalid_value",
@@ -202,12 +202,12 @@ void checkOpenAIMessage(const KAIEmulatorJson& body) {
         throw refuse("Message content must be non-empty.", "invalid_value", "content");
     }
     for (const auto& text : texts) {
-        checkText("content", text, longestText);
+        checkText("content", text, kLongestText);
     }
 }
 
 void checkOpenAIRun(const KAIEmulatorJson& body) {
-    checkMembers(body, runMembers);
+    checkMembers(body, kRunMembers);
     if (const auto* stream = findMember(body, "stream"); stream != nullptr && *stream == true) {
         throw refuse("This emulator does not stream.", "unsupported_value", "stream");
     }

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::int64_t secondsOfARun = 600;
+constexpr std::int64_t kSecondsOfARun = 600;
 
 std::string readID(const KAIEmulatorJson& object) {
     return object.at("id").get<std::string>();
@@ -82,8 +82,9 @@ std::string OpenAIRun::obtainID() const {
 }
 
 bool OpenAIRun::isActive() const {
-    static constexpr std::array<std::string_view, 5> ended{"completed", "failed", "expired", "incomplete", "cancelled"};
-    return std::ranges::find(ended, object.at("status").get<std::string>()) == ended.end();
+    static constexpr std::array<std::string_view, 5> kEnded{"completed", "failed", "expired", "incomplete",
+                                                            "cancelled"};
+    return std::ranges::find(kEnded, object.at("status").get<std::string>()) == kEnded.end();
 }
 
 const OpenAIRun* OpenAIThread::findActiveRun() const {
@@ -198,7 +199,7 @@ KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson&
             {"thread_id", thread.object.at("id")},
             {"status", "queued"},
             {"started_at", nullptr},
-            {"expires_at", now + secondsOfARun},
+            {"expires_at", now + kSecondsOfARun},
             {"cancelled_at", nullptr},
             {"failed_at", nullptr},
             {"completed_at", nullptr},

@@ -37,7 +37,7 @@ void checkMembers(const KAIEmulatorJson& object, const Place& place, const std::
         if (std::ranges::find(known, name) == known.end()) {
             std::string all;
             for (const auto& each : known) {
-                all += (all.empty() ? "" : ", ") + each;
+                all.append(all.empty() ? "" : ", ").append(each);
             }
             place.fail("\"" + name + "\" is not known here; use one of: " + all);
         }

@@ -40,9 +40,9 @@ bool isKeyAccepted(std::string_view shown, std::string_view wanted) {
 }
 
 bool isBearerAccepted(const LoopbackRequest& request, const std::string& key) {
-    constexpr std::string_view scheme = "Bearer ";
+    constexpr std::string_view kScheme = "Bearer ";
     const auto* value = request.findHeader("Authorization");
-    return value != nullptr && value->starts_with(scheme) && isKeyAccepted(value->substr(scheme.size()), key);
+    return value != nullptr && value->starts_with(kScheme) && isKeyAccepted(value->substr(kScheme.size()), key);
 }
 
 bool isJsonAnnounced(const LoopbackRequest& request) {

@@ -24,12 +24,12 @@ std::unique_ptr<KAIEmulatedService> makeService(const KAIEmulatorOptions& option
 }  // namespace
 
 std::optional<KAIEmulatedProvider> findEmulatedProvider(std::string_view name) {
-    static constexpr std::array<std::string_view, 4> names{"openai", "google", "deepseek", "ollama"};
-    const auto* const found = std::ranges::find(names, name);
-    if (found == names.end()) {
+    static constexpr std::array<std::string_view, 4> kNames{"openai", "google", "deepseek", "ollama"};
+    const auto* const found = std::ranges::find(kNames, name);
+    if (found == kNames.end()) {
         return std::nullopt;
     }
-    return static_cast<KAIEmulatedProvider>(found - names.begin());
+    return static_cast<KAIEmulatedProvider>(found - kNames.begin());
 }
 
 KAIEmulator::KAIEmulator(KAIEmulatorOptions options)

@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr int usageError = 2;
+constexpr int kUsageError = 2;
 
 struct Arguments {
     std::string provider = "deepseek";
@@ -149,16 +149,13 @@ void run(const Arguments& arguments, const sigset_t& ending) {
     sigwait(&ending, &signal);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int start(int argc, char** argv) {
     // Blocked before a thread is started, and taken one at a time by sigwait().
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
 
     CLI::App app{"Emulates an AI provider's service on a loopback port until it gets SIGTERM or SIGINT.",
                  "kai-emulator"};
@@ -166,16 +163,23 @@ int main(int argc, char** argv) {
     declareOptions(app, arguments);
     try {
         app.parse(argc, argv);
-        run(arguments, ending);
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             return app.exit(error);
         }
-        std::cerr << "kai-emulator: " << error.what() << "; see --help\n";
-        return usageError;
-    } catch (const std::exception& error) {
-        std::cerr << "kai-emulator: " << error.what() << '\n';
-        return usageError;
+        throw std::runtime_error(std::string(error.what()) + "; see --help");
     }
+    run(arguments, ending);
     return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return start(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "kai-emulator: %s\n", error.what());
+        return kUsageError;
+    }
 }

@@ -6,11 +6,11 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* generatePath = "/v1beta/models/gemini-2.0-flash:generateContent?key=secret";
+constexpr const char* kGeneratePath = "/v1beta/models/gemini-2.0-flash:generateContent?key=secret";
 
 class GoogleService : public testing::Test {
 protected:
-    PlainResponse generate(const KAIEmulatorJson& body) { return client.post(generatePath, body); }
+    PlainResponse generate(const KAIEmulatorJson& body) { return client.post(kGeneratePath, body); }
     static KAIEmulatorJson say(const std::string& role, const std::string& text) {
         return {{"role", role}, {"parts", KAIEmulatorJson::array({{{"text", text}}})}};
     }
@@ -126,7 +126,7 @@ TEST_F(GoogleService, RefusesBodiesThatTheServiceRefuses) {
     expectRefusal(changed("contents", {{{"role", "user"}, {"parts", {{{"tekst", "x"}}}}}}), "Unknown name \"tekst\"");
     expectRefusal(changed("generationConfig", {{"temperature", "0.5"}}), "(TYPE_FLOAT)");
     expectRefusal(changed("generationConfig", {{"temperature", 2.1}}), "range [0.0, 2.0]");
-    EXPECT_EQ(client.post(generatePath, std::string("{")).status, 400);
+    EXPECT_EQ(client.post(kGeneratePath, std::string("{")).status, 400);
 }
 
 TEST_F(GoogleService, DoesNotFindUnknownModelsAndPaths) {

@@ -21,6 +21,9 @@ struct Deleter {
 using Key = std::unique_ptr<EVP_PKEY, Deleter>;
 using Certificate = std::unique_ptr<X509, Deleter>;
 
+constexpr long kHour = 3600;
+constexpr long kDay = 24 * kHour;
+
 struct Subject {
     const char* commonName;
     const char* alternativeNames;  // null: none
@@ -99,18 +102,16 @@ std::string writePEM(X509* certificate) {
 }
 
 Subject describeServer(LoopbackTLS kind) {
-    constexpr long hour = 3600;
-    constexpr long day = 24 * hour;
     Subject subject{.commonName = "loopback server",
                     .alternativeNames = "DNS:localhost,IP:127.0.0.1",
                     .isAuthority = false,
-                    .startsInSeconds = -hour,
-                    .endsInSeconds = 30 * day};
+                    .startsInSeconds = -kHour,
+                    .endsInSeconds = 30 * kDay};
     if (kind == LoopbackTLS::WrongHostName) {
         subject.alternativeNames = "DNS:elsewhere.invalid";
     } else if (kind == LoopbackTLS::Expired) {
-        subject.startsInSeconds = -30 * day;
-        subject.endsInSeconds = -day;
+        subject.startsInSeconds = -30 * kDay;
+        subject.endsInSeconds = -kDay;
     }
     return subject;
 }
@@ -118,13 +119,12 @@ Subject describeServer(LoopbackTLS kind) {
 }  // namespace
 
 LoopbackCredentials makeLoopbackCredentials(LoopbackTLS kind) {
-    constexpr long day = 24 * 3600;
     const Key authorityKey = makeKey();
     const Certificate authority = makeCertificate({.commonName = "loopback test authority",
                                                    .alternativeNames = nullptr,
                                                    .isAuthority = true,
-                                                   .startsInSeconds = -60 * day,
-                                                   .endsInSeconds = 60 * day},
+                                                   .startsInSeconds = -60 * kDay,
+                                                   .endsInSeconds = 60 * kDay},
                                                   authorityKey.get(), {nullptr, authorityKey.get()});
     const Key key = makeKey();
     const Issuer issuer =

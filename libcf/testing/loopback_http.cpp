@@ -10,8 +10,8 @@
 
 namespace {
 
-constexpr std::size_t longestHead = std::size_t{1} << 20;
-constexpr std::size_t longestBody = std::size_t{1} << 30;
+constexpr std::size_t kLongestHead = std::size_t{1} << 20;
+constexpr std::size_t kLongestBody = std::size_t{1} << 30;
 
 bool isSameName(std::string_view left, std::string_view right) {
     const auto lower = [](unsigned char c) { return std::tolower(c); };
@@ -68,8 +68,8 @@ LoopbackFields readQueryParams(std::string_view query) {
 
 std::string compress(const std::string& text) {
     z_stream stream{};
-    constexpr int gzipWindow = 15 + 16;
-    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, gzipWindow, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+    constexpr int kGzipWindow = 15 + 16;
+    if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindow, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::runtime_error("cannot compress a reply");
     }
     std::string source = text;
@@ -97,29 +97,29 @@ std::string writeChunks(std::string_view body, std::size_t chunkBytes) {
 }
 
 std::string_view obtainStandardReason(int status) {
-    static constexpr std::pair<int, std::string_view> reasons[] = {{200, "OK"},
-                                                                   {201, "Created"},
-                                                                   {204, "No Content"},
-                                                                   {301, "Moved Permanently"},
-                                                                   {302, "Found"},
-                                                                   {307, "Temporary Redirect"},
-                                                                   {308, "Permanent Redirect"},
-                                                                   {400, "Bad Request"},
-                                                                   {401, "Unauthorized"},
-                                                                   {402, "Payment Required"},
-                                                                   {403, "Forbidden"},
-                                                                   {404, "Not Found"},
-                                                                   {405, "Method Not Allowed"},
-                                                                   {409, "Conflict"},
-                                                                   {413, "Content Too Large"},
-                                                                   {422, "Unprocessable Content"},
-                                                                   {429, "Too Many Requests"},
-                                                                   {500, "Internal Server Error"},
-                                                                   {502, "Bad Gateway"},
-                                                                   {503, "Service Unavailable"},
-                                                                   {504, "Gateway Timeout"}};
-    const auto found = std::ranges::find(reasons, status, &std::pair<int, std::string_view>::first);
-    return found == std::end(reasons) ? std::string_view{} : found->second;
+    static constexpr std::pair<int, std::string_view> kReasons[] = {{200, "OK"},
+                                                                    {201, "Created"},
+                                                                    {204, "No Content"},
+                                                                    {301, "Moved Permanently"},
+                                                                    {302, "Found"},
+                                                                    {307, "Temporary Redirect"},
+                                                                    {308, "Permanent Redirect"},
+                                                                    {400, "Bad Request"},
+                                                                    {401, "Unauthorized"},
+                                                                    {402, "Payment Required"},
+                                                                    {403, "Forbidden"},
+                                                                    {404, "Not Found"},
+                                                                    {405, "Method Not Allowed"},
+                                                                    {409, "Conflict"},
+                                                                    {413, "Content Too Large"},
+                                                                    {422, "Unprocessable Content"},
+                                                                    {429, "Too Many Requests"},
+                                                                    {500, "Internal Server Error"},
+                                                                    {502, "Bad Gateway"},
+                                                                    {503, "Service Unavailable"},
+                                                                    {504, "Gateway Timeout"}};
+    const auto found = std::ranges::find(kReasons, status, &std::pair<int, std::string_view>::first);
+    return found == std::end(kReasons) ? std::string_view{} : found->second;
 }
 
 bool hasNoBody(int status, std::string_view method) {
@@ -160,7 +160,7 @@ bool LoopbackRequestReader::takeExpectation() {
 LoopbackRequestReader::State LoopbackRequestReader::readHead() {
     const auto end = m_buffer.find("\r\n\r\n");
     if (end == std::string::npos) {
-        return m_buffer.size() > longestHead ? State::Malformed : State::NeedsMore;
+        return m_buffer.size() > kLongestHead ? State::Malformed : State::NeedsMore;
     }
     const bool isUnderstood = parseHead(std::string_view(m_buffer).substr(0, end + 2));
     m_buffer.erase(0, end + 4);
@@ -205,7 +205,7 @@ bool LoopbackRequestReader::startBody() {
     const auto bytes = length == nullptr ? std::size_t{0} : readNumber(*length, 10);
     m_remaining = bytes.value_or(0);
     m_stage = Stage::LengthBody;
-    return bytes && *bytes <= longestBody;
+    return bytes && *bytes <= kLongestBody;
 }
 
 LoopbackRequestReader::State LoopbackRequestReader::readBody() {
@@ -233,10 +233,10 @@ LoopbackRequestReader::State LoopbackRequestReader::readBody() {
 LoopbackRequestReader::State LoopbackRequestReader::readChunkSize() {
     const auto line = takeLine();
     if (!line) {
-        return m_buffer.size() > longestHead ? State::Malformed : State::NeedsMore;
+        return m_buffer.size() > kLongestHead ? State::Malformed : State::NeedsMore;
     }
     const auto size = readNumber(trimBlanks(std::string_view(*line).substr(0, line->find(';'))), 16);
-    if (!size || *size > longestBody || m_request.body.size() + *size > longestBody) {
+    if (!size || *size > kLongestBody || m_request.body.size() + *size > kLongestBody) {
         return State::Malformed;
     }
     m_remaining = *size;
@@ -260,7 +260,7 @@ LoopbackRequestReader::State LoopbackRequestReader::readChunkData() {
 LoopbackRequestReader::State LoopbackRequestReader::readTrailer() {
     const auto line = takeLine();
     if (!line) {
-        return m_buffer.size() > longestHead ? State::Malformed : State::NeedsMore;
+        return m_buffer.size() > kLongestHead ? State::Malformed : State::NeedsMore;
     }
     if (line->empty()) {
         m_stage = Stage::Done;

@@ -27,6 +27,18 @@ struct Worker {
 
 class LoopbackServer::Inside {
 public:
+    struct Records {
+        std::vector<LoopbackRequest> requests;
+        std::size_t requestCount = 0;
+        std::size_t malformedCount = 0;
+        std::size_t connectionCount = 0;
+        std::size_t openCount = 0;
+        std::size_t handshakeCount = 0;
+        std::size_t resumedCount = 0;
+        std::size_t releasedUpTo = 0;
+        bool isStopping = false;
+    };
+
     Inside(Handler handler, LoopbackOptions options)
         : m_handler(std::move(handler)), m_options(options), m_listener(options.port) {
         if (options.tls != LoopbackTLS::Off) {
@@ -43,35 +55,20 @@ public:
     void stop();
     void forEachConnection(const std::function<void(LoopbackConnection&)>& action);
     void releaseStalls();
-    bool waitUntil(std::chrono::milliseconds limit, const std::function<bool()>& isReached) {
+    bool waitUntil(std::chrono::milliseconds limit, const std::function<bool(const Records&)>& isReached) {
         std::unique_lock lock(m_mutex);
-        return m_changed.wait_for(lock, limit, isReached);
+        return m_changed.wait_for(lock, limit, [&] { return isReached(m_records); });
     }
     template <typename Action>
-    auto doLocked(Action action) const {
+    auto doLocked(Action action) {
         const std::scoped_lock lock(m_mutex);
-        return action();
+        return action(m_records);
     }
 
-    // Fixed after construction.
-    Handler m_handler;
-    LoopbackOptions m_options;
-    LoopbackListener m_listener;
-    LoopbackCredentials m_credentials;
-    std::unique_ptr<LoopbackPrivateFile> m_caFile;
-
-    // Behind the mutex.
-    mutable std::mutex m_mutex;
-    std::condition_variable m_changed;
-    std::vector<LoopbackRequest> m_requests;
-    std::size_t m_requestCount = 0;
-    std::size_t m_malformedCount = 0;
-    std::size_t m_connectionCount = 0;
-    std::size_t m_openCount = 0;
-    std::size_t m_handshakeCount = 0;
-    std::size_t m_resumedCount = 0;
-    std::size_t m_releasedUpTo = 0;
-    bool m_isStopping = false;
+    [[nodiscard]] std::uint16_t obtainPort() const { return m_listener.obtainPort(); }
+    [[nodiscard]] bool isTLS() const { return m_options.tls != LoopbackTLS::Off; }
+    [[nodiscard]] std::string obtainCAFile() const { return m_caFile == nullptr ? "" : m_caFile->obtainPath(); }
+    [[nodiscard]] const std::string& obtainCAText() const { return m_credentials.caText; }
 
 private:
     void acceptConnections();
@@ -87,6 +84,16 @@ private:
     std::size_t record(const LoopbackRequest& request);
     LoopbackReply askHandler(const LoopbackRequest& request) const;
 
+    // Fixed after construction.
+    Handler m_handler;
+    LoopbackOptions m_options;
+    LoopbackListener m_listener;
+    LoopbackCredentials m_credentials;
+    std::unique_ptr<LoopbackPrivateFile> m_caFile;
+
+    std::mutex m_mutex;
+    std::condition_variable m_changed;
+    Records m_records;                             // behind the mutex
     std::list<std::unique_ptr<Worker>> m_workers;  // behind the mutex
     std::thread m_acceptor;
     std::mutex m_stopMutex;
@@ -96,7 +103,7 @@ void LoopbackServer::Inside::stop() {
     const std::scoped_lock once(m_stopMutex);
     {
         const std::scoped_lock lock(m_mutex);
-        m_isStopping = true;
+        m_records.isStopping = true;
     }
     m_listener.stop();
     if (m_acceptor.joinable()) {
@@ -124,7 +131,7 @@ void LoopbackServer::Inside::forEachConnection(const std::function<void(Loopback
 void LoopbackServer::Inside::releaseStalls() {
     {
         const std::scoped_lock lock(m_mutex);
-        m_releasedUpTo = m_requestCount;
+        m_records.releasedUpTo = m_records.requestCount;
     }
     forEachConnection([](LoopbackConnection& connection) { connection.wake(); });
 }
@@ -135,7 +142,7 @@ void LoopbackServer::Inside::acceptConnections() {
         if (socket >= 0) {
             joinDoneWorkers();
             startWorker(socket);
-        } else if (doLocked([this] { return m_isStopping; })) {
+        } else if (doLocked([](const Records& records) { return records.isStopping; })) {
             return;
         } else if (errno != EINTR && errno != ECONNABORTED) {
             // Out of descriptors or memory: a connection that ends makes room.
@@ -147,8 +154,8 @@ void LoopbackServer::Inside::acceptConnections() {
 
 void LoopbackServer::Inside::startWorker(int socket) {
     const std::scoped_lock lock(m_mutex);
-    m_workers.push_back(std::make_unique<Worker>(socket, m_credentials.context.get(), ++m_connectionCount));
-    ++m_openCount;
+    m_workers.push_back(std::make_unique<Worker>(socket, m_credentials.context.get(), ++m_records.connectionCount));
+    ++m_records.openCount;
     Worker& worker = *m_workers.back();
     worker.thread = std::thread([this, &worker] { serve(worker); });
     m_changed.notify_all();
@@ -176,17 +183,17 @@ void LoopbackServer::Inside::serve(Worker& worker) {
     if (m_options.isSilent) {
         static_cast<void>(connection.pause(std::nullopt, [] { return false; }));
     } else if (connection.shakeHands()) {
-        if (m_options.tls != LoopbackTLS::Off) {
+        if (isTLS()) {
             const std::scoped_lock lock(m_mutex);
-            ++m_handshakeCount;
-            m_resumedCount += connection.isResumed() ? 1 : 0;
+            ++m_records.handshakeCount;
+            m_records.resumedCount += connection.isResumed() ? 1 : 0;
         }
         serveRequests(worker);
     }
     connection.close();
     const std::scoped_lock lock(m_mutex);
     worker.isDone = true;
-    --m_openCount;
+    --m_records.openCount;
     m_changed.notify_all();
 }
 
@@ -198,14 +205,14 @@ void LoopbackServer::Inside::serveRequests(Worker& worker) {
     while (true) {
         const State state = reader.read();
         if (state == State::Malformed) {
-            doLocked([this] { ++m_malformedCount; });
+            doLocked([](Records& records) { ++records.malformedCount; });
             static_cast<void>(connection.write("HTTP/1.1 400 Bad Request\r\nConnection: close\r\n\r\n"));
             return;
         }
         if (state == State::Complete) {
             LoopbackRequest request = reader.takeRequest();
             request.connection = worker.ordinal;
-            request.isTLS = m_options.tls != LoopbackTLS::Off;
+            request.isTLS = isTLS();
             if (!answer(worker, std::move(request))) {
                 return;
             }
@@ -224,13 +231,13 @@ void LoopbackServer::Inside::serveRequests(Worker& worker) {
 
 std::size_t LoopbackServer::Inside::record(const LoopbackRequest& request) {
     const std::scoped_lock lock(m_mutex);
-    ++m_requestCount;
+    ++m_records.requestCount;
     if (m_options.isRecording) {
-        m_requests.push_back(request);
-        m_requests.back().ordinal = m_requestCount;
+        m_records.requests.push_back(request);
+        m_records.requests.back().ordinal = m_records.requestCount;
     }
     m_changed.notify_all();
-    return m_requestCount;
+    return m_records.requestCount;
 }
 
 LoopbackReply LoopbackServer::Inside::askHandler(const LoopbackRequest& request) const {
@@ -314,7 +321,9 @@ bool LoopbackServer::Inside::sendBody(LoopbackConnection& connection, const Loop
 
 bool LoopbackServer::Inside::stall(LoopbackConnection& connection, const LoopbackReply& reply, std::size_t ordinal) {
     const auto limit = reply.stallLimit.count() == 0 ? std::nullopt : std::optional(reply.stallLimit);
-    return connection.pause(limit, [this, ordinal] { return doLocked([&] { return m_releasedUpTo >= ordinal; }); });
+    return connection.pause(limit, [this, ordinal] {
+        return doLocked([&](const Records& records) { return records.releasedUpTo >= ordinal; });
+    });
 }
 
 LoopbackServer::LoopbackServer(Handler handler, LoopbackOptions options)
@@ -323,7 +332,7 @@ LoopbackServer::LoopbackServer(Handler handler, LoopbackOptions options)
 LoopbackServer::~LoopbackServer() = default;
 
 std::uint16_t LoopbackServer::obtainPort() const {
-    return m_inside->m_listener.obtainPort();
+    return m_inside->obtainPort();
 }
 
 std::string LoopbackServer::obtainAuthority(std::string_view hostName) const {
@@ -331,56 +340,55 @@ std::string LoopbackServer::obtainAuthority(std::string_view hostName) const {
 }
 
 std::string LoopbackServer::obtainURL(std::string_view path) const {
-    const bool isTLS = m_inside->m_options.tls != LoopbackTLS::Off;
-    return std::string(isTLS ? "https://" : "http://").append(obtainAuthority()).append(path);
+    return std::string(m_inside->isTLS() ? "https://" : "http://").append(obtainAuthority()).append(path);
 }
 
 std::string LoopbackServer::obtainCAFile() const {
-    return m_inside->m_caFile == nullptr ? std::string{} : m_inside->m_caFile->obtainPath();
+    return m_inside->obtainCAFile();
 }
 
 std::string LoopbackServer::obtainCAText() const {
-    return m_inside->m_credentials.caText;
+    return m_inside->obtainCAText();
 }
 
 std::vector<LoopbackRequest> LoopbackServer::requests() const {
-    return m_inside->doLocked([this] { return m_inside->m_requests; });
+    return m_inside->doLocked([](const auto& records) { return records.requests; });
 }
 
 std::size_t LoopbackServer::countRequests() const {
-    return m_inside->doLocked([this] { return m_inside->m_requestCount; });
+    return m_inside->doLocked([](const auto& records) { return records.requestCount; });
 }
 
 std::size_t LoopbackServer::countMalformedRequests() const {
-    return m_inside->doLocked([this] { return m_inside->m_malformedCount; });
+    return m_inside->doLocked([](const auto& records) { return records.malformedCount; });
 }
 
 std::size_t LoopbackServer::countConnections() const {
-    return m_inside->doLocked([this] { return m_inside->m_connectionCount; });
+    return m_inside->doLocked([](const auto& records) { return records.connectionCount; });
 }
 
 std::size_t LoopbackServer::countOpenConnections() const {
-    return m_inside->doLocked([this] { return m_inside->m_openCount; });
+    return m_inside->doLocked([](const auto& records) { return records.openCount; });
 }
 
 std::size_t LoopbackServer::countHandshakes() const {
-    return m_inside->doLocked([this] { return m_inside->m_handshakeCount; });
+    return m_inside->doLocked([](const auto& records) { return records.handshakeCount; });
 }
 
 std::size_t LoopbackServer::countResumedHandshakes() const {
-    return m_inside->doLocked([this] { return m_inside->m_resumedCount; });
+    return m_inside->doLocked([](const auto& records) { return records.resumedCount; });
 }
 
 bool LoopbackServer::waitForRequests(std::size_t count, std::chrono::milliseconds limit) {
-    return m_inside->waitUntil(limit, [&] { return m_inside->m_requestCount >= count; });
+    return m_inside->waitUntil(limit, [&](const auto& records) { return records.requestCount >= count; });
 }
 
 bool LoopbackServer::waitForConnections(std::size_t count, std::chrono::milliseconds limit) {
-    return m_inside->waitUntil(limit, [&] { return m_inside->m_connectionCount >= count; });
+    return m_inside->waitUntil(limit, [&](const auto& records) { return records.connectionCount >= count; });
 }
 
 bool LoopbackServer::waitForOpenConnections(std::size_t count, std::chrono::milliseconds limit) {
-    return m_inside->waitUntil(limit, [&] { return m_inside->m_openCount <= count; });
+    return m_inside->waitUntil(limit, [&](const auto& records) { return records.openCount <= count; });
 }
 
 void LoopbackServer::releaseStalls() {

@@ -234,6 +234,7 @@ TEST(LoopbackServer, CountsWithoutRecording) {
 TEST(LoopbackServer, ServesSeveralConnectionsAtOnce) {
     LoopbackServer server(alwaysReply({.body = "late", .fault = LoopbackFault::StallBeforeReply}));
     std::vector<std::future<PlainResponse>> responses;
+    responses.reserve(20);
     for (int i = 0; i < 20; ++i) {
         responses.push_back(
             std::async(std::launch::async, [&] { return PlainClient().send({.url = server.obtainURL()}); }));
