@@ -1,30 +1,8 @@
-#include <openssl/x509_vfy.h>
-
 #include <new>
 
 #include "rest_connections.h"
-#include "rest_url.h"
 
 // What libcurl's result of an exchange means for a person.
-
-CMRestFailure CMRestConnections::classifyVerification() const {
-    if (isTLSURL(m_proxyURL) && obtainInfo<long>(CURLINFO_PROXY_SSL_VERIFYRESULT) != X509_V_OK) {
-        return CMRestFailure::Proxy;
-    }
-    switch (obtainInfo<long>(CURLINFO_SSL_VERIFYRESULT)) {
-        case X509_V_OK:
-        case X509_V_ERR_UNSPECIFIED:
-            // The chain was sound, and libcurl, which checks the host name itself, had not noted a result yet.
-        case X509_V_ERR_HOSTNAME_MISMATCH:
-        case X509_V_ERR_IP_ADDRESS_MISMATCH:
-            return CMRestFailure::WrongHostCertificate;
-        case X509_V_ERR_CERT_HAS_EXPIRED:
-        case X509_V_ERR_CERT_NOT_YET_VALID:
-            return CMRestFailure::OutdatedCertificate;
-        default:
-            return CMRestFailure::UntrustedCertificate;
-    }
-}
 
 CMRestFailure CMRestConnections::classify(CURLcode code) const {
     if (m_receipt.failure != CMRestFailure::None) {
@@ -32,7 +10,7 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
     }
     switch (code) {
         case CURLE_OK:
-            return CMRestFailure::None;
+            return isEndUncertain() ? CMRestFailure::BrokenConnection : CMRestFailure::None;
         case CURLE_URL_MALFORMAT:
             return CMRestFailure::InvalidURL;
         case CURLE_COULDNT_RESOLVE_HOST:
@@ -45,7 +23,6 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
         case CURLE_OPERATION_TIMEDOUT:
             return isRequestBegun() ? CMRestFailure::RequestTimeout : CMRestFailure::ConnectTimeout;
         case CURLE_PEER_FAILED_VERIFICATION:
-            return classifyVerification();
         case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CERTPROBLEM:
         case CURLE_SSL_CIPHER:
@@ -56,7 +33,7 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
         case CURLE_SSL_ISSUER_ERROR:
         case CURLE_SSL_CLIENTCERT:
         case CURLE_USE_SSL_FAILED:
-            return CMRestFailure::TLS;
+            return classifyTLS(code);
         case CURLE_PARTIAL_FILE:
         case CURLE_GOT_NOTHING:
         case CURLE_SEND_ERROR:

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "rest_signals.h"
+#include "rest_text.h"
 
 namespace {
 
@@ -187,14 +189,19 @@ void CMRestConnections::makeRoom(std::size_t size) {
     body.reserve(std::max(needed, std::min(wanted, m_receipt.bodyLimit)));
 }
 
-std::size_t CMRestConnections::receiveHeader(char* /*data*/, std::size_t unit, std::size_t size, void* self) noexcept {
+std::size_t CMRestConnections::receiveHeader(char* data, std::size_t unit, std::size_t size, void* self) noexcept {
+    constexpr std::string_view kTransferEncoding = "transfer-encoding:";
     Receipt& receipt = static_cast<CMRestConnections*>(self)->m_receipt;
-    receipt.headerBytes += unit * size;
+    const std::string_view line(data, unit * size);
+    receipt.headerBytes += line.size();
     if (receipt.headerBytes > kMostHeaderBytes) {
         receipt.failure = CMRestFailure::OversizedResponse;
         return 0;
     }
-    return unit * size;
+    if (isEqualIgnoringCase(line.substr(0, kTransferEncoding.size()), kTransferEncoding)) {
+        receipt.isChunked = true;
+    }
+    return line.size();
 }
 
 std::size_t CMRestConnections::receiveBody(char* data, std::size_t unit, std::size_t size, void* self) noexcept {
@@ -219,6 +226,8 @@ int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* 
                                      int /*localPort*/) noexcept {
     Receipt& receipt = static_cast<CMRestConnections*>(self)->m_receipt;
     const Clock::time_point now = Clock::now();
+    // What another connection, closed for its age, may have left.
+    receipt.isTLSClosed = false;
     if (receipt.firstSending == Clock::time_point{}) {
         receipt.firstSending = now;
     }

@@ -2,6 +2,7 @@
 #define CF_SRC_REST_CONNECTIONS_H
 
 #include <curl/curl.h>
+#include <openssl/types.h>
 
 #include <chrono>
 #include <cstddef>
@@ -82,6 +83,9 @@ private:
         std::size_t bodyLimit = 0;
         std::string body;
         std::size_t headerBytes = 0;
+        bool isChunked = false;
+        bool isTLSClosed = false;  ///< whether the peer has closed TLS in order
+        long verification = 0;     ///< OpenSSL's result for the certificate that was refused
         Clock::time_point firstSending;
         CMRestFailure failure = CMRestFailure::None;  ///< why a callback stopped the exchange
         std::exception_ptr exception;                 ///< an exception that must not pass through libcurl
@@ -92,7 +96,10 @@ private:
 
     // The handle's options.
     template <typename Value>
-    void setOption(CURLoption option, Value value);
+    void setOption(CURLoption option, Value value) {
+        checkOption(curl_easy_setopt(m_easy.get(), option, value));
+    }
+    void checkOption(CURLcode result);
     void setText(CURLoption option, std::string& held, const std::string& wanted);
     void setConstantOptions();
     void setTLSOptions();
@@ -104,7 +111,7 @@ private:
     CMRestFailure drive(const CMRestGlobalSettings& settings);
     CMRestFailure obtainResult();
     CMRestFailure classify(CURLcode code) const;
-    CMRestFailure classifyVerification() const;
+    CMRestFailure classifyTLS(CURLcode code) const;
     CMRestFailure classifyBreak() const;
     CMRestFailure classifyExhaustion() const;
     CMRestOutcome conclude(CMRestFailure failure);
@@ -115,6 +122,9 @@ private:
         return value;
     }
     bool isRequestBegun() const;
+    /// Whether the body ended with its TLS connection and the peer has not said that this was the end: then it may have
+    /// been cut.
+    bool isEndUncertain() const;
     void makeRoom(std::size_t size);
 
     // libcurl's callbacks; they throw nothing.
@@ -122,6 +132,7 @@ private:
     static std::size_t receiveBody(char* data, std::size_t unit, std::size_t size, void* self) noexcept;
     static int permitSending(void* self, char* remoteAddress, char* localAddress, int remotePort,
                              int localPort) noexcept;
+    static void watchTLS(const SSL* connection, int event, int value) noexcept;
     static CURLcode prepareTLS(CURL* handle, void* tlsContext, void* self) noexcept;
 
     std::unique_ptr<CURLM, MultiDeleter> m_multi;

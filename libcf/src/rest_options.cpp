@@ -1,5 +1,3 @@
-#include <openssl/ssl.h>
-
 #include <climits>
 #include <new>
 #include <string_view>
@@ -7,7 +5,7 @@
 #include "rest_connections.h"
 #include "rest_text.h"
 
-// How the curl handle is set up: once when it is made, for its TLS settings, and for each exchange.
+// How the curl handle is set up: once when it is made, and for each exchange.
 
 namespace {
 
@@ -30,9 +28,7 @@ void addParams(CMRestHeaderList& headers, const CMRestParams& params, bool hasJS
 
 }  // namespace
 
-template <typename Value>
-void CMRestConnections::setOption(CURLoption option, Value value) {
-    const CURLcode result = curl_easy_setopt(m_easy.get(), option, value);
+void CMRestConnections::checkOption(CURLcode result) {
     if (result == CURLE_OUT_OF_MEMORY) {
         throw std::bad_alloc();
     }
@@ -66,34 +62,6 @@ void CMRestConnections::setConstantOptions() {
     setOption(CURLOPT_WRITEDATA, static_cast<void*>(this));
     setOption(CURLOPT_PREREQFUNCTION, &CMRestConnections::permitSending);
     setOption(CURLOPT_PREREQDATA, static_cast<void*>(this));
-}
-
-void CMRestConnections::setTLSOptions() {
-    const bool isChecked = m_tlsSettings.trustStore != nullptr;
-    setOption(CURLOPT_SSL_VERIFYPEER, isChecked ? 1L : 0L);
-    setOption(CURLOPT_SSL_VERIFYHOST, isChecked ? 2L : 0L);
-    setOption(CURLOPT_PROXY_SSL_VERIFYPEER, isChecked ? 1L : 0L);
-    setOption(CURLOPT_PROXY_SSL_VERIFYHOST, isChecked ? 2L : 0L);
-    setOption(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    setOption(CURLOPT_PROXY_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
-    // The trusted certificates come from our own store, so libcurl must not read any.
-    for (const CURLoption place : {CURLOPT_CAINFO, CURLOPT_CAPATH, CURLOPT_PROXY_CAINFO, CURLOPT_PROXY_CAPATH}) {
-        setOption(place, static_cast<const char*>(nullptr));
-    }
-    setOption(CURLOPT_SSL_CTX_FUNCTION, &CMRestConnections::prepareTLS);
-    setOption(CURLOPT_SSL_CTX_DATA, static_cast<void*>(this));
-}
-
-CURLcode CMRestConnections::prepareTLS(CURL* /*handle*/, void* tlsContext, void* self) noexcept {
-    auto* const context = static_cast<SSL_CTX*>(tlsContext);
-    // libcurl writes the connection's keys to the file that SSLKEYLOGFILE names.
-    SSL_CTX_set_keylog_callback(context, nullptr);
-    // A body that ends with its connection is whole only if the peer said so.
-    SSL_CTX_clear_options(context, SSL_OP_IGNORE_UNEXPECTED_EOF);
-    // The store for verification, not the context's general one: libcurl may set that one later.
-    X509_STORE* const store = static_cast<CMRestConnections*>(self)->m_tlsSettings.trustStore.get();
-    const bool isSet = store == nullptr || SSL_CTX_set1_verify_cert_store(context, store) == 1;
-    return isSet ? CURLE_OK : CURLE_SSL_CERTPROBLEM;
 }
 
 void CMRestConnections::setRequest(const CMRestExchange& exchange) {
