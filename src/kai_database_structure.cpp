@@ -1,6 +1,7 @@
 #include "kai_database_structure.h"
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 namespace {
@@ -13,18 +14,63 @@ bool isArrayOrMissing(const COJsonValue& value) {
     return value.isArray() || !value.getIsValidJson();
 }
 
-void appendName(std::string& text, std::string_view name) {
-    text += '`';
-    text += name;
-    text += '`';
-}
+/// Appends pieces to a text. They are gathered on the stack first: a statement has a hundred short ones, and appending
+/// each to a string costs several times what copying it does.
+class PieceAppender {
+public:
+    explicit PieceAppender(std::string& text) : m_text(text) {}
 
-bool appendNames(std::string& text, const COJsonValue& names) {
-    for (const COJsonValue name : names.obtainItems()) {
-        if (!name.isString()) {
+    /// @param pieces  literals and string views
+    template <class... Pieces>
+    void append(const Pieces&... pieces) {
+        if ((measure(pieces) + ...) <= sizeof m_gathered - m_size) {
+            char* end = m_gathered + m_size;
+            ((end = copy(end, pieces)), ...);
+            m_size = static_cast<std::size_t>(end - m_gathered);
+        } else {
+            flush();
+            (m_text.append(pieces), ...);
+        }
+    }
+
+    /// Puts what was gathered into the text. What is not put there is lost.
+    void flush() {
+        m_text.append(m_gathered, m_size);
+        m_size = 0;
+    }
+
+private:
+    // A literal's length is part of its type, so nothing is counted when the program runs.
+    template <std::size_t Size>
+    static constexpr std::size_t measure(const char (&/*literal*/)[Size]) {
+        return Size - 1;
+    }
+    static std::size_t measure(std::string_view text) { return text.size(); }
+
+    template <std::size_t Size>
+    static char* copy(char* end, const char (&literal)[Size]) {
+        std::memcpy(end, literal, Size - 1);
+        return end + Size - 1;
+    }
+    static char* copy(char* end, std::string_view text) {
+        std::memcpy(end, text.data(), text.size());
+        return end + text.size();
+    }
+
+    std::string& m_text;
+    std::size_t m_size = 0;
+    char m_gathered[1024];
+};
+
+// In the functions below only a text that is not there has no data().
+
+bool appendNames(PieceAppender& out, const COJsonValue& names) {
+    for (const COJsonValue item : names.obtainItems()) {
+        const std::string_view name = item.obtainString();
+        if (name.data() == nullptr) {
             return false;
         }
-        appendName(text, name.obtainString());
+        out.append("`", name, "`");
     }
     return true;
 }
@@ -34,98 +80,85 @@ bool isEmptyArray(const COJsonValue& array) {
     return !(items.begin() != items.end());
 }
 
-bool appendFields(std::string& text, const COJsonValue& fields) {
-    bool isFirst = true;
+bool appendFields(PieceAppender& out, const COJsonValue& fields) {
+    std::string_view opening = "`";
     for (const COJsonValue field : fields.obtainItems()) {
-        const COJsonValue name = field.obtainMember("name");
-        const COJsonValue type = field.obtainMember("type");
-        if (!name.isString() || !type.isString()) {
+        const auto [nameValue, typeValue] = field.obtainMemberValues({"name", "type"});
+        const std::string_view name = nameValue.obtainString();
+        const std::string_view type = typeValue.obtainString();
+        if (name.data() == nullptr || type.data() == nullptr) {
             return false;
         }
-        text += isFirst ? "`" : ", `";
-        text += name.obtainString();
-        text += "` ";
-        text += type.obtainString();
-        isFirst = false;
+        out.append(opening, name, "` ", type);
+        opening = ", `";
     }
     return true;
 }
 
-bool appendPrimaryKey(std::string& text, const COJsonValue& keys) {
+bool appendPrimaryKey(PieceAppender& out, const COJsonValue& keys) {
     if (isEmptyArray(keys)) {
         return true;
     }
-    text += ", PRIMARY KEY(";
-    if (!appendNames(text, keys)) {
+    out.append(", PRIMARY KEY(");
+    if (!appendNames(out, keys)) {
         return false;
     }
-    text += ')';
+    out.append(")");
     return true;
 }
 
-bool appendForeignKey(std::string& text, const COJsonValue& key) {
-    const COJsonValue fields = key.obtainMember("fields");
-    const COJsonValue schema = key.obtainMember("ref_schema");
-    const COJsonValue table = key.obtainMember("ref_table");
-    const COJsonValue refFields = key.obtainMember("ref_fields");
+bool appendForeignKey(PieceAppender& out, const COJsonValue& key) {
+    const auto [fields, schema, table, refFields] =
+        key.obtainMemberValues({"fields", "ref_schema", "ref_table", "ref_fields"});
     if (!fields.isArray() || !isStringOrMissing(schema) || !table.isString() || !refFields.isArray()) {
         return false;
     }
     if (isEmptyArray(fields) || isEmptyArray(refFields)) {
         return true;
     }
-    text += ", FOREIGN KEY(";
-    if (!appendNames(text, fields)) {
+    out.append(", FOREIGN KEY(");
+    if (!appendNames(out, fields)) {
         return false;
     }
-    text += ") REFERENCES ";
+    out.append(") REFERENCES ");
     if (schema.isString()) {
-        appendName(text, schema.obtainString());
-        text += '.';
+        out.append("`", schema.obtainString(), "`.");
     }
-    appendName(text, table.obtainString());
-    text += '(';
-    if (!appendNames(text, refFields)) {
+    out.append("`", table.obtainString(), "`(");
+    if (!appendNames(out, refFields)) {
         return false;
     }
-    text += ')';
+    out.append(")");
     return true;
 }
 
-bool appendForeignKeys(std::string& text, const COJsonValue& keys) {
+bool appendForeignKeys(PieceAppender& out, const COJsonValue& keys) {
     for (const COJsonValue key : keys.obtainItems()) {
-        if (!appendForeignKey(text, key)) {
+        if (!appendForeignKey(out, key)) {
             return false;
         }
     }
     return true;
 }
 
-bool appendWellFormedStatement(std::string& text, std::string_view qualifier, std::string_view kind,
+bool appendWellFormedStatement(PieceAppender& out, std::string_view qualifier, std::string_view kind,
                                const COJsonValue& description) {
-    const COJsonValue name = description.obtainMember("name");
-    const COJsonValue fields = description.obtainMember("fields");
-    const COJsonValue primaryKey = description.obtainMember("pkeys");
-    const COJsonValue foreignKeys = description.obtainMember("fkeys");
+    const auto [name, fields, primaryKey, foreignKeys] =
+        description.obtainMemberValues({"name", "fields", "pkeys", "fkeys"});
     if (!name.isString() || !fields.isArray() || !isArrayOrMissing(primaryKey) || !isArrayOrMissing(foreignKeys)) {
         return false;
     }
-    text += "CREATE ";
-    text += kind;
-    text += ' ';
+    out.append("CREATE ", kind, " ");
     if (!qualifier.empty()) {
-        appendName(text, qualifier);
-        text += '.';
+        out.append("`", qualifier, "`.");
     }
-    appendName(text, name.obtainString());
-    text += " (";
+    out.append("`", name.obtainString(), "` (");
     if (!isEmptyArray(fields)) {
-        if (!appendFields(text, fields) || !appendPrimaryKey(text, primaryKey) ||
-            !appendForeignKeys(text, foreignKeys)) {
+        if (!appendFields(out, fields) || !appendPrimaryKey(out, primaryKey) || !appendForeignKeys(out, foreignKeys)) {
             return false;
         }
     }
-    text += ')';
+    out.append(")");
     return true;
 }
 
@@ -188,8 +221,9 @@ void visitDescriptions(const Schema& schema, Visitor visit) {
 }
 
 void appendCatalogLine(std::string& text, const Catalog& catalog) {
-    text += "USE CATALOG ";
-    appendName(text, catalog.name.obtainString());
+    text += "USE CATALOG `";
+    text += catalog.name.obtainString();
+    text += '`';
 }
 
 void addStringIfPresent(CMVariantMap& map, const char* key, const COJsonValue& value) {
@@ -301,6 +335,8 @@ CMVariantList readDatabaseStructure(std::string_view json, KAIMalformedReporter 
 
 void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMalformedReporter reportMalformed) {
     const COJson document(json);
+    // Statements take about two thirds of the bytes of their description.
+    text.reserve(text.size() + json.size() / 3 * 2);
     std::string named;
     visitCatalogs(document.obtainRoot(), reportMalformed, [&](const Catalog& catalog) {
         appendCatalogText(catalog.hasName() ? named : text, catalog, reportMalformed);
@@ -311,7 +347,10 @@ void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMa
 void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
                            const COJsonValue& description, KAIMalformedReporter reportMalformed) {
     const std::size_t start = text.size();
-    if (!appendWellFormedStatement(text, qualifier, kind, description)) {
+    PieceAppender out(text);
+    if (appendWellFormedStatement(out, qualifier, kind, description)) {
+        out.flush();
+    } else {
         reportMalformed();
         text.resize(start);
     }
