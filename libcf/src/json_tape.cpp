@@ -5,28 +5,6 @@
 
 using Type = COJsonValue::Type;
 
-Type TapePlace::obtainType() const noexcept {
-    switch (tape_ref_type()) {
-        case TapeType::START_OBJECT:
-            return Type::Object;
-        case TapeType::START_ARRAY:
-            return Type::Array;
-        case TapeType::STRING:
-            return Type::String;
-        case TapeType::INT64:
-        case TapeType::UINT64:
-        case TapeType::DOUBLE:
-            return Type::Number;
-        case TapeType::TRUE_VALUE:
-        case TapeType::FALSE_VALUE:
-            return Type::Boolean;
-        case TapeType::NULL_VALUE:
-            return Type::Null;
-        default:
-            return Type::Undefined;
-    }
-}
-
 double TapePlace::obtainDouble() const noexcept {
     switch (tape_ref_type()) {
         case TapeType::DOUBLE:

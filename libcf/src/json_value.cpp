@@ -26,7 +26,7 @@ bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
 }
 
 // Keys are short, and a call of memcmp costs several times what comparing them does.
-bool isSameKey(std::string_view left, std::string_view right) noexcept {
+[[gnu::always_inline]] inline bool isSameKey(std::string_view left, std::string_view right) noexcept {
     const std::size_t size = left.size();
     if (size != right.size()) {
         return false;
@@ -40,41 +40,51 @@ bool isSameKey(std::string_view left, std::string_view right) noexcept {
     return left == right;
 }
 
-/// Writes down the values of the keys that an object has, in one walk.
-class MemberSearch {
-public:
-    MemberSearch(const std::string_view* keys, COJsonValue* values, std::size_t count) noexcept
-        : m_keys(keys), m_values(values), m_count(count), m_missing(count) {}
+/// What is looked for in an object, and where it goes.
+struct MemberSearch {
+    const std::string_view* keys;
+    COJsonValue* values;
+    std::size_t count;
+};
 
-    [[nodiscard]] bool isComplete() const noexcept { return m_missing == 0; }
-
-    /// Takes a member of the object; members must come in their order.
-    void addMember(std::string_view key, TapePlace value) noexcept {
-        // Members mostly stand in the order of the keys asked for: the one behind the last found is tried first.
-        for (std::size_t tried = 0; tried < m_count; ++tried) {
-            const std::size_t index = m_next;
-            m_next = m_next + 1 == m_count ? 0 : m_next + 1;
-            if (isSameKey(key, m_keys[index])) {
-                setValue(m_values[index], value);
-                return;
+/// The general search, from some member to the end of the object. A value found already is kept: the first one counts.
+[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, TapePlace member, TapePlace end) noexcept {
+    for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
+        const std::string_view key = member.obtainString();
+        for (std::size_t index = 0; index < search.count; ++index) {
+            if (isSameKey(key, search.keys[index]) && !Access::isParsed(search.values[index])) {
+                search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
             }
         }
     }
+}
 
-private:
-    void setValue(COJsonValue& target, TapePlace value) noexcept {
-        if (!Access::isParsed(target)) {
-            target = Access::make<COJsonValue>(value);
-            --m_missing;
+/// The search for members that mostly stand in the order of the keys: it ends with the last of them, and falls back
+/// on the general one where they do not.
+void findInOrder(const MemberSearch& search, TapePlace object) noexcept {
+    const TapePlace end = object.obtainEnd();
+    TapePlace member = object.obtainFirst();
+    for (std::size_t index = 0; index < search.count; ++index) {
+        if (member == end) {
+            return;
+        }
+        if (!isSameKey(member.obtainString(), search.keys[index])) {
+            return findInAnyOrder(search, member, end);
+        }
+        search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
+        member = member.obtainValueOfKey().obtainNext();
+    }
+}
+
+COJsonValue findMember(TapePlace object, std::string_view key) noexcept {
+    const TapePlace end = object.obtainEnd();
+    for (TapePlace member = object.obtainFirst(); member != end; member = member.obtainValueOfKey().obtainNext()) {
+        if (isSameKey(member.obtainString(), key)) {
+            return Access::make<COJsonValue>(member.obtainValueOfKey());
         }
     }
-
-    const std::string_view* m_keys;
-    COJsonValue* m_values;
-    std::size_t m_count;
-    std::size_t m_missing;
-    std::size_t m_next = 0;
-};
+    return {};
+}
 
 }  // namespace
 
@@ -119,28 +129,24 @@ bool COJsonValue::obtainBoolean() const noexcept {
 }
 
 COJsonValue COJsonValue::obtainMember(std::string_view key) const noexcept {
-    COJsonValue value;
-    findMembers(&key, &value, 1);
-    return value;
+    if (Access::isParsed(*this)) {
+        const TapePlace object = Access::obtainPlace(*this);
+        return object.isObject() ? findMember(object, key) : COJsonValue();
+    }
+    JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr ? Access::make<COJsonValue>(node->findMember(key)) : COJsonValue();
 }
 
 void COJsonValue::findMembers(const std::string_view* keys, COJsonValue* values, std::size_t count) const noexcept {
     if (Access::isParsed(*this)) {
         const TapePlace object = Access::obtainPlace(*this);
-        if (!object.isObject()) {
-            return;
+        if (object.isObject()) {
+            findInOrder({keys, values, count}, object);
         }
-        MemberSearch search(keys, values, count);
-        const TapePlace end = object.obtainEnd();
-        for (TapePlace key = object.obtainFirst(); key != end && !search.isComplete();) {
-            const TapePlace value = key.obtainValueOfKey();
-            search.addMember(key.obtainString(), value);
-            key = value.obtainNext();
-        }
-    } else if (JsonNode* node = Access::obtainNode(*this)) {
-        for (std::size_t index = 0; index < count; ++index) {
-            values[index] = Access::make<COJsonValue>(node->findMember(keys[index]));
-        }
+        return;
+    }
+    for (std::size_t index = 0; index < count; ++index) {
+        values[index] = obtainMember(keys[index]);
     }
 }
 
