@@ -30,13 +30,17 @@ constexpr std::array<std::string_view, 15> kTellingPragmas{
     "function_list", "module_list",      "pragma_list",       "quick_check",   "integrity_check"};
 
 /// Pragmas that tell something without an argument and change something with one.
-constexpr std::array<std::string_view, 8> kTellingBarePragmas{"user_version",   "schema_version", "application_id",
-                                                              "encoding",       "page_count",     "page_size",
-                                                              "freelist_count", "compile_options"};
+constexpr std::array<std::string_view, 9> kTellingBarePragmas{"user_version",   "schema_version",  "application_id",
+                                                              "encoding",       "page_count",      "page_size",
+                                                              "freelist_count", "compile_options", "data_version"};
 
 /// Functions that reach outside the database where a build of the engine has them.
 constexpr std::array<std::string_view, 5> kRefusedFunctions{"load_extension", "fts3_tokenizer", "readfile", "writefile",
                                                             "edit"};
+
+bool isSchemaTable(const char* name) {
+    return isSameName(name, "sqlite_master") || isSameName(name, "sqlite_temp_master");
+}
 
 bool isTellingPragma(const char* name, const char* argument) {
     return isOneOf(name, kTellingPragmas) || (argument == nullptr && isOneOf(name, kTellingBarePragmas));
@@ -66,6 +70,9 @@ constexpr std::array<ActionName, 17> kActionNames{{{SQLITE_INSERT, "INSERT into"
                                                    {SQLITE_DROP_VTABLE, "DROP TABLE"}}};
 
 std::string describeAction(int action, const char* first, const char* second) {
+    if ((action == SQLITE_INSERT || action == SQLITE_DELETE) && isSchemaTable(first)) {
+        return "a change of the schema";
+    }
     const auto known = std::find_if(kActionNames.begin(), kActionNames.end(),
                                     [&](const ActionName& candidate) { return candidate.action == action; });
     const std::string name = known != kActionNames.end() ? known->name : "a statement that creates or changes";
@@ -109,6 +116,10 @@ bool QueryGuard::allow(int action, const char* first, const char* second) {
             return !isOneOf(second, kRefusedFunctions);
         case SQLITE_PRAGMA:
             return isTellingPragma(first, second);
+        case SQLITE_UPDATE:
+            // What the engine itself asks when it connects a virtual table, the table-valued pragmas among them. A
+            // statement that means to do it is refused by the engine.
+            return isSameName(first, "sqlite_master");
         default:
             return false;
     }

@@ -22,10 +22,21 @@ constexpr sqlite3_int64 kMaxHeapBytes = sqlite3_int64{512} * 1024 * 1024;
                     "the model's SQL was refused: " + makeOneLine(what) + " (kai runs SQL for reading only)");
 }
 
+/// Has the engine connect every virtual table, as the list of all tables needs it. Some modules prepare their writing
+/// statements on that occasion, which a guard would refuse, and with them all reading of the table.
+const SqliteDatabase& connectVirtualTables(const SqliteDatabase& database) {
+    const SqliteStatementHandle statement = database.prepare("PRAGMA table_list");
+    while (database.step(statement)) {
+    }
+    return database;
+}
+
 class ScriptRun {
 public:
     ScriptRun(const SqliteDatabase& database, const QueryLimits& limits, const std::function<bool()>& isStopped)
-        : m_database(database), m_limits(limits), m_guard(database.obtainHandle(), limits.maxTime, isStopped) {}
+        : m_database(connectVirtualTables(database)),
+          m_limits(limits),
+          m_guard(database.obtainHandle(), limits.maxTime, isStopped) {}
 
     std::size_t run(const std::string& script, const std::function<void(const ResultTable&)>& receive) {
         if (script.find('\0') != std::string::npos) {
