@@ -1,166 +1,12 @@
 #include "kai_database_structure.h"
 
 #include <algorithm>
-#include <cstring>
 #include <iterator>
+#include <vector>
+
+#include "kai_optional_members.h"
 
 namespace {
-
-bool isStringOrMissing(const COJsonValue& value) {
-    return value.isString() || !value.getIsValidJson();
-}
-
-bool isArrayOrMissing(const COJsonValue& value) {
-    return value.isArray() || !value.getIsValidJson();
-}
-
-/// Appends pieces to a text. They are gathered on the stack first: a statement has a hundred short ones, and appending
-/// each to a string costs several times what copying it does.
-class PieceAppender {
-public:
-    explicit PieceAppender(std::string& text) : m_text(text) {}
-
-    /// @param pieces  literals and string views
-    template <class... Pieces>
-    void append(const Pieces&... pieces) {
-        if ((measure(pieces) + ...) <= sizeof m_gathered - m_size) {
-            char* end = m_gathered + m_size;
-            ((end = copy(end, pieces)), ...);
-            m_size = static_cast<std::size_t>(end - m_gathered);
-        } else {
-            flush();
-            (m_text.append(pieces), ...);
-        }
-    }
-
-    /// Puts what was gathered into the text. What is not put there is lost.
-    void flush() {
-        m_text.append(m_gathered, m_size);
-        m_size = 0;
-    }
-
-private:
-    // A literal's length is part of its type, so nothing is counted when the program runs.
-    template <std::size_t Size>
-    static constexpr std::size_t measure(const char (&/*literal*/)[Size]) {
-        return Size - 1;
-    }
-    static std::size_t measure(std::string_view text) { return text.size(); }
-
-    template <std::size_t Size>
-    static char* copy(char* end, const char (&literal)[Size]) {
-        std::memcpy(end, literal, Size - 1);
-        return end + Size - 1;
-    }
-    static char* copy(char* end, std::string_view text) {
-        std::memcpy(end, text.data(), text.size());
-        return end + text.size();
-    }
-
-    std::string& m_text;
-    std::size_t m_size = 0;
-    char m_gathered[1024];
-};
-
-// In the functions below only a text that is not there has no data().
-
-bool appendNames(PieceAppender& out, const COJsonValue& names) {
-    for (const COJsonValue item : names.obtainItems()) {
-        const std::string_view name = item.obtainString();
-        if (name.data() == nullptr) {
-            return false;
-        }
-        out.append("`", name, "`");
-    }
-    return true;
-}
-
-bool isEmptyArray(const COJsonValue& array) {
-    const COJsonItems items = array.obtainItems();
-    return !(items.begin() != items.end());
-}
-
-bool appendFields(PieceAppender& out, const COJsonValue& fields) {
-    std::string_view opening = "`";
-    for (const COJsonValue field : fields.obtainItems()) {
-        const auto [nameValue, typeValue] = field.obtainMemberValues({"name", "type"});
-        const std::string_view name = nameValue.obtainString();
-        const std::string_view type = typeValue.obtainString();
-        if (name.data() == nullptr || type.data() == nullptr) {
-            return false;
-        }
-        out.append(opening, name, "` ", type);
-        opening = ", `";
-    }
-    return true;
-}
-
-bool appendPrimaryKey(PieceAppender& out, const COJsonValue& keys) {
-    if (isEmptyArray(keys)) {
-        return true;
-    }
-    out.append(", PRIMARY KEY(");
-    if (!appendNames(out, keys)) {
-        return false;
-    }
-    out.append(")");
-    return true;
-}
-
-bool appendForeignKey(PieceAppender& out, const COJsonValue& key) {
-    const auto [fields, schema, table, refFields] =
-        key.obtainMemberValues({"fields", "ref_schema", "ref_table", "ref_fields"});
-    if (!fields.isArray() || !isStringOrMissing(schema) || !table.isString() || !refFields.isArray()) {
-        return false;
-    }
-    if (isEmptyArray(fields) || isEmptyArray(refFields)) {
-        return true;
-    }
-    out.append(", FOREIGN KEY(");
-    if (!appendNames(out, fields)) {
-        return false;
-    }
-    out.append(") REFERENCES ");
-    if (schema.isString()) {
-        out.append("`", schema.obtainString(), "`.");
-    }
-    out.append("`", table.obtainString(), "`(");
-    if (!appendNames(out, refFields)) {
-        return false;
-    }
-    out.append(")");
-    return true;
-}
-
-bool appendForeignKeys(PieceAppender& out, const COJsonValue& keys) {
-    for (const COJsonValue key : keys.obtainItems()) {
-        if (!appendForeignKey(out, key)) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool appendWellFormedStatement(PieceAppender& out, std::string_view qualifier, std::string_view kind,
-                               const COJsonValue& description) {
-    const auto [name, fields, primaryKey, foreignKeys] =
-        description.obtainMemberValues({"name", "fields", "pkeys", "fkeys"});
-    if (!name.isString() || !fields.isArray() || !isArrayOrMissing(primaryKey) || !isArrayOrMissing(foreignKeys)) {
-        return false;
-    }
-    out.append("CREATE ", kind, " ");
-    if (!qualifier.empty()) {
-        out.append("`", qualifier, "`.");
-    }
-    out.append("`", name.obtainString(), "` (");
-    if (!isEmptyArray(fields)) {
-        if (!appendFields(out, fields) || !appendPrimaryKey(out, primaryKey) || !appendForeignKeys(out, foreignKeys)) {
-            return false;
-        }
-    }
-    out.append(")");
-    return true;
-}
 
 struct Catalog {
     COJsonValue id;
@@ -337,21 +183,11 @@ void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMa
     const COJson document(json);
     // Statements take about two thirds of the bytes of their description.
     text.reserve(text.size() + json.size() / 3 * 2);
-    std::string named;
-    visitCatalogs(document.obtainRoot(), reportMalformed, [&](const Catalog& catalog) {
-        appendCatalogText(catalog.hasName() ? named : text, catalog, reportMalformed);
-    });
-    text += named;
-}
-
-void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
-                           const COJsonValue& description, KAIMalformedReporter reportMalformed) {
-    const std::size_t start = text.size();
-    PieceAppender out(text);
-    if (appendWellFormedStatement(out, qualifier, kind, description)) {
-        out.flush();
-    } else {
-        reportMalformed();
-        text.resize(start);
+    std::vector<Catalog> catalogs;
+    visitCatalogs(document.obtainRoot(), reportMalformed,
+                  [&catalogs](const Catalog& catalog) { catalogs.push_back(catalog); });
+    std::stable_partition(catalogs.begin(), catalogs.end(), [](const Catalog& catalog) { return !catalog.hasName(); });
+    for (const Catalog& catalog : catalogs) {
+        appendCatalogText(text, catalog, reportMalformed);
     }
 }

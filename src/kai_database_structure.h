@@ -6,14 +6,13 @@
 
 #include "cf/json.h"
 #include "cf/variant.h"
+#include "kai_create_statement.h"
 
 /// Turns the JSON description of a database into CREATE statements for the model's instructions.
 ///
 /// The description is an array of catalogs with their schemas, and in these tables, views and materialized views;
 /// buildDatabaseStructureTemplate() shows its form. Nothing is cached: every call reads the text anew. What is
 /// malformed is left out, and `reportMalformed` is called once for each such place.
-
-using KAIMalformedReporter = void (*)();
 
 /// The form of a description, as a document: a member whose value is "optional" may be left out.
 COJson buildDatabaseStructureTemplate();
@@ -24,12 +23,5 @@ CMVariantList readDatabaseStructure(std::string_view json, KAIMalformedReporter 
 
 /// Appends all lines of the description, each ended by a line feed, in the order of readDatabaseStructure.
 void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMalformedReporter reportMalformed);
-
-/// Appends the statement of one table or view; nothing when its description is malformed.
-///
-/// Names and types are written as they came. The columns of a key follow one another with no separator between them:
-/// a deliberate saving, and hosts and their prompts count on the exact text.
-void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
-                           const COJsonValue& description, KAIMalformedReporter reportMalformed);
 
 #endif

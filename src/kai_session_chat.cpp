@@ -9,10 +9,11 @@
 namespace {
 
 std::optional<KAIRole> readRole(const COJsonValue& role) {
-    if (role.obtainString() == "user") {
+    const std::string_view word = role.obtainString();
+    if (word == "user") {
         return KAI_ROLE_USER;
     }
-    if (role.obtainString() == "assistant") {
+    if (word == "assistant") {
         return KAI_ROLE_ASSISTANT;
     }
     return std::nullopt;
@@ -21,8 +22,8 @@ std::optional<KAIRole> readRole(const COJsonValue& role) {
 KAIChatHistory readHistory(const COJson& json) {
     KAIChatHistory history;
     for (const COJsonValue item : json.obtainMember("messages").obtainItems()) {
-        const std::optional<KAIRole> role = readRole(item.obtainMember("role"));
-        const COJsonValue content = item.obtainMember("content");
+        const auto [roleWord, content] = item.obtainMemberValues({"role", "content"});
+        const std::optional<KAIRole> role = readRole(roleWord);
         if (role && content.isString()) {
             history.push_back(createTextMessage(*role, 0, std::string(content.obtainString())));
         }
@@ -76,7 +77,7 @@ bool KAISessionChat::loadSession(const std::string& serializedSession) {
     KAIChatHistory history = readHistory(json);
     KAIAssistantProperties restored(m_properties);
     readSessionSettings(json, restored);
-    std::swap(m_properties.changeSettings(), restored.changeSettings());
+    m_properties.changeSettings() = std::move(restored.changeSettings());
     m_history = std::move(history);
     return true;
 }

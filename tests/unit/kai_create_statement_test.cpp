@@ -49,6 +49,19 @@ TEST_F(KAICreateStatement, WritesNameFieldsAndTypesAsReceived) {
     EXPECT_EQ(m_recorder.takeCount(), 0U);
 }
 
+TEST_F(KAICreateStatement, WritesNamesOfAnyLength) {
+    // 1,024 bytes are gathered before they are appended.
+    for (const std::size_t size : {1000U, 1005U, 1006U, 1007U, 1020U, 1024U, 1025U, 5000U}) {
+        const std::string name(size, 'n');
+        const std::string type(size, 't');
+        const std::string field = R"({"name":")" + name + R"(","type":")" + type + R"("})";
+        EXPECT_EQ(buildStatement(R"({"name":")" + name + R"(","fields":[)" + field + "," + field + R"(],"pkeys":[")" +
+                                 name + R"("]})"),
+                  "CREATE TABLE `s`.`" + name + "` (`" + name + "` " + type + ", `" + name + "` " + type +
+                      ", PRIMARY KEY(`" + name + "`))");
+    }
+}
+
 TEST_F(KAICreateStatement, NamesTheKind) {
     EXPECT_EQ(buildStatement(R"({"name":"v","fields":[]})", "s", "VIEW"), "CREATE VIEW `s`.`v` ()");
     EXPECT_EQ(buildStatement(R"({"name":"v","fields":[]})", "s", "MATERIALIZED VIEW"),
