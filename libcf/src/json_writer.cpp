@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -88,7 +89,8 @@ struct COJsonWriter::Text {
         const std::size_t copied = copyPlainText(out, text.data(), text.size(), PlainBytes::ASCII);
         out += copied;
         if (copied != text.size()) {
-            out = appendSpecial(writer, out, text.substr(copied));
+            text.remove_prefix(copied);
+            out = appendSpecial(writer, out, text);
         }
         *out++ = '"';
         return out;
@@ -141,7 +143,7 @@ void COJsonWriter::finish() {
 }
 
 void COJsonWriter::reserve(std::size_t size) {
-    m_end = Text::makeRoom(*this, m_end, size);
+    m_end = Text::makeRoom(*this, m_end, std::min(size, m_target.max_size()));
 }
 
 void COJsonWriter::beginObject() {
