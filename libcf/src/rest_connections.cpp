@@ -73,12 +73,7 @@ void CMRestConnections::open() {
     if (!m_multi || !m_easy) {
         throw std::bad_alloc();
     }
-    m_url.clear();
-    m_userAgent.clear();
-    m_proxyURL.clear();
-    m_hasMethodName = false;
-    m_optionError = CURLE_OK;
-    setConstantOptions();
+    resetOptions();
 }
 
 void CMRestConnections::close() noexcept {
@@ -91,14 +86,15 @@ void CMRestConnections::useTLSSettings(CMRestTLSSettings settings) {
     if (m_hasTLSSettings && m_tlsSettings == settings) {
         return;
     }
-    if (m_hasTLSSettings) {
+    const bool isChanged = std::exchange(m_hasTLSSettings, true);
+    m_tlsSettings = std::move(settings);
+    if (isChanged) {
         // A new handle too: it holds TLS sessions, and resuming one skips the certificate's check.
         close();
         open();
+    } else {
+        setTLSOptions();
     }
-    m_tlsSettings = std::move(settings);
-    m_hasTLSSettings = true;
-    setTLSOptions();
 }
 
 CMRestOutcome CMRestConnections::run(const CMRestExchange& exchange) {
@@ -120,8 +116,14 @@ CMRestOutcome CMRestConnections::run(const CMRestExchange& exchange) {
     if (m_receipt.exception) {
         std::rethrow_exception(m_receipt.exception);
     }
-    forgetRequest();
-    return conclude(failure);
+    CMRestOutcome outcome = conclude(failure);
+    if (failure == CMRestFailure::None && m_receipt.sendings == 1) {
+        forgetRequest();
+    } else {
+        // libcurl counts the requests that it sends again over the handle's whole life and gives up at the sixth.
+        resetOptions();
+    }
+    return outcome;
 }
 
 CMRestFailure CMRestConnections::drive(const CMRestGlobalSettings& settings) {
@@ -228,7 +230,7 @@ int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* 
     const Clock::time_point now = Clock::now();
     // What another connection, closed for its age, may have left.
     receipt.isTLSClosed = false;
-    if (receipt.firstSending == Clock::time_point{}) {
+    if (++receipt.sendings == 1) {
         receipt.firstSending = now;
     }
     if (receipt.method == CMRestMethod::Post && now - receipt.firstSending > kReplayWindow) {

@@ -86,6 +86,7 @@ private:
         bool isChunked = false;
         bool isTLSClosed = false;  ///< whether the peer has closed TLS in order
         long verification = 0;     ///< OpenSSL's result for the certificate that was refused
+        int sendings = 0;          ///< how often the request was sent
         Clock::time_point firstSending;
         CMRestFailure failure = CMRestFailure::None;  ///< why a callback stopped the exchange
         std::exception_ptr exception;                 ///< an exception that must not pass through libcurl
@@ -101,6 +102,7 @@ private:
     }
     void checkOption(CURLcode result);
     void setText(CURLoption option, std::string& held, const std::string& wanted);
+    void resetOptions();
     void setConstantOptions();
     void setTLSOptions();
     void setRequest(const CMRestExchange& exchange);

@@ -5,7 +5,7 @@
 #include "rest_connections.h"
 #include "rest_text.h"
 
-// How the curl handle is set up: once when it is made, and for each exchange.
+// How the curl handle is set up: once when it is made, and for each exchange. A reset keeps its connections.
 
 namespace {
 
@@ -41,6 +41,19 @@ void CMRestConnections::setText(CURLoption option, std::string& held, const std:
     if (held != wanted) {
         setOption(option, wanted.c_str());
         held = wanted;
+    }
+}
+
+void CMRestConnections::resetOptions() {
+    curl_easy_reset(m_easy.get());
+    m_url.clear();
+    m_userAgent.clear();
+    m_proxyURL.clear();
+    m_hasMethodName = false;
+    m_optionError = CURLE_OK;
+    setConstantOptions();
+    if (m_hasTLSSettings) {
+        setTLSOptions();
     }
 }
 

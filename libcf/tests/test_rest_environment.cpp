@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iostream>
 #include <string>
 
 #include "loopback_server.h"
@@ -25,11 +26,10 @@ void setProxyVariables(const std::string& value) {
     }
 }
 
-[[noreturn]] void exitWith(bool isGood, const std::string& reason) {
-    if (!isGood) {
-        std::cerr << reason << '\n';
-    }
-    std::exit(isGood ? 0 : 1);
+/// Ends the process once the case's servers are gone; the reason is empty when all is well.
+[[noreturn]] void exitWith(const std::string& reason) {
+    std::cerr << reason << '\n';
+    std::exit(reason.empty() ? 0 : 1);
 }
 
 class RestEnvironment : public ::testing::Test {
@@ -37,7 +37,7 @@ protected:
     void SetUp() override { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 };
 
-void requestPastProxyVariables() {
+std::string requestPastProxyVariables() {
     LoopbackServer proxy(answerOK);
     LoopbackServer plain(answerOK);
     LoopbackServer secure(answerOK, {.tls = LoopbackTLS::Valid});
@@ -45,20 +45,20 @@ void requestPastProxyVariables() {
     RestCaller caller;
     caller.settings.caBundleFile = secure.obtainCAFile();
     const std::string texts = caller.get(plain.obtainURL()).text + caller.get(secure.obtainURL()).text;
-    exitWith(texts.empty() && proxy.countConnections() == 0, "through the proxy: " + texts);
+    return texts.empty() && proxy.countConnections() == 0 ? "" : "through the proxy: " + texts;
 }
 
-void requestThroughProxyDespiteNoProxy() {
+std::string requestThroughProxyDespiteNoProxy() {
     LoopbackServer proxy(answerOK);
     setenv("NO_PROXY", "*", 1);
     setenv("no_proxy", "*", 1);
     RestCaller caller;
     caller.settings.proxyURL = proxy.obtainURL();
     const RestResult result = caller.get("http://server.invalid/");
-    exitWith(result.code == 0 && proxy.countRequests() == 1, "past the proxy: " + result.text);
+    return result.code == 0 && proxy.countRequests() == 1 ? "" : "past the proxy: " + result.text;
 }
 
-void requestWithTrustVariables() {
+std::string requestWithTrustVariables() {
     LoopbackServer server(answerOK, {.tls = LoopbackTLS::Valid});
     for (const char* const name : {"SSL_CERT_FILE", "CURL_CA_BUNDLE", "CURL_CA_PATH"}) {
         setenv(name, server.obtainCAFile().c_str(), 1);
@@ -66,47 +66,51 @@ void requestWithTrustVariables() {
     setenv("SSL_CERT_DIR", std::filesystem::path(server.obtainCAFile()).parent_path().c_str(), 1);
     RestCaller caller;
     const RestResult result = caller.get(server.obtainURL());
-    exitWith(result.code != 0 && server.countRequests() == 0, "trusted by a variable");
+    return result.code != 0 && server.countRequests() == 0 ? "" : "trusted by a variable";
 }
 
-void requestWithKeyLogVariable() {
+std::string requestWithKeyLogVariable() {
     LoopbackServer server(answerOK, {.tls = LoopbackTLS::Valid});
     const LoopbackPrivateFile keyLog("");
     setenv("SSLKEYLOGFILE", keyLog.obtainPath().c_str(), 1);
     RestCaller caller;
     caller.settings.caBundleFile = server.obtainCAFile();
     const RestResult result = caller.get(server.obtainURL());
-    exitWith(result.code == 0 && std::filesystem::file_size(keyLog.obtainPath()) == 0, "keys written: " + result.text);
+    return result.code == 0 && std::filesystem::file_size(keyLog.obtainPath()) == 0 ? ""
+                                                                                    : "keys written: " + result.text;
 }
 
-void requestWithANetrcFile() {
+std::string requestWithANetrcFile() {
     LoopbackServer server(answerOK);
-    const LoopbackPrivateFile netrc("default login user password secret\n");
-    setenv("NETRC", netrc.obtainPath().c_str(), 1);
-    setenv("HOME", std::filesystem::path(netrc.obtainPath()).parent_path().c_str(), 1);
+    const std::filesystem::path home =
+        std::filesystem::temp_directory_path() / ("cf-rest-home-" + std::to_string(getpid()));
+    std::filesystem::create_directory(home);
+    std::ofstream(home / ".netrc") << "default login user password secret\n";
+    setenv("HOME", home.c_str(), 1);
     RestCaller caller;
     const RestResult result = caller.get(server.obtainURL());
-    exitWith(result.code == 0 && server.requests().at(0).findHeader("Authorization") == nullptr, "credential sent");
+    std::filesystem::remove_all(home);
+    return result.code == 0 && server.requests().at(0).findHeader("Authorization") == nullptr ? "" : "credential sent";
 }
 
 }  // namespace
 
 TEST_F(RestEnvironment, NamesNoProxy) {
-    EXPECT_EXIT(requestPastProxyVariables(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(exitWith(requestPastProxyVariables()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RestEnvironment, ExemptsNoHostFromTheProxy) {
-    EXPECT_EXIT(requestThroughProxyDespiteNoProxy(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(exitWith(requestThroughProxyDespiteNoProxy()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RestEnvironment, NamesNoTrustedCertificates) {
-    EXPECT_EXIT(requestWithTrustVariables(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(exitWith(requestWithTrustVariables()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RestEnvironment, NamesNoFileForTheKeysOfConnections) {
-    EXPECT_EXIT(requestWithKeyLogVariable(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(exitWith(requestWithKeyLogVariable()), testing::ExitedWithCode(0), "");
 }
 
 TEST_F(RestEnvironment, NamesNoCredentials) {
-    EXPECT_EXIT(requestWithANetrcFile(), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(exitWith(requestWithANetrcFile()), testing::ExitedWithCode(0), "");
 }
