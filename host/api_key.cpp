@@ -22,15 +22,15 @@ constexpr std::streamsize kMaxKeyBytes = 64 * 1024;
 }
 
 std::string encodePercent(std::string_view text) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    constexpr std::string_view plain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
     std::string encoded;
     for (const char character : text) {
-        if (plain.find(character) != std::string_view::npos) {
+        if (kPlain.find(character) != std::string_view::npos) {
             encoded += character;
         } else {
             const auto byte = static_cast<unsigned char>(character);
-            encoded += {'%', digits[byte >> 4], digits[byte & 0xF]};
+            encoded += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
         }
     }
     return encoded;
@@ -103,7 +103,7 @@ std::string chooseVariable(const Provider& provider, const KeySource& source) {
     }
     std::string chosen;
     for (const std::string_view name : provider.keyVariables) {
-        const std::string variable(name);
+        std::string variable(name);
         const char* value = std::getenv(variable.c_str());
         if (value != nullptr && *value != '\0') {
             return variable;

@@ -104,9 +104,9 @@ std::vector<std::string> collectContents(const std::vector<CodeBlock>& blocks, P
 }
 
 bool beginsLikeQuery(std::string_view text) {
-    constexpr std::array<std::string_view, 4> words{"select", "with", "values", "explain"};
+    constexpr std::array<std::string_view, 4> kWords{"select", "with", "values", "explain"};
     const std::string firstWord = lowerCase(text.substr(0, text.find_first_of(" \t\r\n(*")));
-    return std::find(words.begin(), words.end(), firstWord) != words.end();
+    return std::find(kWords.begin(), kWords.end(), firstWord) != kWords.end();
 }
 
 /// An answer that is nothing but a query: it begins like one and ends like one. "With pleasure: ..." does not.

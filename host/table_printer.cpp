@@ -14,12 +14,12 @@ namespace {
 constexpr std::size_t kShownBlobBytes = 8;
 
 std::string describeBlob(const Cell& cell) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     std::string text = "x'";
     for (std::size_t i = 0; i < std::min(cell.bytes.size(), kShownBlobBytes); ++i) {
         const auto byte = static_cast<unsigned char>(cell.bytes[i]);
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0xF];
     }
     text += cell.size > kShownBlobBytes ? "\u2026'" : "'";
     return text + " (" + std::to_string(cell.size) + (cell.size == 1 ? " byte)" : " bytes)");

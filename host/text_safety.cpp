@@ -68,10 +68,10 @@ bool isHiddenControl(char32_t character) {
 }
 
 void appendCodeName(std::string& target, char32_t character) {
-    constexpr std::string_view digits = "0123456789ABCDEF";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
     target += "<U+";
     for (int shift = 12; shift >= 0; shift -= 4) {
-        target += digits[(character >> shift) & 0xF];
+        target += kDigits[(character >> shift) & 0xF];
     }
     target += '>';
 }

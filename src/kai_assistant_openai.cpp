@@ -96,7 +96,7 @@ std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue&
 std::pair<std::vector<std::string>, std::string> KAIAssistant_OPENAI::obtainAvailableModels() {
     KAIServiceAnswer answer = m_service.get(obtainHost(), {"models"}, {}, {});
     if (!answer.errorText.empty()) {
-        return {{}, std::move(answer.errorText)};
+        return {std::vector<std::string>(), std::move(answer.errorText)};
     }
     if (std::optional<std::string> message = findErrorMessage(answer.response.get())) {
         return {{}, *std::move(message)};

@@ -44,7 +44,7 @@ std::pair<std::string, std::string> KAIService_OPENAI::postForID(const std::stri
                                                                  ICOJsonValue* body, std::string_view suffix) {
     KAIServiceAnswer answer = post(host, path, body, suffix);
     if (!answer.errorText.empty()) {
-        return {{}, std::move(answer.errorText)};
+        return {std::string(), std::move(answer.errorText)};
     }
     const COJsonValue id = answer.obtainMember("id");
     if (!id.isString()) {
