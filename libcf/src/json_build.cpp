@@ -69,18 +69,16 @@ COJsonValue COJsonValue::addItem() {
 
 namespace {
 
-constexpr int maximumDepth = 512;
+void setFromVariant(COJsonValue target, const CMVariant& value, std::size_t level);
 
-void setFromVariant(COJsonValue target, const CMVariant& value, int level);
-
-void setFromList(COJsonValue target, const CMVariantList& list, int level) {
+void setFromList(COJsonValue target, const CMVariantList& list, std::size_t level) {
     target.setArray();
     for (const CMVariant& item : list) {
         setFromVariant(target.addItem(), item, level);
     }
 }
 
-void setFromMap(COJsonValue target, const CMVariantMap& map, int level) {
+void setFromMap(COJsonValue target, const CMVariantMap& map, std::size_t level) {
     target.setObject();
     for (const auto& [key, value] : map) {
         setFromVariant(target.addKeyValue(key), value, level);
@@ -88,16 +86,16 @@ void setFromMap(COJsonValue target, const CMVariantMap& map, int level) {
 }
 
 /// Sets a null target; an array or object inside `level` others that may hold none stays null.
-void setFromVariant(COJsonValue target, const CMVariant& value, int level) {
+void setFromVariant(COJsonValue target, const CMVariant& value, std::size_t level) {
     switch (value.getValueType()) {
         case CMVariant::ValueType::String:
             return target.setString(value.stringValue());
         case CMVariant::ValueType::Double:
             return target.setDouble(value.doubleValue());
         case CMVariant::ValueType::List:
-            return level < maximumDepth ? setFromList(target, value.listValue(), level + 1) : target.setNull();
+            return level < kMaximumDepth ? setFromList(target, value.listValue(), level + 1) : target.setNull();
         case CMVariant::ValueType::Map:
-            return level < maximumDepth ? setFromMap(target, value.mapValue(), level + 1) : target.setNull();
+            return level < kMaximumDepth ? setFromMap(target, value.mapValue(), level + 1) : target.setNull();
         default:
             return target.setNull();
     }

@@ -72,15 +72,15 @@ NumberParts cutNumber(std::string_view token) noexcept {
 }
 
 std::int64_t readExponent(std::string_view exponent) noexcept {
-    constexpr std::int64_t limit = std::numeric_limits<std::int64_t>::max() / 2;
+    constexpr std::int64_t kLimit = std::numeric_limits<std::int64_t>::max() / 2;
     const bool isNegative = exponent.starts_with('-');
     if (isNegative || exponent.starts_with('+')) {
         exponent.remove_prefix(1);
     }
     std::int64_t value = 0;
     const auto result = std::from_chars(exponent.data(), exponent.data() + exponent.size(), value);
-    if (result.ec == std::errc::result_out_of_range || value > limit) {
-        value = limit;
+    if (result.ec == std::errc::result_out_of_range || value > kLimit) {
+        value = kLimit;
     }
     return isNegative ? -value : value;
 }
@@ -106,9 +106,9 @@ bool isInteger64(std::string_view token) noexcept {
 }
 
 void appendDouble(std::string& out, double number) {
-    char buffer[numberTextSize];
+    char buffer[kNumberTextSize];
     // Scientific form always has an exponent, so that no integer is made of it.
-    const auto result = std::to_chars(buffer, buffer + numberTextSize, number, std::chars_format::scientific);
+    const auto result = std::to_chars(buffer, buffer + kNumberTextSize, number, std::chars_format::scientific);
     out.append(buffer, result.ptr);
 }
 

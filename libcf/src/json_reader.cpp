@@ -13,12 +13,11 @@ namespace {
 using simdjson::error_code;
 using simdjson::dom::document;
 
-constexpr std::size_t maximumDepth = 512;
-constexpr std::size_t minimumCapacity = 32;
+constexpr std::size_t kMinimumCapacity = 32;
 
 error_code parse(std::string_view text, std::size_t depthLimit, document& target) {
     simdjson::dom::parser parser;
-    error_code error = parser.allocate(std::max(text.size(), minimumCapacity), depthLimit);
+    error_code error = parser.allocate(std::max(text.size(), kMinimumCapacity), depthLimit);
     if (error == simdjson::SUCCESS) {
         error = parser.parse_into_document(target, text.data(), text.size(), true).error();
     }
@@ -30,13 +29,13 @@ error_code parse(std::string_view text, std::size_t depthLimit, document& target
 
 /// The depth of the deepest array or object, an empty one counted too.
 std::size_t measureDepth(const document& source) noexcept {
-    constexpr unsigned typeShift = 56;
+    constexpr unsigned kTypeShift = 56;
     const std::uint64_t* const tape = source.tape.get();
     const std::size_t end = tape[0] & simdjson::internal::JSON_VALUE_MASK;
     std::size_t depth = 0;
     std::size_t deepest = 0;
     for (std::size_t place = 1; place < end; ++place) {
-        switch (static_cast<char>(tape[place] >> typeShift)) {
+        switch (static_cast<char>(tape[place] >> kTypeShift)) {
             case '[':
             case '{':
                 deepest = std::max(deepest, ++depth);
@@ -60,18 +59,18 @@ std::size_t measureDepth(const document& source) noexcept {
 // The engine's limit N refuses a value inside N levels but takes an empty array or object as level N: what passes at
 // our limit is fine, and the few texts that do not are measured.
 error_code parseToDepth(std::string_view text, document& target) {
-    const error_code error = parse(text, maximumDepth, target);
+    const error_code error = parse(text, kMaximumDepth, target);
     if (error != simdjson::DEPTH_ERROR) {
         return error;
     }
-    const error_code deeperError = parse(text, maximumDepth + 1, target);
-    const bool isTooDeep = deeperError == simdjson::SUCCESS && measureDepth(target) > maximumDepth;
+    const error_code deeperError = parse(text, kMaximumDepth + 1, target);
+    const bool isTooDeep = deeperError == simdjson::SUCCESS && measureDepth(target) > kMaximumDepth;
     return isTooDeep ? simdjson::DEPTH_ERROR : deeperError;
 }
 
 std::string_view skipByteOrderMark(std::string_view text) noexcept {
-    constexpr std::string_view mark = "\xEF\xBB\xBF";
-    return text.starts_with(mark) ? text.substr(mark.size()) : text;
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
 }
 
 }  // namespace

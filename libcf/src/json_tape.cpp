@@ -32,9 +32,9 @@ std::int64_t TapePlace::obtainInteger() const noexcept {
 }
 
 std::size_t TapePlace::countChildren() const noexcept {
-    constexpr std::size_t countLimit = 0xFFFFFF;  // the tape counts no further
+    constexpr std::size_t kCountLimit = 0xFFFFFF;  // the tape counts no further
     const std::size_t count = scope_count();
-    if (count < countLimit) {
+    if (count < kCountLimit) {
         return count;
     }
     const bool hasKeys = isObject();

@@ -9,6 +9,9 @@
 
 #include "cf/json.h"
 
+/// The most levels of arrays and objects that a document may have.
+inline constexpr std::size_t kMaximumDepth = 512;
+
 /// What the engine makes of a text: a tape with all values in the order of the text, and a buffer with their strings.
 struct ParsedDocument : simdjson::dom::document {
     /// Whether the text held an integer beyond 64 bits: such a one stands on the tape as the nearest double.

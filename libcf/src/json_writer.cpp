@@ -10,10 +10,10 @@
 namespace {
 
 // Room kept behind every text, so that a separator, quotes, a number or one escape need no test of their own.
-constexpr std::size_t slack = 64;
-static_assert(slack >= 2 * numberTextSize);
+constexpr std::size_t kSlack = 64;
+static_assert(kSlack >= 2 * kNumberTextSize);
 
-constexpr std::string_view replacementCharacter = "\xEF\xBF\xBD";
+constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
 char* append(char* out, std::string_view text) noexcept {
     std::memcpy(out, text.data(), text.size());
@@ -21,7 +21,7 @@ char* append(char* out, std::string_view text) noexcept {
 }
 
 char* appendEscape(char* out, unsigned char byte) noexcept {
-    constexpr std::string_view digits = "0123456789abcdef";
+    constexpr std::string_view kDigits = "0123456789abcdef";
     switch (byte) {
         case '"':
             return append(out, "\\\"");
@@ -39,8 +39,8 @@ char* appendEscape(char* out, unsigned char byte) noexcept {
             return append(out, "\\t");
         default:
             out = append(out, "\\u00");
-            *out++ = digits[byte >> 4];
-            *out++ = digits[byte & 0xF];
+            *out++ = kDigits[byte >> 4];
+            *out++ = kDigits[byte & 0xF];
             return out;
     }
 }
@@ -52,7 +52,7 @@ char* appendEscape(char* out, unsigned char byte) noexcept {
 struct COJsonWriter::Text {
     static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
         const auto room = static_cast<std::size_t>(writer.m_limit - out);
-        return room >= size + slack ? out : grow(writer, out, size);
+        return room >= size + kSlack ? out : grow(writer, out, size);
     }
 
     // All of the string's capacity is made part of it, and what is not written is cut off at the end: so nothing is
@@ -61,7 +61,7 @@ struct COJsonWriter::Text {
         std::string& target = writer.m_target;
         const auto used = static_cast<std::size_t>(out - target.data());
         writer.m_end = out;
-        target.reserve(used + size + slack);
+        target.reserve(used + size + kSlack);
         target.resize_and_overwrite(target.capacity(), [](char*, std::size_t capacity) noexcept { return capacity; });
         writer.m_end = target.data() + used;
         writer.m_limit = target.data() + target.size();
@@ -112,7 +112,7 @@ struct COJsonWriter::Text {
             } else {
                 isChecked = true;
                 const UTF8Sequence sequence = measureUTF8Sequence(text);
-                out = append(out, sequence.isWellFormed ? text.substr(0, sequence.size) : replacementCharacter);
+                out = append(out, sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter);
                 text.remove_prefix(sequence.size);
             }
             const std::size_t copied = copyPlainText(out, text.data(), text.size(), plain);

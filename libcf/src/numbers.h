@@ -6,14 +6,14 @@
 #include <cstdint>
 
 /// Room for any number that spellNumber() writes: the longest double is "-2.2250738585072014e-308", 24 characters.
-inline constexpr std::size_t numberTextSize = 32;
+inline constexpr std::size_t kNumberTextSize = 32;
 
 /// Writes an integer, or the shortest text that reads back as the same double (C locale), to `out`, which must have
-/// room for numberTextSize characters.
+/// room for kNumberTextSize characters.
 /// @return the end of what was written
 template <typename Number>
 [[nodiscard]] char* spellNumber(char* out, Number number) noexcept {
-    return std::to_chars(out, out + numberTextSize, number).ptr;
+    return std::to_chars(out, out + kNumberTextSize, number).ptr;
 }
 
 /// The number without its fraction; 0 where that lies outside 64 bits, or is no number.

@@ -23,14 +23,14 @@ std::size_t copyPlainBytes(char* out, const char* text, std::size_t size, PlainB
 // is plain.
 
 std::size_t copyPlainWords(char* out, const char* text, std::size_t size, PlainBytes plain) noexcept {
-    constexpr std::size_t blockSize = sizeof(PlainWord);
-    for (std::size_t done = 0; done < size; done += blockSize) {
-        done = std::min(done, size - blockSize);
+    constexpr std::size_t kBlockSize = sizeof(PlainWord);
+    for (std::size_t done = 0; done < size; done += kBlockSize) {
+        done = std::min(done, size - kBlockSize);
         PlainWord word = 0;
-        std::memcpy(&word, text + done, blockSize);
-        std::memcpy(out + done, &word, blockSize);
+        std::memcpy(&word, text + done, kBlockSize);
+        std::memcpy(out + done, &word, kBlockSize);
         if (!isPlainWord(word, plain)) {
-            return done + copyPlainBytes(out + done, text + done, blockSize, plain);
+            return done + copyPlainBytes(out + done, text + done, kBlockSize, plain);
         }
     }
     return size;
@@ -52,9 +52,9 @@ const bool hasAVX2 = checkAVX2();
 }  // namespace
 
 std::size_t copyPlainBySSE2(char* out, const char* text, std::size_t size, PlainBytes plain) noexcept {
-    constexpr std::size_t blockSize = sizeof(__m128i);
-    for (std::size_t done = 0; done < size; done += blockSize) {
-        done = std::min(done, size - blockSize);
+    constexpr std::size_t kBlockSize = sizeof(__m128i);
+    for (std::size_t done = 0; done < size; done += kBlockSize) {
+        done = std::min(done, size - kBlockSize);
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text + done));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(out + done), block);
         const unsigned special = findSpecialBytes(block, plain);
@@ -84,9 +84,9 @@ __attribute__((target("avx2"))) inline std::uint64_t collectBits(__m256i bytes) 
 
 __attribute__((target("avx2"))) std::size_t copyPlainByAVX2(char* out, const char* text, std::size_t size,
                                                             PlainBytes plain) noexcept {
-    constexpr std::size_t blockSize = 2 * sizeof(__m256i);
-    for (std::size_t done = 0; done < size; done += blockSize) {
-        done = std::min(done, size - blockSize);
+    constexpr std::size_t kBlockSize = 2 * sizeof(__m256i);
+    for (std::size_t done = 0; done < size; done += kBlockSize) {
+        done = std::min(done, size - kBlockSize);
         const auto* source = reinterpret_cast<const __m256i*>(text + done);
         auto* target = reinterpret_cast<__m256i*>(out + done);
         const __m256i first = _mm256_loadu_si256(source);

@@ -41,16 +41,16 @@ enum class PlainBytes {
 using PlainWord = std::uint64_t;
 
 [[nodiscard]] inline bool isPlainWord(PlainWord word, PlainBytes plain) noexcept {
-    constexpr PlainWord everyByte = 0x0101010101010101;
-    constexpr PlainWord topBits = 0x80 * everyByte;
+    constexpr PlainWord kEveryByte = 0x0101010101010101;
+    constexpr PlainWord kTopBits = 0x80 * kEveryByte;
     // With the top bits cleared no sum carries into the next byte, and each sets its byte's top bit if that is plain.
-    const PlainWord low = word & ~topBits;
-    const PlainWord isNoControl = low + 0x60 * everyByte;
-    const PlainWord isNoQuote = (low ^ '"' * everyByte) + 0x7F * everyByte;
-    const PlainWord isNoBackslash = (low ^ '\\' * everyByte) + 0x7F * everyByte;
+    const PlainWord low = word & ~kTopBits;
+    const PlainWord isNoControl = low + 0x60 * kEveryByte;
+    const PlainWord isNoQuote = (low ^ '"' * kEveryByte) + 0x7F * kEveryByte;
+    const PlainWord isNoBackslash = (low ^ '\\' * kEveryByte) + 0x7F * kEveryByte;
     const PlainWord isPlainASCII = isNoControl & isNoQuote & isNoBackslash;
     const PlainWord isPlain = plain == PlainBytes::ASCII ? isPlainASCII & ~word : isPlainASCII | word;
-    return (isPlain & topBits) == topBits;
+    return (isPlain & kTopBits) == kTopBits;
 }
 
 #if defined(__x86_64__)

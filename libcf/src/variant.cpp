@@ -28,7 +28,7 @@ double readNumber(std::string_view text) noexcept {
 }
 
 std::string obtainSpelling(double number) {
-    char buffer[numberTextSize];
+    char buffer[kNumberTextSize];
     return std::string(buffer, spellNumber(buffer, number));
 }
 
