@@ -13,8 +13,6 @@ struct Goal {
     std::optional<double> moonshot{};
 };
 
-constexpr Goal NO_GOAL{};
-
 BenchCase takeSize(std::string name, std::size_t size, std::size_t repeats) {
     return {.name = std::move(name), .arguments = {std::to_string(size)}, .repeats = repeats};
 }

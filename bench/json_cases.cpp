@@ -58,13 +58,12 @@ void measureStatements(Meter& meter, std::size_t tables) {
 void measureStatementsFloor(Meter& meter, std::size_t tables) {
     const simdjson::padded_string json(buildDatabaseStructure(tables));
     simdjson::ondemand::parser parser;
-    std::string statements;
+    std::string statements(json.size(), '\0');
+    std::size_t size = 0;
     meter.measure(
         WARM_UPS, [] { return 0; },
-        [&](int) {
-            writeStatementsOnDemand(parser, json, statements);
-            return statements.size();
-        });
+        [&](int) { return size = writeStatementsOnDemand(parser, json, statements.data()); });
+    statements.resize(size);
     if (createProperties(tables)->obtainProperty("combined_instructions").stringValue() != statements + "\n") {
         throw std::runtime_error("the floor did not write the same text");
     }

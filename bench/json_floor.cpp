@@ -71,9 +71,8 @@ void appendTable(Cursor& out, std::string_view schema, ondemand::object table) {
 
 }  // namespace
 
-void writeStatementsOnDemand(ondemand::parser& parser, const padded_string& json, std::string& statements) {
-    statements.resize(json.size());
-    Cursor out(statements.data());
+std::size_t writeStatementsOnDemand(ondemand::parser& parser, const padded_string& json, char* statements) {
+    Cursor out(statements);
     ondemand::document document = parser.iterate(json);
     for (ondemand::object catalog : document.get_array()) {
         for (ondemand::object schema : catalog.find_field("schemas").get_array()) {
@@ -83,5 +82,5 @@ void writeStatementsOnDemand(ondemand::parser& parser, const padded_string& json
             }
         }
     }
-    statements.resize(static_cast<std::size_t>(out.obtainPlace() - statements.data()));
+    return static_cast<std::size_t>(out.obtainPlace() - statements);
 }

@@ -21,7 +21,7 @@ std::string formatCount(double count) {
     }
     for (std::size_t place = text.size(); place > 3;) {
         place -= 3;
-        text.insert(place, ",");
+        text.insert(place, 1, ',');
     }
     return text;
 }
