@@ -9,7 +9,7 @@ namespace {
 using ChatConversation = ChatContract;
 INSTANTIATE_FOR_CHAT_PROVIDERS(ChatConversation);
 
-constexpr const char* ONE_TABLE = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
+constexpr const char* kOneTable = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
 
 }  // namespace
 
@@ -58,7 +58,7 @@ TEST_P(ChatConversation, SendsChangedPropertiesWithTheNextTurnAndTheSameHistory)
     set("temperature", "0.5");
     set("user_instructions", "U");
     set("system_instructions", CMVariantMap{{"name", "S"}});
-    set("db_structure", ONE_TABLE);
+    set("db_structure", kOneTable);
     converse(*session, "q2", "a2");
     const ExpectedTurn expected{.model = "other",
                                 .temperature = "0.5",

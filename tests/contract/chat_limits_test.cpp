@@ -10,7 +10,7 @@ INSTANTIATE_FOR_CHAT_PROVIDERS(ChatLimits);
 using ChatPieces = ChatContract;
 INSTANTIATE_FOR_CHAT_PROVIDERS_THAT(ChatPieces, provider.writeReplyOfPieces != nullptr);
 
-const std::string REPLACEMENT = "\xef\xbf\xbd";
+const std::string kReplacement = "\xef\xbf\xbd";
 
 bool isGoogle() {
     return ChatContract::GetParam().type == KAIAssistantType::GOOGLE;
@@ -188,10 +188,10 @@ TEST_P(ChatLimits, ReplaceIllFormedTextInRequestsAndSessionTexts) {
     const SessionHandle session = createSession();
     converse(*session, "a\xe2\x82z\xed\xa0\x80", "reply");
     // A truncated sequence counts as one; each byte of an encoded surrogate as one of its own.
-    const std::string replaced = "a" + REPLACEMENT + "z" + REPLACEMENT + REPLACEMENT + REPLACEMENT;
-    const std::string model = isGoogle() ? "m" : "m" + REPLACEMENT;
+    const std::string replaced = "a" + kReplacement + "z" + kReplacement + kReplacement + kReplacement;
+    const std::string model = isGoogle() ? "m" : "m" + kReplacement;
     EXPECT_EQ(obtainLastRequest().body,
-              writeBody({.model = model, .instructions = REPLACEMENT + "(\n\n", .messages = {{0, replaced}}}));
+              writeBody({.model = model, .instructions = kReplacement + "(\n\n", .messages = {{0, replaced}}}));
     const std::string text = session->serializeSession();
     EXPECT_NE(text.find(R"({"role":"user","content":")" + replaced + "\"}"), std::string::npos) << text;
     const SessionHandle restored = restoreSession(*m_assistant, text);
@@ -220,6 +220,6 @@ TEST_P(ChatLimits, KeepIllFormedNamesOfADatabaseOutOfTheRequest) {
         CMVariantList{CMVariantMap{{"schemas", CMVariantList{CMVariantMap{{"tables", CMVariantList{table}}}}}}});
     const SessionHandle session = createSession();
     converse(*session, "q", "a");
-    const std::string statement = "CREATE TABLE `t`" + REPLACEMENT + "` (`" + REPLACEMENT + "` i\\u0000t)\\n\\n";
+    const std::string statement = "CREATE TABLE `t`" + kReplacement + "` (`" + kReplacement + "` i\\u0000t)\\n\\n";
     EXPECT_NE(obtainLastRequest().body.find(statement), std::string::npos) << obtainLastRequest().body;
 }

@@ -117,11 +117,11 @@ std::string obtainFixed(const std::string& /*model*/) {
     return Text;
 }
 
-constexpr char DEEPSEEK_PATH[] = "/chat/completions";
-constexpr char DEEPSEEK_SUFFIX[] = ": p/chat/completions";
-constexpr char OLLAMA_PATH[] = "/api/chat";
-constexpr char OLLAMA_SUFFIX[] = ": p/api/chat";
-constexpr char OLLAMA_INVALID_SUFFIX[] = ": g/api/chat";
+constexpr char kDeepseekPath[] = "/chat/completions";
+constexpr char kDeepseekSuffix[] = ": p/chat/completions";
+constexpr char kOllamaPath[] = "/api/chat";
+constexpr char kOllamaSuffix[] = ": p/api/chat";
+constexpr char kOllamaInvalidSuffix[] = ": g/api/chat";
 
 ChatProvider describeDeepSeek() {
     return {
@@ -135,10 +135,10 @@ ChatProvider describeDeepSeek() {
         .modelsSuffix = ": g/models",
         .modelsErrors = ErrorReading::MessageOrBody,
         .writeModels = writeDeepSeekModels,
-        .chatPath = obtainFixed<DEEPSEEK_PATH>,
+        .chatPath = obtainFixed<kDeepseekPath>,
         .emptyModelSuffix = ": p/chat/completions",
-        .invalidSuffix = obtainFixed<DEEPSEEK_SUFFIX>,
-        .unsupportedSuffix = obtainFixed<DEEPSEEK_SUFFIX>,
+        .invalidSuffix = obtainFixed<kDeepseekSuffix>,
+        .unsupportedSuffix = obtainFixed<kDeepseekSuffix>,
         .chatErrors = ErrorReading::MessageOrBody,
         .writeBody = writeDeepSeekBody,
         .writeReply = [](const std::string& jsonText) { return writeDeepSeekReplyOfPieces(1, jsonText); },
@@ -181,10 +181,10 @@ ChatProvider describeOllama() {
         .modelsSuffix = ": g/api/tags",
         .modelsErrors = ErrorReading::Nothing,
         .writeModels = writeOllamaModels,
-        .chatPath = obtainFixed<OLLAMA_PATH>,
+        .chatPath = obtainFixed<kOllamaPath>,
         .emptyModelSuffix = ": p/api/chat",
-        .invalidSuffix = obtainFixed<OLLAMA_INVALID_SUFFIX>,
-        .unsupportedSuffix = obtainFixed<OLLAMA_SUFFIX>,
+        .invalidSuffix = obtainFixed<kOllamaInvalidSuffix>,
+        .unsupportedSuffix = obtainFixed<kOllamaSuffix>,
         .chatErrors = ErrorReading::MessageOrBody,
         .writeBody = writeOllamaBody,
         .writeReply = writeOllamaReply,

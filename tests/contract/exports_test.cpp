@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr KAIAssistantType ALL_TYPES[] = {KAIAssistantType::OPENAI, KAIAssistantType::GOOGLE,
+constexpr KAIAssistantType kAllTypes[] = {KAIAssistantType::OPENAI, KAIAssistantType::GOOGLE,
                                           KAIAssistantType::DEEPSEEK, KAIAssistantType::OLLAMA};
 
 /// A pool of the host's own making that tells when it is gone.
@@ -49,7 +49,7 @@ LoopbackReply answerText(const LoopbackRequest& /*request*/) {
 }  // namespace
 
 TEST(KAICreateAssistant, GivesAnAssistantOfEveryType) {
-    for (const KAIAssistantType type : ALL_TYPES) {
+    for (const KAIAssistantType type : kAllTypes) {
         IKAIAssistant* assistant = KAICreateAssistant(type, cfCreateHTTPPoolCenter(), "key", "host");
         EXPECT_NE(assistant, nullptr) << static_cast<int>(type);
         KAIFreeObject(assistant);
@@ -94,7 +94,7 @@ TEST(KAIFreeObject, IgnoresNull) {
 }
 
 TEST(KAIFreeObject, DestroysThePoolOfAnAssistantOnce) {
-    for (const KAIAssistantType type : ALL_TYPES) {
+    for (const KAIAssistantType type : kAllTypes) {
         int destroyed = 0;
         IKAIAssistant* assistant = KAICreateAssistant(type, new CountedPool(destroyed), "key", "host");
         EXPECT_EQ(destroyed, 0);

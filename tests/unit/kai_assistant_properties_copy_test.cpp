@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr const char* ONE_TABLE = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
+constexpr const char* kOneTable = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
 
 using Keys = std::set<std::string, std::less<>>;
 
@@ -49,7 +49,7 @@ TEST(KAIAssistantPropertiesCombinedInstructions, OrderSystemInstructionsByTheByt
 
 TEST(KAIAssistantPropertiesCombinedInstructions, EndTheDatabaseStructureWithOneMoreLineFeed) {
     KAIAssistantProperties properties;
-    properties.setProperty("db_structure", ONE_TABLE);
+    properties.setProperty("db_structure", kOneTable);
     EXPECT_EQ(properties.obtainCombinedInstructions(), "CREATE TABLE `t` (`a` int)\n\n");
     properties.setProperty("user_instructions", "U");
     properties.setProperty("system_instructions", CMVariantMap{{"name", "S"}});
@@ -85,7 +85,7 @@ TEST(KAIAssistantPropertiesCopy, KeepsEveryFieldAndTheAssignedKeys) {
     source.setProperty("temperature", "0.5");
     source.setProperty("user_instructions", "u");
     source.setProperty("system_instructions", CMVariantMap{{"a", "X"}});
-    source.setProperty("db_structure", ONE_TABLE);
+    source.setProperty("db_structure", kOneTable);
     source.setProperty("unknown", "x");
     KAIAssistantProperties copy(source);
     EXPECT_EQ(copy.obtainProperty("api_host").stringValue(), "h");
@@ -93,7 +93,7 @@ TEST(KAIAssistantPropertiesCopy, KeepsEveryFieldAndTheAssignedKeys) {
     EXPECT_EQ(copy.obtainProperty("temperature").doubleValue(), 0.5);
     EXPECT_EQ(copy.obtainProperty("user_instructions").stringValue(), "u");
     EXPECT_EQ(copy.obtainProperty("system_instructions").mapValue().at("a").stringValue(), "X");
-    EXPECT_EQ(copy.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(copy.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(copy.obtainSettings().assignedKeys, source.obtainSettings().assignedKeys);
     EXPECT_TRUE(copy.isAssigned("unknown"));
 }
@@ -125,7 +125,7 @@ TEST(KAIAssistantPropertiesCopyAssigned, CarriesOnlyWhatTheHostAssigned) {
 TEST(KAIAssistantPropertiesCopyAssigned, CarriesTheSameKeysFromACopy) {
     KAIAssistantProperties source;
     source.setProperty("model", "m");
-    source.setProperty("db_structure", ONE_TABLE);
+    source.setProperty("db_structure", kOneTable);
     KAIAssistantProperties copy(source);
     KAIAssistantProperties target;
     copy.copyAssignedProperties(target);
@@ -174,7 +174,7 @@ TEST(KAIAssistantPropertiesCopyAssigned, ReplacesTheDatabaseStructureAlsoByAnEmp
     KAIAssistantProperties source;
     EXPECT_FALSE(source.setProperty("db_structure", ""));
     KAIAssistantProperties target;
-    target.setProperty("db_structure", ONE_TABLE);
+    target.setProperty("db_structure", kOneTable);
     source.copyAssignedProperties(target);
     EXPECT_EQ(target.obtainSettings().databaseStructure, "");
 }

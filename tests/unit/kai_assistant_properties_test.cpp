@@ -12,18 +12,17 @@ using ValueType = CMVariant::ValueType;
 
 namespace {
 
-constexpr const char* NOT_A_STRING =
+constexpr const char* kNotAString =
     "value.getValueType() == CMVariant::ValueType::String @ src/kai_assistant_properties.cpp";
-constexpr const char* NOT_A_DOUBLE =
+constexpr const char* kNotADouble =
     "value.getValueType() == CMVariant::ValueType::Double @ src/kai_assistant_properties.cpp";
-constexpr const char* NOT_A_MAP =
-    "value.getValueType() == CMVariant::ValueType::Map @ src/kai_assistant_properties.cpp";
-constexpr const char* ENTRY_NOT_A_STRING =
+constexpr const char* kNotAMap = "value.getValueType() == CMVariant::ValueType::Map @ src/kai_assistant_properties.cpp";
+constexpr const char* kEntryNotAString =
     "kv.second.getValueType() == CMVariant::ValueType::String @ src/kai_assistant_properties.cpp";
-constexpr const char* NOT_JSON = "json.getIsValidJson() @ src/kai_assistant_properties.cpp";
-constexpr const char* READ_ONLY = "false @ src/kai_assistant_properties.cpp";
+constexpr const char* kNotJson = "json.getIsValidJson() @ src/kai_assistant_properties.cpp";
+constexpr const char* kReadOnly = "false @ src/kai_assistant_properties.cpp";
 
-constexpr const char* ONE_TABLE = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
+constexpr const char* kOneTable = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
 
 /// A value of every type but the string.
 const std::vector<CMVariant>& obtainOtherThanStrings() {
@@ -111,7 +110,7 @@ TEST(KAIAssistantProperties, RefusesOtherTypesForTheStringKeysAndReportsTheCheck
         AssertionRecorder recorder;
         for (const CMVariant& value : obtainOtherThanStrings()) {
             EXPECT_FALSE(properties.setProperty(key, value)) << key;
-            EXPECT_EQ(recorder.takeTexts(), Texts{NOT_A_STRING}) << key;
+            EXPECT_EQ(recorder.takeTexts(), Texts{kNotAString}) << key;
         }
         EXPECT_EQ(properties.obtainProperty(key).stringValue(), "former") << key;
     }
@@ -133,7 +132,7 @@ TEST(KAIAssistantProperties, ReportsNothingForValuesOfTheRightType) {
     properties.setProperty("model", "m");
     properties.setProperty("user_instructions", "u");
     properties.setProperty("system_instructions", CMVariantMap{{"a", "b"}});
-    properties.setProperty("db_structure", ONE_TABLE);
+    properties.setProperty("db_structure", kOneTable);
     properties.setProperty("unknown", 0.5);
     EXPECT_EQ(recorder.takeTexts(), Texts());
 }
@@ -152,7 +151,7 @@ TEST(KAIAssistantProperties, TakesTheTemperatureAsAStringThoughItReportsTheCheck
     KAIAssistantProperties properties;
     EXPECT_TRUE(properties.setProperty("temperature", " 0.25 "));
     EXPECT_EQ(properties.obtainProperty("temperature").doubleValue(), 0.25);
-    EXPECT_EQ(recorder.takeTexts(), Texts{NOT_A_DOUBLE});
+    EXPECT_EQ(recorder.takeTexts(), Texts{kNotADouble});
 }
 
 TEST(KAIAssistantProperties, StoresZeroForATemperatureThatSpellsNoFiniteNumber) {
@@ -171,7 +170,7 @@ TEST(KAIAssistantProperties, RefusesTheTemperatureAsNullListOrMap) {
     recorder.takeTexts();
     for (const CMVariant& value : {CMVariant(), CMVariant(CMVariantList()), CMVariant(CMVariantMap())}) {
         EXPECT_FALSE(properties.setProperty("temperature", value));
-        EXPECT_EQ(recorder.takeTexts(), Texts{NOT_A_DOUBLE});
+        EXPECT_EQ(recorder.takeTexts(), Texts{kNotADouble});
     }
     EXPECT_EQ(properties.obtainProperty("temperature").doubleValue(), 0.25);
 }
@@ -200,7 +199,7 @@ TEST(KAIAssistantProperties, SkipsSystemInstructionsThatAreNotStringsAndTakesThe
     properties.setProperty("system_instructions", CMVariantMap{{"b", "kept"}});
     const CMVariantMap map{{"a", 1.0}, {"b", CMVariant()}, {"c", "Z"}, {"d", CMVariantMap()}, {"e", CMVariantList()}};
     EXPECT_TRUE(properties.setProperty("system_instructions", map));
-    EXPECT_EQ(recorder.takeTexts(), Texts(4, ENTRY_NOT_A_STRING));
+    EXPECT_EQ(recorder.takeTexts(), Texts(4, kEntryNotAString));
     EXPECT_EQ(properties.obtainCombinedInstructions(), "kept\nZ\n");
 }
 
@@ -210,7 +209,7 @@ TEST(KAIAssistantProperties, RefusesOtherTypesThanAMapForTheSystemInstructions) 
     properties.setProperty("system_instructions", CMVariantMap{{"a", "X"}});
     for (const CMVariant& value : {CMVariant(), CMVariant("X"), CMVariant(1.0), CMVariant(CMVariantList())}) {
         EXPECT_FALSE(properties.setProperty("system_instructions", value));
-        EXPECT_EQ(recorder.takeTexts(), Texts{NOT_A_MAP});
+        EXPECT_EQ(recorder.takeTexts(), Texts{kNotAMap});
     }
     EXPECT_EQ(properties.obtainCombinedInstructions(), "X\n");
 }
@@ -224,7 +223,7 @@ TEST(KAIAssistantProperties, TakesAnEmptyMapOfSystemInstructionsAndKeepsAll) {
 
 TEST(KAIAssistantProperties, StoresValidDatabaseStructureTextExactlyAsGiven) {
     KAIAssistantProperties properties;
-    const std::string text = std::string(" \n") + ONE_TABLE + "\t ";
+    const std::string text = std::string(" \n") + kOneTable + "\t ";
     EXPECT_TRUE(properties.setProperty("db_structure", text));
     EXPECT_EQ(properties.obtainSettings().databaseStructure, text);
     EXPECT_EQ(properties.obtainProperty("db_structure").listValue().size(), 1U);
@@ -245,22 +244,22 @@ TEST(KAIAssistantProperties, TakesAnyValidJSONAsDatabaseStructure) {
 TEST(KAIAssistantProperties, RefusesAnEmptyDatabaseStructureWithoutAReport) {
     AssertionRecorder recorder;
     KAIAssistantProperties properties;
-    properties.setProperty("db_structure", ONE_TABLE);
+    properties.setProperty("db_structure", kOneTable);
     EXPECT_FALSE(properties.setProperty("db_structure", ""));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(recorder.takeTexts(), Texts());
 }
 
 TEST(KAIAssistantProperties, RefusesADatabaseStructureThatIsNotJSON) {
     AssertionRecorder recorder;
     KAIAssistantProperties properties;
-    properties.setProperty("db_structure", ONE_TABLE);
+    properties.setProperty("db_structure", kOneTable);
     for (const std::string& text : {std::string("not JSON"), std::string("[1,]"), std::string("[] []"),
                                     std::string(" "), std::string("[\"\xff\"]"), std::string("[]\0", 3)}) {
         EXPECT_FALSE(properties.setProperty("db_structure", text)) << text;
-        EXPECT_EQ(recorder.takeTexts(), Texts{NOT_JSON}) << text;
+        EXPECT_EQ(recorder.takeTexts(), Texts{kNotJson}) << text;
     }
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
 }
 
 TEST(KAIAssistantProperties, StoresADatabaseStructureGivenAsAListAsJSON) {
@@ -289,11 +288,11 @@ TEST(KAIAssistantProperties, DoesNotCheckTheContentOfADatabaseStructureGivenAsAL
 TEST(KAIAssistantProperties, AnswersTrueForADatabaseStructureOfAnotherTypeAndChangesNothing) {
     AssertionRecorder recorder;
     KAIAssistantProperties properties;
-    properties.setProperty("db_structure", ONE_TABLE);
+    properties.setProperty("db_structure", kOneTable);
     for (const CMVariant& value : {CMVariant(0.5), CMVariant(), CMVariant(CMVariantMap{{"a", "b"}})}) {
         EXPECT_TRUE(properties.setProperty("db_structure", value));
     }
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(recorder.takeTexts(), Texts());
 }
 
@@ -301,7 +300,7 @@ TEST(KAIAssistantProperties, RefusesToSetTheCombinedInstructions) {
     AssertionRecorder recorder;
     KAIAssistantProperties properties;
     EXPECT_FALSE(properties.setProperty("combined_instructions", "text"));
-    EXPECT_EQ(recorder.takeTexts(), Texts{READ_ONLY});
+    EXPECT_EQ(recorder.takeTexts(), Texts{kReadOnly});
     EXPECT_EQ(properties.obtainProperty("combined_instructions").stringValue(), "");
     EXPECT_TRUE(properties.isAssigned("combined_instructions"));
 }

@@ -8,7 +8,7 @@
 
 namespace {
 
-const std::string TWO_FIELDS = R"json("fields":[{"name":"a","type":"int"},{"name":"b","type":"varchar(255)"}])json";
+const std::string kTwoFields = R"json("fields":[{"name":"a","type":"int"},{"name":"b","type":"varchar(255)"}])json";
 
 std::string buildStatement(const std::string& description, const std::string& qualifier = "s",
                            const std::string& kind = "TABLE") {
@@ -19,14 +19,14 @@ std::string buildStatement(const std::string& description, const std::string& qu
 
 /// The statement of table t with the two fields above and the given members.
 std::string buildTable(const std::string& members) {
-    return buildStatement(R"({"name":"t",)" + TWO_FIELDS + (members.empty() ? "" : ",") + members + "}");
+    return buildStatement(R"({"name":"t",)" + kTwoFields + (members.empty() ? "" : ",") + members + "}");
 }
 
 std::string buildWithForeignKey(const std::string& key) {
     return buildTable(R"("fkeys":[)" + key + "]");
 }
 
-const std::string START = "CREATE TABLE `s`.`t` (`a` int, `b` varchar(255)";
+const std::string kStart = "CREATE TABLE `s`.`t` (`a` int, `b` varchar(255)";
 
 class KAICreateStatement : public testing::Test {
 protected:
@@ -43,7 +43,7 @@ protected:
 }  // namespace
 
 TEST_F(KAICreateStatement, WritesNameFieldsAndTypesAsReceived) {
-    EXPECT_EQ(buildTable(""), START + ")");
+    EXPECT_EQ(buildTable(""), kStart + ")");
     EXPECT_EQ(buildStatement(R"({"name":" t`x ","fields":[{"name":"","type":""},{"name":"`","type":" int\n"}]})"),
               "CREATE TABLE `s`.` t`x ` (`` , ```  int\n)");
     EXPECT_EQ(m_recorder.takeCount(), 0U);
@@ -80,31 +80,31 @@ TEST_F(KAICreateStatement, EndsAfterAnEmptyFieldListEvenWhenThereAreKeys) {
 }
 
 TEST_F(KAICreateStatement, RunsTheColumnsOfACompositePrimaryKeyTogether) {
-    EXPECT_EQ(buildTable(R"("pkeys":["a"])"), START + ", PRIMARY KEY(`a`))");
-    EXPECT_EQ(buildTable(R"("pkeys":["a","b"])"), START + ", PRIMARY KEY(`a``b`))");
+    EXPECT_EQ(buildTable(R"("pkeys":["a"])"), kStart + ", PRIMARY KEY(`a`))");
+    EXPECT_EQ(buildTable(R"("pkeys":["a","b"])"), kStart + ", PRIMARY KEY(`a``b`))");
 }
 
 TEST_F(KAICreateStatement, WritesNothingForAnEmptyPrimaryKey) {
-    EXPECT_EQ(buildTable(R"("pkeys":[])"), START + ")");
+    EXPECT_EQ(buildTable(R"("pkeys":[])"), kStart + ")");
 }
 
 TEST_F(KAICreateStatement, RunsTheColumnsOfACompositeForeignKeyTogether) {
     EXPECT_EQ(buildWithForeignKey(R"({"fields":["a","b"],"ref_schema":"p","ref_table":"o","ref_fields":["x","y"]})"),
-              START + ", FOREIGN KEY(`a``b`) REFERENCES `p`.`o`(`x``y`))");
+              kStart + ", FOREIGN KEY(`a``b`) REFERENCES `p`.`o`(`x``y`))");
 }
 
 TEST_F(KAICreateStatement, QualifiesAReferenceByItsOwnSchemaOnly) {
     EXPECT_EQ(buildWithForeignKey(R"({"fields":["a"],"ref_table":"o","ref_fields":["x"]})"),
-              START + ", FOREIGN KEY(`a`) REFERENCES `o`(`x`))");
+              kStart + ", FOREIGN KEY(`a`) REFERENCES `o`(`x`))");
     EXPECT_EQ(buildWithForeignKey(R"({"fields":["a"],"ref_schema":"","ref_table":"o","ref_fields":["x"]})"),
-              START + ", FOREIGN KEY(`a`) REFERENCES ``.`o`(`x`))");
+              kStart + ", FOREIGN KEY(`a`) REFERENCES ``.`o`(`x`))");
 }
 
 TEST_F(KAICreateStatement, WritesEachForeignKeyAfterThePrimaryKey) {
     EXPECT_EQ(
         buildTable(R"("fkeys":[{"fields":["a"],"ref_table":"o","ref_fields":["x"]},)"
                    R"({"fields":["b"],"ref_table":"p","ref_fields":["y"]}],"pkeys":["a"])"),
-        START + ", PRIMARY KEY(`a`), FOREIGN KEY(`a`) REFERENCES `o`(`x`), FOREIGN KEY(`b`) REFERENCES `p`(`y`))");
+        kStart + ", PRIMARY KEY(`a`), FOREIGN KEY(`a`) REFERENCES `o`(`x`), FOREIGN KEY(`b`) REFERENCES `p`(`y`))");
 }
 
 TEST_F(KAICreateStatement, DropsAForeignKeyWithoutColumnsSilently) {
@@ -112,19 +112,19 @@ TEST_F(KAICreateStatement, DropsAForeignKeyWithoutColumnsSilently) {
     for (const char* empty :
          {R"({"fields":["a"],"ref_table":"o","ref_fields":[]})", R"({"fields":[],"ref_table":"o","ref_fields":["x"]})",
           R"({"fields":[],"ref_table":"o","ref_fields":[1]})", R"({"fields":[1],"ref_table":"o","ref_fields":[]})"}) {
-        EXPECT_EQ(buildWithForeignKey(empty), START + ")") << empty;
+        EXPECT_EQ(buildWithForeignKey(empty), kStart + ")") << empty;
         EXPECT_EQ(buildWithForeignKey(empty + std::string(",") + good),
-                  START + ", FOREIGN KEY(`b`) REFERENCES `p`(`y`))");
+                  kStart + ", FOREIGN KEY(`b`) REFERENCES `p`(`y`))");
     }
     EXPECT_EQ(m_recorder.takeCount(), 0U);
 }
 
 TEST_F(KAICreateStatement, WritesNothingForAnEmptyListOfForeignKeys) {
-    EXPECT_EQ(buildTable(R"("fkeys":[])"), START + ")");
+    EXPECT_EQ(buildTable(R"("fkeys":[])"), kStart + ")");
 }
 
 TEST_F(KAICreateStatement, IgnoresUnknownMembers) {
-    EXPECT_EQ(buildTable(R"("comment":"c","Pkeys":["a"],"instructions":["x"])"), START + ")");
+    EXPECT_EQ(buildTable(R"("comment":"c","Pkeys":["a"],"instructions":["x"])"), kStart + ")");
 }
 
 TEST_F(KAICreateStatement, RefusesADescriptionThatIsNotAnObject) {
@@ -135,7 +135,7 @@ TEST_F(KAICreateStatement, RefusesADescriptionThatIsNotAnObject) {
 
 TEST_F(KAICreateStatement, RefusesANameThatIsMissingOrNoString) {
     for (const char* name : {"", R"("name":null,)", R"("name":1,)", R"("name":["t"],)", R"("Name":"t",)"}) {
-        expectRefused("{" + std::string(name) + TWO_FIELDS + "}");
+        expectRefused("{" + std::string(name) + kTwoFields + "}");
     }
 }
 
@@ -149,7 +149,7 @@ TEST_F(KAICreateStatement, RefusesKeysThatArePresentButNoArray) {
     for (const char* member : {"pkeys", "fkeys"}) {
         for (const char* value : {"null", "{}", "\"a\"", "1", "false"}) {
             const std::string key = std::string("\"") + member + "\":" + value;
-            expectRefused(R"({"name":"t",)" + TWO_FIELDS + "," + key + "}");
+            expectRefused(R"({"name":"t",)" + kTwoFields + "," + key + "}");
             expectRefused(R"({"name":"t","fields":[],)" + key + "}");
         }
     }
@@ -166,7 +166,7 @@ TEST_F(KAICreateStatement, RefusesAFieldThatIsNoObjectWithNameAndType) {
 
 TEST_F(KAICreateStatement, RefusesAPrimaryKeyColumnThatIsNoString) {
     for (const char* keys : {"[1]", "[null]", "[\"a\",{}]", "[[\"a\"]]"}) {
-        expectRefused(R"({"name":"t",)" + TWO_FIELDS + R"(,"pkeys":)" + keys + "}");
+        expectRefused(R"({"name":"t",)" + kTwoFields + R"(,"pkeys":)" + keys + "}");
     }
 }
 
@@ -188,16 +188,16 @@ TEST_F(KAICreateStatement, RefusesAMalformedForeignKey) {
              R"({"fields":["a",null],"ref_table":"o","ref_fields":["x"]})",
              R"({"fields":["a"],"ref_table":"o","ref_fields":[{}]})",
          }) {
-        expectRefused(R"({"name":"t",)" + TWO_FIELDS + R"(,"fkeys":[)" + key + "]}");
+        expectRefused(R"({"name":"t",)" + kTwoFields + R"(,"fkeys":[)" + key + "]}");
     }
 }
 
 TEST_F(KAICreateStatement, RefusesAForeignKeyWithoutColumnsWhenItIsMalformedOtherwise) {
-    expectRefused(R"({"name":"t",)" + TWO_FIELDS + R"(,"fkeys":[{"fields":[],"ref_fields":[]}]})");
-    expectRefused(R"({"name":"t",)" + TWO_FIELDS + R"(,"fkeys":[{"fields":[],"ref_table":"o","ref_fields":null}]})");
+    expectRefused(R"({"name":"t",)" + kTwoFields + R"(,"fkeys":[{"fields":[],"ref_fields":[]}]})");
+    expectRefused(R"({"name":"t",)" + kTwoFields + R"(,"fkeys":[{"fields":[],"ref_table":"o","ref_fields":null}]})");
 }
 
 TEST_F(KAICreateStatement, RefusesAllWhenASecondForeignKeyIsMalformed) {
-    expectRefused(R"({"name":"t",)" + TWO_FIELDS +
+    expectRefused(R"({"name":"t",)" + kTwoFields +
                   R"(,"fkeys":[{"fields":["a"],"ref_table":"o","ref_fields":["x"]},{}]})");
 }

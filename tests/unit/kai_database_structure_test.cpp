@@ -10,7 +10,7 @@
 namespace {
 
 /// Two catalogs: the second has no name.
-constexpr const char* WORKED_EXAMPLE = R"json([
+constexpr const char* kWorkedExample = R"json([
   {"catalog_id": "c2", "catalog_name": "sales", "schemas": [{
     "schema_name": "dbo",
     "tables": [{
@@ -31,7 +31,7 @@ constexpr const char* WORKED_EXAMPLE = R"json([
   }]}
 ])json";
 
-constexpr const char* MALFORMED = "false @ src/kai_assistant_properties.cpp";
+constexpr const char* kMalformed = "false @ src/kai_assistant_properties.cpp";
 
 KAIAssistantProperties makeProperties(const std::string& structure) {
     KAIAssistantProperties properties;
@@ -63,7 +63,7 @@ std::string makeCatalog(const std::string& members, const std::string& table) {
 }  // namespace
 
 TEST(KAIDatabaseStructure, TurnsTheWorkedExampleIntoItsFourLines) {
-    EXPECT_EQ(buildText(WORKED_EXAMPLE),
+    EXPECT_EQ(buildText(kWorkedExample),
               "CREATE TABLE `public`.`users` (`id` int, `email` varchar(255), PRIMARY KEY(`id`))\n"
               "USE CATALOG `sales`\n"
               "CREATE TABLE `dbo`.`orders` (`id` int, `user_id` int, PRIMARY KEY(`id`), "
@@ -72,7 +72,7 @@ TEST(KAIDatabaseStructure, TurnsTheWorkedExampleIntoItsFourLines) {
 }
 
 TEST(KAIDatabaseStructure, AnnotatesTheWorkedExample) {
-    const CMVariantList catalogs = buildList(WORKED_EXAMPLE);
+    const CMVariantList catalogs = buildList(kWorkedExample);
     ASSERT_EQ(catalogs.size(), 2U);
     const CMVariantMap& unnamed = catalogs[0].mapValue();
     EXPECT_EQ(unnamed.size(), 2U);
@@ -160,9 +160,9 @@ TEST(KAIDatabaseStructure, SkipsACatalogThatIsNoObject) {
     for (const char* item : {"null", "1", "\"c\"", "[]", "true"}) {
         const std::string structure = "[" + std::string(item) + "," + makeCatalog("", "t") + "]";
         EXPECT_EQ(buildText(structure), "CREATE TABLE `t` ()\n") << item;
-        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{MALFORMED}) << item;
+        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{kMalformed}) << item;
         EXPECT_EQ(buildList(structure).size(), 1U) << item;
-        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{MALFORMED}) << item;
+        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{kMalformed}) << item;
     }
 }
 
@@ -174,7 +174,7 @@ TEST(KAIDatabaseStructure, SkipsACatalogWithMistypedMembersOrWithoutSchemas) {
           R"({"catalog_name":"c","schemas":null})", R"({"catalog_name":"c","schemas":{}})", "{}"}) {
         const std::string structure = "[" + std::string(catalog) + "," + makeCatalog("", "t") + "]";
         EXPECT_EQ(buildText(structure), "CREATE TABLE `t` ()\n") << catalog;
-        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{MALFORMED}) << catalog;
+        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{kMalformed}) << catalog;
         EXPECT_EQ(buildList(structure).size(), 1U) << catalog;
         EXPECT_EQ(recorder.takeCount(), 1U) << catalog;
     }
@@ -188,7 +188,7 @@ TEST(KAIDatabaseStructure, SkipsASchemaThatIsNoObjectOrHasMistypedMembers) {
           R"({"mviews":1})", R"({"mviews":null})"}) {
         const std::string structure = R"([{"schemas":[)" + std::string(schema) + "," + makeSchema("t") + "]}]";
         EXPECT_EQ(buildText(structure), "CREATE TABLE `t` ()\n") << schema;
-        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{MALFORMED}) << schema;
+        EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{kMalformed}) << schema;
         EXPECT_EQ(buildList(structure).at(0).mapValue().at("schemas").listValue().size(), 1U) << schema;
         EXPECT_EQ(recorder.takeCount(), 1U) << schema;
     }
@@ -204,7 +204,7 @@ TEST(KAIDatabaseStructure, LeavesAnEmptyLineForAMalformedTable) {
     const std::string structure = R"([{"schemas":[{"tables":[)" + makeView("a") +
                                   R"(,{"name":"bad","fields":[{"name":"x","type":1}]},)" + makeView("b") + "]}]}]";
     EXPECT_EQ(buildText(structure), "CREATE TABLE `a` ()\n\nCREATE TABLE `b` ()\n");
-    EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{MALFORMED});
+    EXPECT_EQ(recorder.takeTexts(), std::vector<std::string>{kMalformed});
     const CMVariantList catalogs = buildList(structure);
     const CMVariantMap& schema = catalogs.at(0).mapValue().at("schemas").listValue().at(0).mapValue();
     ASSERT_EQ(schema.at("instructions").listValue().size(), 3U);

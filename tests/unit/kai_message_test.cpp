@@ -72,10 +72,10 @@ TEST(KAIMessage, GivesAReferenceToItsOwnSections) {
 }
 
 TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
-    constexpr std::int64_t BEYOND_32_BITS = 0x1'0000'0001;
-    const auto message = createTextMessage(KAI_ROLE_USER, BEYOND_32_BITS, "hello");
+    constexpr std::int64_t kBeyond32Bits = 0x1'0000'0001;
+    const auto message = createTextMessage(KAI_ROLE_USER, kBeyond32Bits, "hello");
     EXPECT_EQ(message->obtainRole(), 0);
-    EXPECT_EQ(message->obtainTime(), BEYOND_32_BITS);
+    EXPECT_EQ(message->obtainTime(), kBeyond32Bits);
     ASSERT_EQ(message->obtainSections().size(), 1U);
     EXPECT_EQ(message->obtainSections().front()->obtainText(), "hello");
     message->setTime(7);

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr const char* ONE_TABLE = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
+constexpr const char* kOneTable = R"([{"schemas":[{"tables":[{"name":"t","fields":[{"name":"a","type":"int"}]}]}]}])";
 
 class KAISessionLoad : public testing::Test {
 protected:
@@ -35,7 +35,7 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
     saved.setProperty("temperature", "0.2");
     saved.setProperty("user_instructions", "U \xe2\x82\xac \"\\");
     saved.setProperty("system_instructions", CMVariantMap{{"b", "B"}, {"a", "A"}});
-    saved.setProperty("db_structure", ONE_TABLE);
+    saved.setProperty("db_structure", kOneTable);
     KAISession_DEEPSEEK session(saved);
     session.appendTurn("q", "a");
     session.appendTurn("line\nline", "");
@@ -44,7 +44,7 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
     EXPECT_EQ(m_properties.obtainSettings().apiHost, "example.com");
     EXPECT_EQ(m_properties.obtainSettings().model, "m");
     EXPECT_EQ(m_properties.obtainSettings().temperature, 1.0);
-    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(m_properties.obtainCombinedInstructions(), saved.obtainCombinedInstructions());
     for (const auto& message : m_session.obtainHistory()) {
         EXPECT_EQ(message->obtainTime(), 0);
@@ -53,7 +53,7 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
 
 TEST_F(KAISessionLoad, GivesTheSameTextAgainForTheSameTemperature) {
     m_properties.setProperty("api_host", "h");
-    m_properties.setProperty("db_structure", ONE_TABLE);
+    m_properties.setProperty("db_structure", kOneTable);
     m_properties.setProperty("system_instructions", CMVariantMap{{"a", "A"}});
     m_session.appendTurn("q", "a");
     const std::string text = m_session.serializeSession();
@@ -162,12 +162,12 @@ TEST_F(KAISessionLoad, SkipsSystemInstructionsOfAnotherForm) {
 
 TEST_F(KAISessionLoad, KeepsTheStoredStructureWhenTheSavedOneIsEmptyOrNotJSON) {
     AssertionRecorder recorder;
-    m_properties.setProperty("db_structure", ONE_TABLE);
+    m_properties.setProperty("db_structure", kOneTable);
     EXPECT_TRUE(load(R"({"db_structure":""})"));
     EXPECT_EQ(recorder.takeCount(), 0U);
     EXPECT_TRUE(load(R"({"db_structure":"not JSON"})"));
     EXPECT_EQ(recorder.takeCount(), 1U);
-    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, ONE_TABLE);
+    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_TRUE(m_properties.isAssigned("db_structure"));
 }
 
