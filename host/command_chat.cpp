@@ -36,7 +36,6 @@ public:
             m_console.printPlain("A line is a question; /help shows the commands, Ctrl-D ends.\n");
         }
         while (!m_isEnded) {
-            Interrupts::clear();
             readTurn();
         }
         return m_code;
@@ -64,6 +63,7 @@ private:
     }
 
     void handleInterrupt() {
+        Interrupts::clear();
         endLine();
         if (m_wasInterrupted || Interrupts::isEndRequested()) {
             end(ExitCode::Cancelled);
@@ -95,7 +95,9 @@ private:
             m_console.flush();
         } catch (const HostError& error) {
             m_console.note(error.what());
-            if (error.obtainCode() != ExitCode::Cancelled) {
+            if (error.obtainCode() == ExitCode::Cancelled) {
+                Interrupts::clear();
+            } else {
                 m_code = error.obtainCode();
             }
         }

@@ -46,15 +46,31 @@ void Console::printText(std::string_view text) {
     if (!visible.ends_with('\n')) {
         visible += '\n';
     }
-    std::cout << visible;
+    writeOutput(visible);
 }
 
 void Console::printPlain(std::string_view text) {
-    std::cout << text;
+    writeOutput(text);
+}
+
+void Console::writeOutput(std::string_view text) {
+    if (std::cout) {
+        errno = 0;
+        std::cout << text;
+        m_outputError = std::cout ? 0 : errno;
+    }
+}
+
+void Console::flushOutput() {
+    if (std::cout) {
+        errno = 0;
+        std::cout.flush();
+        m_outputError = std::cout ? 0 : errno;
+    }
 }
 
 void Console::note(std::string_view message) {
-    std::cout.flush();
+    flushOutput();
     eraseProgress();
     std::cerr << "kai: " << redact(std::string(message)) << '\n';
 }
@@ -63,7 +79,7 @@ void Console::beginProgress() {
     if (!m_isErrorTerminal) {
         return;
     }
-    std::cout.flush();
+    flushOutput();
     m_isProgressActive = true;
     m_progressStart = Clock::now();
     m_nextUpdate = m_progressStart + kUpdateInterval;
@@ -94,17 +110,17 @@ void Console::eraseProgress() {
 }
 
 void Console::flush() {
-    errno = 0;
-    std::cout.flush();
+    flushOutput();
     if (std::cout) {
         return;
     }
-    if (errno == EPIPE) {
+    if (m_outputError == EPIPE) {
         throw BrokenOutput();
     }
-    throw HostError(ExitCode::Usage, std::string("cannot write to the standard output") +
-                                         (errno != 0 ? std::string(": ") + std::strerror(errno) : std::string()) +
-                                         "; check where it leads");
+    throw HostError(ExitCode::Usage,
+                    std::string("cannot write to the standard output") +
+                        (m_outputError != 0 ? std::string(": ") + std::strerror(m_outputError) : std::string()) +
+                        "; check where it leads");
 }
 
 }  // namespace host

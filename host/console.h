@@ -48,6 +48,8 @@ public:
     [[nodiscard]] std::string redact(std::string text) const { return m_key.redact(std::move(text)); }
 
 private:
+    void writeOutput(std::string_view text);
+    void flushOutput();
     void eraseProgress();
 
     ApiKey m_key;
@@ -55,6 +57,7 @@ private:
     bool m_isOutputTerminal;
     bool m_isErrorTerminal;
     bool m_hasEscapes;
+    int m_outputError = 0;  ///< errno of the first failure of the standard output
     bool m_isProgressActive = false;
     std::size_t m_shownColumns = 0;
     std::chrono::steady_clock::time_point m_progressStart;

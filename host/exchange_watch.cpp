@@ -21,8 +21,7 @@ constexpr std::chrono::seconds kGrace{3};
 void checkIsReadable(const std::string& fileName) {
     errno = 0;
     std::ifstream file(fileName, std::ios::binary);
-    file.peek();
-    if (!file) {
+    if (file.peek() == std::ifstream::traits_type::eof()) {
         throw HostError(ExitCode::Usage,
                         "cannot read the CA file '" + makeOneLine(fileName) +
                             (errno != 0 ? "': " + std::string(std::strerror(errno)) : "': it is empty") +

@@ -17,7 +17,7 @@ public:
     /// A path inside.
     [[nodiscard]] std::string name(const std::string& fileName) const { return (m_path / fileName).string(); }
     /// Writes a file and gives its path.
-    [[nodiscard]] std::string write(const std::string& fileName, std::string_view content) const;
+    std::string write(const std::string& fileName, std::string_view content) const;
     /// Makes a SQLite database with a script and gives its path.
     [[nodiscard]] std::string makeDatabase(const std::string& fileName, const std::string& script) const;
     /// The names of the files inside, in order.
