@@ -1,0 +1,173 @@
+#include "fuzz_targets.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "cf/assertion.h"
+#include "kai_assistant_deepseek.h"
+#include "kai_assistant_google.h"
+#include "kai_assistant_ollama.h"
+#include "kai_assistant_openai.h"
+#include "kai_run_poll.h"
+
+namespace {
+
+void require(bool isTrue, const char* what) {
+    if (!isTrue) {
+        std::fprintf(stderr, "violated: %s\n", what);
+        std::abort();
+    }
+}
+
+/// Malformed input is what the targets are for: its reports are expected.
+class QuietAssertions {
+public:
+    QuietAssertions() {
+        cfSetAssertionHandler([](const char*, const char*, int) {});
+    }
+    ~QuietAssertions() { cfSetAssertionHandler(nullptr); }
+};
+
+std::size_t countValues(const COJsonValue& value) {
+    std::size_t count = 1;
+    for (const COJsonValue item : value.obtainItems()) {
+        count += countValues(item);
+    }
+    for (const COJsonMember member : value.obtainMembers()) {
+        require(value.obtainMember(member.key).getIsValidJson(), "a member is found by its key");
+        count += countValues(member.value);
+    }
+    return count;
+}
+
+void readJson(std::string_view input) {
+    const COJson json(input);
+    if (!json.getIsValidJson()) {
+        require(json.obtainType() == COJsonValue::Type::Undefined, "an invalid document has no root");
+        return;
+    }
+    const std::string written = json.obtainJsonString();
+    const COJson again(written);
+    require(again.getIsValidJson(), "what is written can be read");
+    require(again.obtainJsonString() == written, "what is read again is written the same");
+    require(countValues(json.obtainRoot()) == countValues(again.obtainRoot()), "no value is lost on the way");
+}
+
+void readSession(std::string_view input) {
+    KAIAssistantProperties properties;
+    const std::unique_ptr<KAISessionChat> session = obtainDeepSeekProtocol().createSession(properties);
+    if (!session->loadSession(std::string(input))) {
+        require(properties.obtainSettings().assignedKeys.empty(), "a failed load changes nothing");
+        return;
+    }
+    const std::string text = session->serializeSession();
+    KAIAssistantProperties others;
+    const std::unique_ptr<KAISessionChat> other = obtainOllamaProtocol().createSession(others);
+    require(other->loadSession(text), "a session's text can be loaded");
+    require(other->serializeSession() == text, "a loaded session writes the same text");
+    require(others.obtainCombinedInstructions() == properties.obtainCombinedInstructions(),
+            "a loaded session has the same instructions");
+}
+
+void readOpenAISession(std::string_view input) {
+    KAIAssistantProperties_OPENAI properties;
+    KAISession_OPENAI session(properties, {});
+    if (!session.loadSession(std::string(input))) {
+        require(properties.obtainSettings().assignedKeys.empty(), "a failed load changes nothing");
+        return;
+    }
+    const std::string text = session.serializeSession();
+    KAIAssistantProperties_OPENAI others;
+    KAISession_OPENAI other(others, {});
+    require(other.loadSession(text), "a session's text can be loaded");
+    require(other.serializeSession() == text, "a loaded session writes the same text");
+}
+
+std::string joinInstructions(const CMVariant& instructions) {
+    std::string text;
+    for (const CMVariant& line : instructions.listValue()) {
+        text += line.stringValue() + "\n";
+    }
+    return text;
+}
+
+void readStructure(std::string_view input) {
+    KAIAssistantProperties properties;
+    const std::string given(input);
+    if (!properties.setProperty("db_structure", given)) {
+        require(properties.obtainSettings().databaseStructure.empty(), "a refused structure is not stored");
+    }
+    std::string text;
+    const CMVariant list = properties.obtainProperty("db_structure");
+    for (const CMVariant& catalog : list.listValue()) {
+        text += joinInstructions(catalog.mapValue().at("instructions"));
+        for (const CMVariant& schema : catalog.mapValue().at("schemas").listValue()) {
+            text += joinInstructions(schema.mapValue().at("instructions"));
+        }
+    }
+    require(properties.obtainDatabaseStructureText() == text, "list and text hold the same statements");
+}
+
+void readAnswers(const KAIChatProtocol& protocol, std::string_view input) {
+    CMRestResourceResponse response(200, std::string(input));
+    protocol.readModelsError(&response);
+    protocol.readChatError(&response);
+    if (const COJson* json = response.getJson()) {
+        protocol.readModels(*json);
+        if (const std::optional<std::string> reply = protocol.readReply(*json)) {
+            // A reply goes into the next request and the session's text.
+            KAIAssistantProperties properties;
+            const std::unique_ptr<KAISessionChat> session = protocol.createSession(properties);
+            session->appendTurn(std::string(input), *reply);
+            require(COJson(session->serializeSession()).getIsValidJson(), "a session's text is valid JSON");
+            const KAIChatTurn turn{properties.obtainSettings(), true, *reply, session->obtainHistory(), input};
+            const std::string body = KAIChatBody(turn, protocol.writeChatBody).obtainJsonString();
+            require(COJson(body).getIsValidJson(), "a request's body is valid JSON");
+        }
+    }
+}
+
+void readOpenAIAnswers(std::string_view input) {
+    const COJson json(input);
+    if (json.getIsValidJson()) {
+        const KAIRunState state = readRunState(json);
+        require((state.kind == KAIRunState::Kind::Failed) == !state.errorText.empty(), "a failure has a text");
+        readModelsNewestFirst(json.obtainMember("data"));
+        readModelsNewestFirst(json.obtainRoot());
+    }
+}
+
+template <void (*Read)(std::string_view)>
+void runQuietly(std::string_view input) {
+    const QuietAssertions quiet;
+    Read(input);
+}
+
+void readDeepSeekAnswers(std::string_view input) {
+    readAnswers(obtainDeepSeekProtocol(), input);
+}
+
+void readGoogleAnswers(std::string_view input) {
+    readAnswers(obtainGoogleProtocol(), input);
+}
+
+void readOllamaAnswers(std::string_view input) {
+    readAnswers(obtainOllamaProtocol(), input);
+}
+
+}  // namespace
+
+const std::vector<FuzzTarget>& obtainFuzzTargets() {
+    static const std::vector<FuzzTarget> targets{
+        {"json", runQuietly<readJson>},
+        {"session", runQuietly<readSession>},
+        {"session_openai", runQuietly<readOpenAISession>},
+        {"structure", runQuietly<readStructure>},
+        {"deepseek", runQuietly<readDeepSeekAnswers>},
+        {"google", runQuietly<readGoogleAnswers>},
+        {"ollama", runQuietly<readOllamaAnswers>},
+        {"openai", runQuietly<readOpenAIAnswers>},
+    };
+    return targets;
+}
