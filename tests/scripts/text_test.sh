@@ -7,6 +7,7 @@ make_good_tree() {
     make_scratch
     write_file VERSION 1.2.3
     write_file CHANGELOG.md '# Changes' '' '## 1.2.3 - not released yet' '' '## 1.2.2' '' '- &#39; is an entity.'
+    write_file docs/page.md 'See [the changes](../CHANGELOG.md#123) and [this](https://example.com/page).'
     write_file src/a.cpp '// A colour is #1234567, a heading begins with # and a blank.'
 }
 
@@ -25,6 +26,7 @@ expect_pass scripts/checks/text
 refuse 'VERSION is not three numbers' VERSION 1.2
 refuse 'CHANGELOG.md begins with 1.2.3' VERSION 1.2.4
 refuse 'CHANGELOG.md begins with no version' CHANGELOG.md '# Changes'
+refuse 'docs/page.md: there is no CHANGELOG.md' docs/page.md 'See [the changes](CHANGELOG.md).'
 refuse 'src/a.cpp:1:' src/a.cpp 'int a; '
 refuse 'src/a.cpp:2:' src/a.cpp 'int a;' "$(printf '\tint b;')"
 # Put together from pieces, so that this file passes the check itself.
