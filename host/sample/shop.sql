@@ -139,7 +139,7 @@ SELECT i, f.word || ' ' || l.word, 'customer' || i || '@example.com', c.word,
 FROM n
 JOIN words AS f ON f.kind = 'first' AND f.place = i * 5 % 17
 JOIN words AS l ON l.kind = 'last' AND l.place = i * 7 % 19
-JOIN words AS c ON c.kind = 'country' AND c.place = i * i % 7
+JOIN words AS c ON c.kind = 'country' AND c.place = (i * i + i / 4) % 7
 ORDER BY i;
 
 INSERT INTO addresses
@@ -195,7 +195,7 @@ ORDER BY i;
 
 INSERT INTO order_lines (order_id, line_no, product_id, quantity, unit_price)
 WITH RECURSIVE n (i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n WHERE i < 4)
-SELECT o.order_id, n.i, p.product_id, 1 + (o.order_id + n.i) % 4, round(p.price * (1 - o.order_id % 5 * 0.02), 2)
+SELECT o.order_id, n.i, p.product_id, 1 + (o.order_id + n.i) % 4 * (p.product_id % 3) / 2, round(p.price * (1 - o.order_id % 5 * 0.02), 2)
 FROM orders AS o
 JOIN n ON n.i <= 1 + o.order_id % 4
 JOIN products AS p ON p.product_id = 1 + (o.order_id * 17 + n.i * 41) % 113
