@@ -120,6 +120,7 @@ TEST(ICSHTTPPoolCenter, ConnectsAnewWhenTheServerHasClosedAnIdleConnection) {
             EXPECT_TRUE(server.waitForOpenConnections(0));
         }
         EXPECT_EQ(server.countConnections(), 3U);
+        EXPECT_EQ(server.countResumedHandshakes(), tls == LoopbackTLS::Off ? 0U : 2U);
     }
 }
 

@@ -264,14 +264,24 @@ TEST(ICSRestClient, SetsTheResponseToNullWhenNoneArrives) {
 
 TEST(ICSRestClient, TakesEveryStatusOf200To299ForSuccess) {
     for (const int status : {200, 201, 202, 204, 226, 299}) {
-        LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{.status = status}; },
-                              {.tls = status == 204 ? LoopbackTLS::Valid : LoopbackTLS::Off});
+        LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{.status = status}; });
         RestCaller caller;
-        caller.settings.caBundleFile = server.obtainCAFile();
         const RestResult result = caller.get(server.obtainURL());
         EXPECT_EQ(result.code, 0) << status;
         ASSERT_NE(result.response, nullptr) << status;
         EXPECT_EQ(result.response->obtainStatus(), status);
+    }
+}
+
+TEST(ICSRestClient, NeedsNoLengthOfAResponseThatHasNoBody) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        LoopbackServer server([](const LoopbackRequest&) { return LoopbackReply{.raw = "HTTP/1.1 204 Done\r\n\r\n"}; },
+                              {.tls = tls});
+        RestCaller caller;
+        caller.settings.caBundleFile = server.obtainCAFile();
+        EXPECT_EQ(caller.remove(server.obtainURL()).text, "");
+        EXPECT_EQ(caller.remove(server.obtainURL()).obtainBody(), "");
+        EXPECT_EQ(server.countConnections(), 1U);
     }
 }
 

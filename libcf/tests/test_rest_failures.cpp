@@ -92,14 +92,18 @@ std::chrono::milliseconds measure(Function function) {
 
 TEST(RestFailure, NamesAServerThatIsNotThere) {
     RestCaller caller;
+    caller.recordTrace();
     expectFailure(caller.get(obtainClosedURL()), kNoConnection);
+    EXPECT_FALSE(caller.records.at(0).connectionReused);
 }
 
 TEST(RestFailure, NamesAHostThatCannotBeResolved) {
     RestCaller caller;
+    caller.recordTrace();
     // A label of more than 63 bytes is refused by the resolver itself, without asking any server.
     expectFailure(caller.get("http://" + std::string(70, 'a') + ".invalid/"),
                   "The server's name cannot be resolved: check the host name and the network");
+    EXPECT_FALSE(caller.records.at(0).connectionReused);
 }
 
 TEST(RestFailure, NamesAResetBeforeTheResponse) {

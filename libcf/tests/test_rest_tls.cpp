@@ -3,9 +3,11 @@
 #include <openssl/pem.h>
 #include <openssl/ssl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
@@ -121,6 +123,23 @@ TEST(RestTLS, NamesACABundleThatCannotBeUsed) {
     EXPECT_EQ(server.countConnections(), 0U);
 }
 
+TEST(RestTLS, WaitsForNoPipeInPlaceOfACABundle) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            alarm(30);
+            const LoopbackPrivateFile file("");
+            const std::string path = file.obtainPath() + ".pipe";
+            mkfifo(path.c_str(), S_IRUSR | S_IWUSR);
+            RestCaller caller;
+            caller.settings.caBundleFile = path;
+            const std::string text = caller.get("https://127.0.0.1:1/").text;
+            unlink(path.c_str());
+            std::exit(text == kUnreadable ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 TEST(RestTLS, NeedsNoCABundleWhereNoCertificateIsChecked) {
     LoopbackServer secure(answerOK, {.tls = LoopbackTLS::Valid});
     LoopbackServer plain(answerOK);
@@ -157,7 +176,7 @@ TEST(RestTLS, TrustsAServersOwnCertificateInTheBundle) {
     }
 }
 
-TEST(RestTLS, SpeaksNoVersionBefore12) {
+TEST(RestTLS, SpeaksHTTP11OverTLS12OrLater) {
     const LoopbackListener listener(0);
     std::string hello;
     std::thread server([&] { hello = receiveFirstRecord(listener.accept()); });
@@ -165,8 +184,10 @@ TEST(RestTLS, SpeaksNoVersionBefore12) {
     caller.settings.verifyPeer = false;
     EXPECT_NE(caller.get("https://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/").code, 0);
     server.join();
-    // The extension "supported versions" of the greeting: 1.3 and 1.2, no other.
+    // The extension "supported versions" of the greeting: 1.3 and 1.2, no other. The protocol: HTTP/1.1, no other.
     EXPECT_NE(hello.find(std::string("\x00\x2b\x00\x05\x04\x03\x04\x03\x03", 9)), std::string::npos);
+    EXPECT_NE(hello.find("\x08http/1.1"), std::string::npos);
+    EXPECT_EQ(hello.find("\x02h2"), std::string::npos);
 }
 
 TEST(RestTLS, ServesManyThreadsWithOneTrustStore) {
