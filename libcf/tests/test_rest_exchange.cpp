@@ -211,11 +211,11 @@ TEST(ICSRestClient, SendsThePathAsItIs) {
     }
 }
 
-TEST(ICSRestClient, EncodesBytesOfAPathBeyondASCII) {
+TEST(ICSRestClient, EncodesBytesBeyondASCIIInThePathOnly) {
     LoopbackServer server(answerOK);
     RestCaller caller;
-    EXPECT_EQ(caller.get(server.obtainURL("/\xC3\xA4")).code, 0);
-    EXPECT_EQ(server.requests().at(0).target, "/%c3%a4");
+    EXPECT_EQ(caller.get(server.obtainURL("/\xC3\xA4?\xC3\xA4=\xFF")).code, 0);
+    EXPECT_EQ(server.requests().at(0).target, "/%c3%a4?\xC3\xA4=\xFF");
 }
 
 TEST(ICSRestClient, TakesTheSchemeInAnyCase) {
