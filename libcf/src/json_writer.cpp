@@ -185,10 +185,12 @@ void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
 }
 
 void COJsonWriter::writeDouble(double number) {
-    if (std::isfinite(number)) {
-        Text::writeNumber(*this, number);
-    } else {
+    if (!std::isfinite(number)) {
         writeNull();
+    } else if (number == 0.0 && std::signbit(number)) {
+        Text::writeWord(*this, "-0.0");  // "-0" is read as an integer, which has no sign then
+    } else {
+        Text::writeNumber(*this, number);
     }
 }
 

@@ -32,6 +32,10 @@ LeadByte classifyLeadByte(unsigned char byte) noexcept {
     return {0};
 }
 
+// The engine looks for its implementation at its first use, and allocates then: let that be while the library is
+// loaded, and not in a function that must not throw.
+[[maybe_unused]] const bool isEngineReady = simdjson::validate_utf8("", 0);
+
 }  // namespace
 
 bool isValidUTF8(std::string_view text) noexcept {

@@ -115,6 +115,7 @@ public:
     /// The members with these keys, each as obtainMember() gives it, found in one pass over the object:
     /// `const auto [name, type] = field.obtainMemberValues({"name", "type"});`. Fastest where the keys are given in the
     /// order in which the members usually stand.
+    /// @param keys  different from each other
     template <std::size_t Count>
     [[nodiscard]] std::array<COJsonValue, Count> obtainMemberValues(
         const std::string_view (&keys)[Count]) const noexcept {
