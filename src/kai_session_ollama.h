@@ -3,7 +3,7 @@
 
 #include "kai_session_chat.h"
 
-/// A conversation of a Ollama assistant.
+/// A conversation of an Ollama assistant.
 class KAISession_OLLAMA : public KAISessionChat {
 public:
     explicit KAISession_OLLAMA(KAIAssistantProperties& properties);

@@ -24,21 +24,24 @@ std::string KAISession_OPENAI::serializeSession() {
     return text;
 }
 
-bool KAISession_OPENAI::loadSession(const std::string& serializedSession) {
+bool KAISession_OPENAI::loadSession(const std::string& serializedSession, std::string& assistantID) {
     const COJson json(serializedSession);
-    const COJsonValue assistantID = json.obtainMember("assistant_id");
-    const COJsonValue threadID = json.obtainMember("thread_id");
-    if (!assistantID.isString() || !threadID.isString()) {
+    const COJsonValue savedAssistantID = json.obtainMember("assistant_id");
+    const COJsonValue savedThreadID = json.obtainMember("thread_id");
+    if (!savedAssistantID.isString() || !savedThreadID.isString()) {
         return false;
     }
-    std::string newAssistantID(assistantID.obtainString());
-    std::string newThreadID(threadID.obtainString());
+    // Whatever may run out of memory comes before the first change.
+    std::string newAssistantID(savedAssistantID.obtainString());
+    std::string ownAssistantID(newAssistantID);
+    std::string newThreadID(savedThreadID.obtainString());
     KAIAssistantProperties_OPENAI restored(m_properties);
     readSessionSettings(json, restored);
     readStringSetting(json, "name", restored);
     readStringSetting(json, "description", restored);
     m_properties.swap(restored);
-    m_assistantID = std::move(newAssistantID);
+    m_assistantID = std::move(ownAssistantID);
     m_threadID = std::move(newThreadID);
+    assistantID = std::move(newAssistantID);
     return true;
 }

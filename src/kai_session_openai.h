@@ -17,9 +17,10 @@ public:
 
     std::string serializeSession() override;
 
-    /// Takes the ids, and the assistant's settings, from the text of serializeSession.
+    /// Takes the ids, and the assistant's settings, from the text of serializeSession. All or nothing.
+    /// @param assistantID  receives the assistant's id too
     /// @return false, with nothing changed, when the text is not JSON or lacks an id
-    bool loadSession(const std::string& serializedSession);
+    bool loadSession(const std::string& serializedSession, std::string& assistantID);
 
     void setThreadID(std::string threadID) noexcept { m_threadID = std::move(threadID); }
 
