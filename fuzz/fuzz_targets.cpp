@@ -84,14 +84,17 @@ void readSession(std::string_view input) {
 void readOpenAISession(std::string_view input) {
     KAIAssistantProperties_OPENAI properties;
     KAISession_OPENAI session(properties, {});
-    if (!session.loadSession(std::string(input))) {
-        require(properties.obtainSettings().assignedKeys.empty(), "a failed load changes nothing");
+    std::string assistantID;
+    if (!session.loadSession(std::string(input), assistantID)) {
+        require(properties.obtainSettings().assignedKeys.empty() && assistantID.empty(),
+                "a failed load changes nothing");
         return;
     }
+    require(session.obtainAssistantID() == assistantID, "session and assistant have the same id");
     const std::string text = session.serializeSession();
     KAIAssistantProperties_OPENAI others;
     KAISession_OPENAI other(others, {});
-    require(other.loadSession(text), "a session's text can be loaded");
+    require(other.loadSession(text, assistantID), "a session's text can be loaded");
     require(other.serializeSession() == text, "a loaded session writes the same text");
 }
 

@@ -167,6 +167,22 @@ TEST_F(PlainAllocationFailure, OfARestoreLeavesTheAssistantsProperties) {
     EXPECT_NE(session->serializeSession().find(kLongText), std::string::npos);
 }
 
+TEST_F(PlainAllocationFailure, OfARestoreLeavesAnOpenAIAssistant) {
+    KAIAssistant_OPENAI assistant(nullptr, "host", "key");
+    auto& properties = dynamic_cast<KAIAssistantProperties_OPENAI&>(*assistant.obtainAssistantProperties());
+    const std::string before = describe(properties);
+    const std::string text = R"({"assistant_id":"an identifier of some length","thread_id":"a thread of some length",)"
+                             R"("model":"a-model-name-of-some-length","name":"a name of more than a few letters"})";
+    std::unique_ptr<IKAISession> session;
+    failEachAllocation([&] { session.reset(assistant.restoreSession(text).first); },
+                       [&] {
+                           ASSERT_EQ(describe(properties), before);
+                           ASSERT_EQ(properties.obtainName(), "Keltrix Assistant");
+                           ASSERT_EQ(assistant.obtainAssistantID(), "");
+                       });
+    ASSERT_NE(session, nullptr);
+}
+
 TEST_F(PlainAllocationFailure, OfAPropertyLeavesEveryValueAsItWas) {
     const CMVariantMap instructions{{"a name of some length 1", kLongText}, {"a name of some length 2", ""}};
     const CMVariantMap catalog{{"schemas", CMVariantList{CMVariantMap{{"schema_name", "a schema of some length"}}}}};
