@@ -53,6 +53,10 @@ CMRestFailure checkExchange(const CMRestExchange& exchange) {
     return isSendableHeaderValue(exchange.settings.proxyURL) ? CMRestFailure::None : CMRestFailure::Proxy;
 }
 
+bool isCancelled(const CMRestGlobalSettings& settings) {
+    return settings.cancelled && settings.cancelled();
+}
+
 /// Applies the TLS settings; says why it cannot.
 CMRestFailure prepareTLS(CMRestConnections& connections, const CMRestGlobalSettings& settings) {
     CMRestTLSSettings tlsSettings;
@@ -70,6 +74,9 @@ CMRestFailure prepareTLS(CMRestConnections& connections, const CMRestGlobalSetti
 CMRestOutcome runExchange(const CMRestExchange& exchange) {
     if (const CMRestFailure refusal = checkExchange(exchange); refusal != CMRestFailure::None) {
         return {.failure = refusal};
+    }
+    if (isCancelled(exchange.settings)) {
+        return {.failure = CMRestFailure::Cancelled};
     }
     CMRestConnections::Lease connections(exchange.session == nullptr ? nullptr : exchange.session->obtainPoolCenter());
     CMRestOutcome outcome;

@@ -101,11 +101,9 @@ CMRestOutcome CMRestConnections::run(const CMRestExchange& exchange) {
     m_receipt = Receipt{};
     m_receipt.method = exchange.method;
     m_receipt.bodyLimit = exchange.settings.maxResponseBytes;
-    if (exchange.settings.cancelled && exchange.settings.cancelled()) {
-        return {.failure = CMRestFailure::Cancelled};
-    }
     setRequest(exchange);
     if (m_optionError != CURLE_OK) {
+        resetOptions();
         return {.failure = CMRestFailure::Other};
     }
     CMRestFailure failure = CMRestFailure::None;
@@ -141,7 +139,9 @@ CMRestFailure CMRestConnections::drive(const CMRestGlobalSettings& settings) {
             if (runningTransfers == 0) {
                 return obtainResult();
             }
-            curl_multi_poll(m_multi.get(), nullptr, 0, wait, nullptr);
+            if (curl_multi_poll(m_multi.get(), nullptr, 0, wait, nullptr) != CURLM_OK) {
+                return CMRestFailure::Other;
+            }
         }
         // Asked outside the guard and outside libcurl: the host's function may throw, fork or run another exchange.
         if (isCancellable && Clock::now() >= nextQuestion) {

@@ -61,7 +61,8 @@ public:
     /// To be called before an exchange that speaks TLS. What was connected under other settings is closed.
     void useTLSSettings(CMRestTLSSettings settings);
 
-    /// Runs an exchange to its end. Throws what `cancelled` and allocation throw.
+    /// Runs an exchange to its end, asking `cancelled` while it lasts, not at once. Throws what `cancelled` and
+    /// allocation throw.
     CMRestOutcome run(const CMRestExchange& exchange);
 
 private:

@@ -44,6 +44,19 @@ TEST(RestCancel, SendsNothingWhenCancelledFromTheStart) {
     EXPECT_EQ(caller.records[0].resultCode, result.code);
 }
 
+TEST(RestCancel, KeepsThePoolsConnectionsWhenCancelledFromTheStart) {
+    LoopbackServer server(answer({.body = "ok"}));
+    RestCaller caller;
+    EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
+    caller.settings.cancelled = [] { return true; };
+    EXPECT_EQ(caller.get(server.obtainURL()).text, kCancelled);
+    caller.settings.cancelled = []() -> bool { throw std::runtime_error("from cancelled"); };
+    EXPECT_THROW(caller.get(server.obtainURL()), std::runtime_error);
+    caller.settings.cancelled = nullptr;
+    EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
+    EXPECT_EQ(server.countConnections(), 1U);
+}
+
 TEST(RestCancel, EndsAnExchangeThatWaitsAtOnce) {
     LoopbackServer server(stallOnDemand);
     RestCaller caller;

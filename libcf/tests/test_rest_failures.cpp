@@ -335,6 +335,15 @@ TEST(RestFailure, NamesAPlainServerAskedForTLS) {
     server.join();
 }
 
+TEST(RestFailure, LeavesNothingBehindOfSettingsThatLibcurlRefuses) {
+    LoopbackServer server(answer({.body = "ok"}));
+    RestCaller caller;
+    caller.settings.proxyURL = "http://" + std::string(8'000'001, 'p');
+    expectFailure(caller.get(server.obtainURL()), "The request failed inside the HTTP transport");
+    caller.settings.proxyURL = "";
+    EXPECT_EQ(caller.get(server.obtainURL()).obtainBody(), "ok");
+}
+
 TEST(RestFailure, LeavesThePoolUsable) {
     std::size_t served = 0;
     LoopbackServer server([&](const LoopbackRequest&) {
