@@ -107,7 +107,11 @@ private:
     }
 
     void ask(const std::string& question) {
+        if (m_hasAnswer && !m_console.isInteractive()) {
+            m_console.printPlain("\n");  // between two turns, where no prompt stands
+        }
         m_dialogue.ask(question);
+        m_hasAnswer = true;
         if (m_options.isRun) {
             m_dialogue.runSql(std::nullopt);
         } else if (m_console.isInteractive() && !m_dialogue.obtainSql().empty() && !m_options.database.empty()) {
@@ -159,6 +163,7 @@ private:
     Dialogue m_dialogue;
     ExitCode m_code = ExitCode::Done;
     bool m_wasInterrupted = false;
+    bool m_hasAnswer = false;
     bool m_isEnded = false;
 };
 

@@ -17,7 +17,7 @@ TEST_F(KaiChat, AnswersEachLineAndPrintsNoPromptIntoAPipe) {
     m_emulator->queueAnswer(KAIEmulatedAnswer::say("second"));
     const KaiOutcome outcome = chat("one\n\n  two  \n");
     EXPECT_EQ(outcome.code, 0);
-    EXPECT_EQ(outcome.output, "first\nsecond\n");
+    EXPECT_EQ(outcome.output, "first\n\nsecond\n");
     EXPECT_EQ(outcome.errors, "");
 }
 

@@ -14,8 +14,8 @@
 
 /// How a program is started.
 struct ProcessSetup {
-    std::vector<std::string> arguments;              ///< the program's path first
-    std::map<std::string, std::string> environment;  ///< all of it
+    std::vector<std::string> arguments;                ///< the program's path first
+    std::map<std::string, std::string> environment{};  ///< all of it
     /// Which of its descriptors lead to a terminal of its own; the others are pipes.
     enum class Terminal { None, ErrorOnly, All } terminal = Terminal::None;
     /// Without the right of root to pass over file permissions, so that they count for root too.
