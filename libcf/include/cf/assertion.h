@@ -27,7 +27,7 @@ CF_EXPORT void cfReportAssertion(const char* condition, const char* sourceFile, 
 #ifdef CF_NO_ASSERTIONS
 #define CF_ASSERT(condition) static_cast<void>(sizeof(!(condition)))
 #define CF_ASSERT_AT(condition, text, sourceFile, line) \
-    static_cast<void>(sizeof(!(condition)) + sizeof(text) + sizeof(sourceFile) + sizeof(line))
+    static_cast<void>(sizeof((condition) ? 0 : (cfReportAssertion(text, sourceFile, line), 0)))
 #else
 #define CF_ASSERT_AT(condition, text, sourceFile, line) \
     ((condition) ? static_cast<void>(0) : cfReportAssertion(text, sourceFile, line))
