@@ -170,7 +170,7 @@ bool hasText(const std::string& text) {
 void checkOptions(const Options& options) {
     check(options.provider.empty() || findProvider(options.provider) != nullptr,
           "unknown provider '" + makeOneLine(options.provider) + "'; choose one of " + listProviderNames());
-    check(!options.apiHost || options.apiHost->find("://") == std::string::npos,
+    check(!options.apiHost || (options.apiHost->find("://") == std::string::npos && !options.apiHost->starts_with('-')),
           "--api-host takes a host and port without a scheme, such as example.com:8443");
     check(options.temperature.empty() || isFiniteNumber(options.temperature),
           "--temperature takes a number such as 0.2");

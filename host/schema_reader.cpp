@@ -89,11 +89,11 @@ private:
     }
 
     [[nodiscard]] std::vector<std::pair<std::string, bool>> readRelationNames(const std::string& schema) const {
-        const SqliteStatementHandle statement = m_database.prepare(
-            "SELECT o.name, o.type = 'view' FROM " + quoteIdentifier(schema) +
-            ".sqlite_schema AS o LEFT JOIN pragma_table_list AS l ON l.schema = ?1 AND l.name = o.name "
-            "WHERE o.type IN ('table', 'view') AND o.name NOT LIKE 'sqlite\\_%' ESCAPE '\\' "
-            "AND coalesce(l.type, '') <> 'shadow' ORDER BY o.rowid");
+        const SqliteStatementHandle statement =
+            m_database.prepare("SELECT name, type = 'view' FROM " + quoteIdentifier(schema) +
+                               ".sqlite_schema WHERE type IN ('table', 'view') AND name NOT LIKE 'sqlite\\_%' ESCAPE "
+                               "'\\' AND name NOT IN (SELECT name FROM pragma_table_list WHERE schema = ?1 AND type = "
+                               "'shadow') ORDER BY rowid");
         sqlite3_bind_text64(statement.get(), 1, schema.data(), schema.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
         std::vector<std::pair<std::string, bool>> names;
         while (m_database.step(statement)) {

@@ -151,6 +151,7 @@ TEST(Options, SaysWhatIsWrong) {
     expectUsageError({"forget"}, "file");
     expectUsageError({"models", "--provider", "acme"}, "choose one of deepseek, google, ollama, openai");
     expectUsageError({"models", "--api-host", "https://example.com"}, "without a scheme");
+    expectUsageError({"models", "--api-host", "--trace"}, "--api-host takes a host");
     expectUsageError({"models", "--timeout", "0"}, "--timeout");
     expectUsageError({"models", "--timeout", "soon"}, "--timeout");
     expectUsageError({"ask", "--db", "a", "--model", "m", "--temperature", "hot", "q"}, "--temperature takes a number");

@@ -197,6 +197,28 @@ TEST(SchemaReader, DescribesASingleSchemaWithoutAName) {
               R"("views":[{"fields":[{"name":"a","type":"INT"}],"name":"v"}]}]}])");
 }
 
+/// The engine's steps, in hundreds, that reading a database of so many tables takes.
+long countSteps(int tables) {
+    const TestFolder folder;
+    std::string script = "BEGIN;";
+    for (int i = 0; i < tables; ++i) {
+        script += "CREATE TABLE t" + std::to_string(i) + " (id INTEGER PRIMARY KEY, up INT REFERENCES t0);";
+    }
+    const host::SqliteDatabase database(folder.makeDatabase("a.db", script + "COMMIT;"));
+    long count = 0;
+    const auto countUp = [](void* steps) {
+        ++*static_cast<long*>(steps);
+        return 0;
+    };
+    sqlite3_progress_handler(database.obtainHandle(), 100, countUp, &count);
+    EXPECT_EQ(host::countRelations(host::readDatabaseStructure(database)), static_cast<std::size_t>(tables));
+    return count;
+}
+
+TEST(SchemaReader, TakesTimeInProportionToTheNumberOfTables) {
+    EXPECT_LT(countSteps(800), 6 * countSteps(200));
+}
+
 TEST(SchemaReader, ReadsAnEmptyDatabase) {
     const DatabaseStructure structure = readScript("");
     EXPECT_EQ(host::countRelations(structure), 0U);
