@@ -4,7 +4,7 @@
 
 #include "cf/json.h"
 #include "numbers.h"
-#include "plain_text.h"
+#include "text_escape.h"
 #include "utf8.h"
 
 namespace {
@@ -18,31 +18,6 @@ constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 char* append(char* out, std::string_view text) noexcept {
     std::memcpy(out, text.data(), text.size());
     return out + text.size();
-}
-
-char* appendEscape(char* out, unsigned char byte) noexcept {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    switch (byte) {
-        case '"':
-            return append(out, "\\\"");
-        case '\\':
-            return append(out, "\\\\");
-        case '\b':
-            return append(out, "\\b");
-        case '\f':
-            return append(out, "\\f");
-        case '\n':
-            return append(out, "\\n");
-        case '\r':
-            return append(out, "\\r");
-        case '\t':
-            return append(out, "\\t");
-        default:
-            out = append(out, "\\u00");
-            *out++ = kDigits[byte >> 4];
-            *out++ = kDigits[byte & 0xF];
-            return out;
-    }
 }
 
 }  // namespace
@@ -84,42 +59,54 @@ struct COJsonWriter::Text {
     }
 
     /// Needs room for the text.
-    static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
+    [[gnu::always_inline]] static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
         *out++ = '"';
-        const std::size_t copied = copyPlainText(out, text.data(), text.size(), PlainBytes::ASCII);
-        out += copied;
-        if (copied != text.size()) {
-            text.remove_prefix(copied);
-            out = appendSpecial(writer, out, text);
-        }
+        out = copyShortPlainText(out, text.data(), text.size(), PlainBytes::ASCII) ? out + text.size()
+                                                                                   : appendText(writer, out, text);
         *out++ = '"';
         return out;
     }
 
-    // The text is checked once, at its first byte beyond ASCII: well-formed UTF-8 is copied like ASCII from there on,
-    // and only in an ill-formed text each sequence is looked at.
-    [[gnu::noinline]] static char* appendSpecial(COJsonWriter& writer, char* out, std::string_view text) {
-        PlainBytes plain = PlainBytes::ASCII;
-        bool isChecked = false;
-        while (!text.empty()) {
-            out = makeRoom(writer, out, text.size());
-            const auto byte = static_cast<unsigned char>(text.front());
-            if (byte < 0x80) {
-                out = appendEscape(out, byte);
-                text.remove_prefix(1);
-            } else if (!isChecked && isValidUTF8(text)) {
-                plain = PlainBytes::All;
-            } else {
-                isChecked = true;
-                const UTF8Sequence sequence = measureUTF8Sequence(text);
-                out = append(out, sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter);
-                text.remove_prefix(sequence.size);
-            }
-            const std::size_t copied = copyPlainText(out, text.data(), text.size(), plain);
-            out += copied;
-            text.remove_prefix(copied);
+    /// Begins a member whose value needs `valueSize`: its key, and room for the value behind it.
+    [[gnu::always_inline]] static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
+        char* out = begin(writer, key.size() + valueSize);
+        *out++ = '"';
+        if (copyShortPlainText(out, key.data(), key.size(), PlainBytes::ASCII)) {
+            out += key.size();
+        } else {
+            // Escapes in the key may have taken the value's room.
+            out = makeRoom(writer, appendText(writer, out, key), valueSize);
         }
-        return out;
+        return append(out, "\":");
+    }
+
+    // The text is checked once, at its first byte beyond ASCII: well-formed UTF-8 is written like ASCII from there on,
+    // and only in an ill-formed text each sequence is looked at.
+    [[gnu::noinline]] static char* appendText(COJsonWriter& writer, char* out, std::string_view text) {
+        const char* const end = text.data() + text.size();
+        EscapeProgress progress = escapeText(out, writer.m_limit, text.data(), end, PlainBytes::ASCII);
+        PlainBytes plain = PlainBytes::ASCII;
+        bool isIllFormed = false;
+        while (progress.text != end) {
+            text = {progress.text, static_cast<std::size_t>(end - progress.text)};
+            progress.out = makeRoom(writer, progress.out, text.size());
+            if (plain == PlainBytes::ASCII && static_cast<unsigned char>(text.front()) >= 0x80) {
+                isIllFormed = isIllFormed || !isValidUTF8(text);
+                if (isIllFormed) {
+                    progress = appendSequence(progress, text);
+                } else {
+                    plain = PlainBytes::All;
+                }
+            }
+            progress = escapeText(progress.out, writer.m_limit, progress.text, end, plain);
+        }
+        return progress.out;
+    }
+
+    static EscapeProgress appendSequence(EscapeProgress progress, std::string_view text) {
+        const UTF8Sequence sequence = measureUTF8Sequence(text);
+        const std::string_view written = sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter;
+        return {append(progress.out, written), progress.text + sequence.size};
     }
 
     static void writeWord(COJsonWriter& writer, std::string_view word) { end(writer, append(begin(writer, 0), word)); }
@@ -167,9 +154,7 @@ void COJsonWriter::endArray() {
 }
 
 void COJsonWriter::writeKey(std::string_view key) {
-    char* out = Text::appendString(*this, Text::begin(*this, key.size()), key);
-    *out++ = ':';
-    m_end = out;
+    m_end = Text::beginMember(*this, key, 0);
     m_needsComma = false;
 }
 
@@ -178,9 +163,7 @@ void COJsonWriter::writeString(std::string_view text) {
 }
 
 void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
-    char* out = Text::appendString(*this, Text::begin(*this, key.size() + text.size()), key);
-    *out++ = ':';
-    out = Text::makeRoom(*this, out, text.size());
+    char* const out = Text::beginMember(*this, key, text.size());
     Text::end(*this, Text::appendString(*this, out, text));
 }
 
