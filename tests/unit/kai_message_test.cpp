@@ -82,6 +82,17 @@ TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
     EXPECT_EQ(message->obtainTime(), 7);
 }
 
+TEST(KAIMessage, TakesFurtherSectionsBehindTheTextItWasMadeOf) {
+    const auto message = createTextMessage(KAI_ROLE_USER, 0, "first");
+    message->addTextSection("second");
+    int destroyed = 0;
+    message->obtainSections().push_back(new CountedSection(destroyed));
+    ASSERT_EQ(message->obtainSections().size(), 3U);
+    EXPECT_EQ(message->obtainSections()[0]->obtainText(), "first");
+    EXPECT_EQ(message->obtainSections()[1]->obtainText(), "second");
+    EXPECT_EQ(obtainFirstText(*message), "first");
+}
+
 TEST(KAIMessage, ThrowsOutOfRangeForTheFirstTextWhereThereIsNoSection) {
     KAIMessage message;
     try {
