@@ -44,24 +44,19 @@ void writeText(COJsonWriter& writer, std::string_view text) {
     writer.endObject();
 }
 
-void writeContent(COJsonWriter& writer, std::string_view role, std::string_view text) {
-    writer.beginObject();
-    writer.writeMember("role", role);
-    writer.writeKey("parts");
-    writer.beginArray();
-    writeText(writer, text);
-    writer.endArray();
-    writer.endObject();
-}
+// What stands around the text of a message, written as it is: a conversation has it once a message.
+constexpr std::string_view kUserStart = R"({"role":"user","parts":[{"text":)";
+constexpr std::string_view kModelStart = R"({"role":"model","parts":[{"text":)";
+constexpr std::string_view kContentEnd = "}]}";
 
 void writeContents(COJsonWriter& writer, const KAIChatTurn& turn) {
     writer.writeKey("contents");
     writer.beginArray();
     for (const std::unique_ptr<KAIMessage>& message : turn.history) {
         const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
-        writeContent(writer, isAssistant ? "model" : "user", obtainFirstText(*message));
+        writer.writeFramed(isAssistant ? kModelStart : kUserStart, obtainFirstText(*message), kContentEnd);
     }
-    writeContent(writer, "user", turn.text);
+    writer.writeFramed(kUserStart, turn.text, kContentEnd);
     writer.endArray();
 }
 

@@ -1,16 +1,5 @@
 #include "kai_chat_turn.h"
 
-namespace {
-
-void writeChatMessage(COJsonWriter& writer, std::string_view role, std::string_view content) {
-    writer.beginObject();
-    writer.writeMember("role", role);
-    writer.writeMember("content", content);
-    writer.endObject();
-}
-
-}  // namespace
-
 void KAIChatBody::writeJson(COJsonWriter& writer) const {
     constexpr std::size_t kBytesAroundTheTexts = 512;
     const std::size_t newTexts = m_turn.instructions.size() + m_turn.text.size();
@@ -23,13 +12,14 @@ void writeChatMessages(COJsonWriter& writer, const KAIChatTurn& turn) {
     writer.writeKey("messages");
     writer.beginArray();
     if (!turn.instructions.empty()) {
-        writeChatMessage(writer, "system", turn.instructions);
+        writer.writeFramed(kChatSystemStart, turn.instructions, kChatMessageEnd);
     }
     for (const std::unique_ptr<KAIMessage>& message : turn.history) {
         const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
-        writeChatMessage(writer, isAssistant ? "assistant" : "user", obtainFirstText(*message));
+        writer.writeFramed(isAssistant ? kChatAssistantStart : kChatUserStart, obtainFirstText(*message),
+                           kChatMessageEnd);
     }
-    writeChatMessage(writer, "user", turn.text);
+    writer.writeFramed(kChatUserStart, turn.text, kChatMessageEnd);
     writer.endArray();
 }
 

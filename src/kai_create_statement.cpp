@@ -81,7 +81,7 @@ bool isEmptyArray(const COJsonValue& array) {
 }
 
 bool appendFields(PieceAppender& out, const COJsonValue& fields) {
-    std::string_view opening = "`";
+    bool isFirst = true;
     for (const COJsonValue field : fields.obtainItems()) {
         const auto [nameValue, typeValue] = field.obtainMemberValues({"name", "type"});
         const std::string_view name = nameValue.obtainString();
@@ -89,8 +89,11 @@ bool appendFields(PieceAppender& out, const COJsonValue& fields) {
         if (name.data() == nullptr || type.data() == nullptr) {
             return false;
         }
-        out.append(opening, name, "` ", type);
-        opening = ", `";
+        if (!isFirst) {
+            out.append(", ");
+        }
+        out.append("`", name, "` ", type);
+        isFirst = false;
     }
     return true;
 }

@@ -49,12 +49,6 @@ std::string_view KAIMessage::readFirstSection() const {
     return m_sections.front()->obtainText();
 }
 
-std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text) {
-    auto message = std::make_unique<KAIMessage>(role, time);
-    message->addTextSection(std::move(text));
-    return message;
-}
-
 std::int64_t obtainCurrentTime() {
     using namespace std::chrono;
     return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "kai.h"
@@ -30,6 +31,9 @@ class KAIMessage final : public IKAIMessage {
 public:
     KAIMessage() = default;
     KAIMessage(std::int32_t role, std::int64_t time);
+    /// A message of one text section.
+    KAIMessage(std::int32_t role, std::int64_t time, std::string&& text)
+        : m_time(time), m_role(role), m_onlyText(std::move(text)) {}
     ~KAIMessage() override;
     KAIMessage(const KAIMessage&) = delete;
     KAIMessage& operator=(const KAIMessage&) = delete;
@@ -57,8 +61,9 @@ private:
     std::vector<IKAIMessageSection*> m_sections;
 };
 
-/// A message of one text section.
-std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text);
+inline std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text) {
+    return std::make_unique<KAIMessage>(role, time, std::move(text));
+}
 
 inline std::string_view obtainFirstText(const KAIMessage& message) {
     return message.obtainFirstText();

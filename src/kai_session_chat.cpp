@@ -24,8 +24,9 @@ KAIChatHistory readHistory(const COJson& json) {
     for (const COJsonValue item : json.obtainMember("messages").obtainItems()) {
         const auto [roleWord, content] = item.obtainMemberValues({"role", "content"});
         const std::optional<KAIRole> role = readRole(roleWord);
-        if (role && content.isString()) {
-            history.push_back(createTextMessage(*role, 0, std::string(content.obtainString())));
+        const std::string_view text = content.obtainString();
+        if (role && text.data() != nullptr) {
+            history.push_back(createTextMessage(*role, 0, std::string(text)));
         }
     }
     return history;
@@ -46,10 +47,7 @@ std::string KAISessionChat::serializeSession() {
     writer.writeKey("messages");
     writer.beginArray();
     for (const std::unique_ptr<KAIMessage>& message : m_history) {
-        writer.beginObject();
-        writer.writeMember("role", obtainRoleWord(*message));
-        writer.writeMember("content", obtainFirstText(*message));
-        writer.endObject();
+        writer.writeFramed(obtainMessageStart(*message), obtainFirstText(*message), kChatMessageEnd);
     }
     writer.endArray();
     writer.endObject();
@@ -57,15 +55,15 @@ std::string KAISessionChat::serializeSession() {
     return text;
 }
 
-const char* KAISessionChat::obtainRoleWord(KAIMessage& message) const {
+std::string_view KAISessionChat::obtainMessageStart(KAIMessage& message) const {
     switch (message.obtainRole()) {
         case KAI_ROLE_USER:
-            return "user";
+            return kChatUserStart;
         case KAI_ROLE_ASSISTANT:
-            return "assistant";
+            return kChatAssistantStart;
         default:
             CF_ASSERT_AT(false, "false", m_rolePlace.sourceFile, m_rolePlace.line);
-            return "";
+            return kChatNobodyStart;
     }
 }
 

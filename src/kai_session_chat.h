@@ -19,6 +19,14 @@ struct KAISourcePlace {
 /// The messages of a conversation, oldest first.
 using KAIChatHistory = std::vector<std::unique_ptr<KAIMessage>>;
 
+// What stands around the text of a message in a request's "messages" and in a session's text. Written as it is: a
+// conversation has it once a message.
+inline constexpr std::string_view kChatSystemStart = R"({"role":"system","content":)";
+inline constexpr std::string_view kChatUserStart = R"({"role":"user","content":)";
+inline constexpr std::string_view kChatAssistantStart = R"({"role":"assistant","content":)";
+inline constexpr std::string_view kChatNobodyStart = R"({"role":"","content":)";
+inline constexpr std::string_view kChatMessageEnd = "}";
+
 /// A conversation that is kept here and sent whole with every turn: what the sessions of the chat-completion providers
 /// share. Each provider derives its own class, so that sessions of different providers can be told apart.
 class KAISessionChat : public IKAISession {
@@ -44,7 +52,7 @@ protected:
     KAISessionChat(KAIAssistantProperties& properties, KAISourcePlace rolePlace);
 
 private:
-    const char* obtainRoleWord(KAIMessage& message) const;
+    std::string_view obtainMessageStart(KAIMessage& message) const;
 
     KAIAssistantProperties& m_properties;
     KAIChatHistory m_history;

@@ -167,6 +167,13 @@ void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
     Text::end(*this, Text::appendString(*this, out, text));
 }
 
+void COJsonWriter::writeFramed(std::string_view before, std::string_view text, std::string_view after) {
+    char* out = append(Text::begin(*this, before.size() + text.size()), before);
+    // Escapes in the text may have taken the room behind it.
+    out = Text::makeRoom(*this, Text::appendString(*this, out, text), after.size());
+    Text::end(*this, append(out, after));
+}
+
 void COJsonWriter::writeDouble(double number) {
     if (!std::isfinite(number)) {
         writeNull();

@@ -65,6 +65,18 @@ TEST(COJsonWriter, SeparatesMembersAndItems) {
               R"({"a":"b","list":[1,0.5,[],{},true,false,null],"c":"d"})");
 }
 
+TEST(COJsonWriter, WritesAStringBetweenFixedPieces) {
+    EXPECT_EQ(write([](COJsonWriter& writer) {
+                  writer.beginArray();
+                  writer.writeFramed(R"({"role":"user","content":)", "a\n\xFF", "}");
+                  writer.writeFramed("", "", "");
+                  writer.writeNull();
+                  writer.writeFramed("[", "b", ",[]]");
+                  writer.endArray();
+              }),
+              R"([{"role":"user","content":"a\n)" + std::string(kReplacement) + R"("},"",null,["b",[]]])");
+}
+
 TEST(COJsonWriter, AppendsBehindWhatTheTargetHolds) {
     std::string target = "data: ";
     COJsonWriter writer(target);
@@ -266,9 +278,11 @@ TEST(COJsonWriter, GrowsAnywhereInADocument) {
         writer.beginArray();
         for (int i = 0; i < 30; ++i) {
             writer.writeString("\x01\"\xFF");
+            writer.writeFramed("[1,", "\x02", ",[22,333,4444]]");
             writer.writeInteger(-1234567890123456789);
             writer.writeNull();
-            expected += R"("\u0001\")" + std::string(kReplacement) + R"(",-1234567890123456789,null,)";
+            expected += R"("\u0001\")" + std::string(kReplacement) +
+                        R"(",[1,"\u0002",[22,333,4444]],-1234567890123456789,null,)";
         }
         writer.endArray();
         writer.finish();

@@ -48,6 +48,11 @@ public:
     /// A member whose value is a string.
     void writeMember(std::string_view key, std::string_view text);
 
+    /// A value of which everything but one string is fixed, written at once: `before` and `after` are JSON text and
+    /// go out as they are, around the string. `writeFramed(R"({"role":"user","content":)", text, "}")` writes an object
+    /// of two members.
+    void writeFramed(std::string_view before, std::string_view text, std::string_view after);
+
     /// Ends the text: the target string now holds all of it. Writing more needs a new writer.
     void finish();
 
