@@ -25,8 +25,36 @@ COJson::COJson() : m_document(std::make_unique<Document>()) {
     m_document->root.setObject();
 }
 
-COJson::COJson(std::string_view text) : m_document(std::make_unique<Document>()) {
-    if (readJson(text, m_document->parsed)) {
+namespace {
+
+/// Puts padding behind a text, in the capacity that it has, while this lives.
+class Padding {
+public:
+    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(kJsonPadding, '\0'); }
+    ~Padding() { m_text.resize(m_size); }
+    Padding(const Padding&) = delete;
+    Padding& operator=(const Padding&) = delete;
+
+private:
+    std::string& m_text;
+    std::size_t m_size;
+};
+
+}  // namespace
+
+COJson::COJson(std::string_view text) : COJson(text, false) {}
+
+COJson COJson::readInPlace(std::string& text) {
+    const std::size_t size = text.size();
+    if (text.capacity() - size < kJsonPadding) {
+        return COJson(text);
+    }
+    const Padding padding(text);
+    return {std::string_view(text.data(), size), true};
+}
+
+COJson::COJson(std::string_view text, bool isPadded) : m_document(std::make_unique<Document>()) {
+    if (readJson(text, isPadded, m_document->parsed)) {
         m_document->root = COJsonAccess::make<COJsonValue>(TapePlace(m_document->parsed));
     } else {
         m_document.reset();

@@ -15,11 +15,17 @@ using simdjson::dom::document;
 
 constexpr std::size_t kMinimumCapacity = 32;
 
-error_code parse(std::string_view text, std::size_t depthLimit, document& target) {
+/// A text for the engine to read.
+struct Source {
+    std::string_view text;
+    bool isPadded;
+};
+
+error_code parse(const Source& source, std::size_t depthLimit, document& target) {
     simdjson::dom::parser parser;
-    error_code error = parser.allocate(std::max(text.size(), kMinimumCapacity), depthLimit);
+    error_code error = parser.allocate(std::max(source.text.size(), kMinimumCapacity), depthLimit);
     if (error == simdjson::SUCCESS) {
-        error = parser.parse_into_document(target, text.data(), text.size(), true).error();
+        error = parser.parse_into_document(target, source.text.data(), source.text.size(), !source.isPadded).error();
     }
     if (error == simdjson::MEMALLOC) {
         throw std::bad_alloc();
@@ -58,12 +64,12 @@ std::size_t measureDepth(const document& source) noexcept {
 
 // The engine's limit N refuses a value inside N levels but takes an empty array or object as level N: what passes at
 // our limit is fine, and the few texts that do not are measured.
-error_code parseToDepth(std::string_view text, document& target) {
-    const error_code error = parse(text, kMaximumDepth, target);
+error_code parseToDepth(const Source& source, document& target) {
+    const error_code error = parse(source, kMaximumDepth, target);
     if (error != simdjson::DEPTH_ERROR) {
         return error;
     }
-    const error_code deeperError = parse(text, kMaximumDepth + 1, target);
+    const error_code deeperError = parse(source, kMaximumDepth + 1, target);
     const bool isTooDeep = deeperError == simdjson::SUCCESS && measureDepth(target) > kMaximumDepth;
     return isTooDeep ? simdjson::DEPTH_ERROR : deeperError;
 }
@@ -75,17 +81,18 @@ std::string_view skipByteOrderMark(std::string_view text) noexcept {
 
 }  // namespace
 
-bool readJson(std::string_view text, ParsedDocument& target) {
+bool readJson(std::string_view text, bool isPadded, ParsedDocument& target) {
     const std::string_view json = skipByteOrderMark(text);
     if (json.empty() || json.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) {
         return false;
     }
-    const error_code error = parseToDepth(json, target);
+    const error_code error = parseToDepth({json, isPadded}, target);
     if (error != simdjson::NUMBER_ERROR) {
         return error == simdjson::SUCCESS;
     }
     // The engine refuses numbers beyond its types as it refuses ill-formed ones; only the latter are wrong.
     const std::string replaced = replaceNumbersOutOfRange(json);
     target.hasHugeIntegers = true;
-    return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES && parseToDepth(replaced, target) == simdjson::SUCCESS;
+    return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
+           parseToDepth({replaced, false}, target) == simdjson::SUCCESS;
 }

@@ -53,7 +53,7 @@ std::int32_t CMRestResourceResponse::obtainStatus() const noexcept {
 
 COJson* CMRestResourceResponse::getJson() {
     if (!m_isJsonRead) {
-        auto json = std::make_unique<COJson>(std::string_view(m_body));
+        auto json = std::make_unique<COJson>(COJson::readInPlace(m_body));
         if (json->getIsValidJson()) {
             m_json = std::move(json);
         }

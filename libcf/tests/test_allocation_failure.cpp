@@ -93,6 +93,22 @@ TEST(AllocationFailure, IsThrownWhenATextIsRead) {
     }
 }
 
+TEST(AllocationFailure, LeavesATextThatIsReadInPlaceAsItWas) {
+    std::string text = R"({"a":[1,2,{"b":"text"}]})";
+    const std::string before = text;
+    text.reserve(200);
+    EXPECT_GT(failAtEachAllocation([&] {
+                  try {
+                      EXPECT_TRUE(COJson::readInPlace(text).getIsValidJson());
+                  } catch (const std::bad_alloc&) {
+                      EXPECT_TRUE(text == before);
+                      throw;
+                  }
+              }),
+              3);
+    EXPECT_EQ(text, before);
+}
+
 TEST(AllocationFailure, IsThrownWhenADocumentIsBuilt) {
     const std::string text(100, 'x');
     EXPECT_GT(failAtEachAllocation([&] {
@@ -162,6 +178,17 @@ TEST(AllocationCount, IsSmallForASmallReply) {
     const long before = allocationCount;
     { const COJson json{std::string_view(text)}; }
     EXPECT_LE(allocationCount - before, 8);
+}
+
+TEST(AllocationCount, IsSmallerForATextReadInPlace) {
+    std::string text = "[" + std::string(900, ' ') + "]";
+    text.reserve(2'000);
+    long before = allocationCount;
+    { const COJson json{std::string_view(text)}; }
+    const long copied = allocationCount - before;
+    before = allocationCount;
+    { const COJson json = COJson::readInPlace(text); }
+    EXPECT_EQ(allocationCount - before, copied - 1);
 }
 
 TEST(AllocationCount, IsOneForABodyWhoseSizeWasReserved) {

@@ -251,11 +251,30 @@ TEST(COJson, DoesNotReadBehindTheText) {
     EXPECT_FALSE(isValid(std::string_view("true", 3)));
 }
 
+TEST(COJson, ReadsAStringInPlaceAsItReadsOthers) {
+    for (const std::string text :
+         {"[1,\"a\",12345]", "\"tail\"", "123", "[1e400]", "\xEF\xBB\xBF[true]", "[1", "", "tru"}) {
+        const COJson expected{std::string_view(text)};
+        for (std::size_t spare = 0; spare < 200; ++spare) {
+            std::string padded = text;
+            // What stood behind the text in its memory must not matter.
+            padded.append(spare, '1').resize(text.size());
+            const COJson json = COJson::readInPlace(padded);
+            ASSERT_EQ(json.getIsValidJson(), expected.getIsValidJson()) << text << " " << spare;
+            ASSERT_EQ(json.obtainJsonString(), expected.obtainJsonString()) << text << " " << spare;
+            ASSERT_EQ(padded, text) << spare;
+        }
+    }
+}
+
 TEST(COJson, DoesNotKeepTheText) {
-    std::string text = R"({"key":"value"})";
-    const COJson json{std::string_view(text)};
-    text.assign(text.size(), '#');
-    EXPECT_EQ(json.obtainMember("key").obtainString(), "value");
+    for (const std::size_t spare : {0U, 100U}) {
+        std::string text = R"({"key":"value"})";
+        text.reserve(text.size() + spare);
+        const COJson json = COJson::readInPlace(text);
+        text.assign(text.size(), '#');
+        EXPECT_EQ(json.obtainMember("key").obtainString(), "value");
+    }
 }
 
 /// Address space that is never touched, so that no memory stands behind it.

@@ -244,8 +244,11 @@ class CF_EXPORT COJson : public ICOJsonValue {
 public:
     /// An empty object, to be built.
     COJson();
-    /// Reads a text. getIsValidJson() tells whether it was JSON.
+    /// Reads a text, and keeps nothing of it. getIsValidJson() tells whether it was JSON.
     explicit COJson(std::string_view text);
+    /// Reads a text without copying it first, which the constructor has to do, where the string's capacity is 64 bytes
+    /// or more beyond its size; the memory there is overwritten. The text is left as it is, and not kept.
+    [[nodiscard]] static COJson readInPlace(std::string& text);
     ~COJson() override;
     COJson(COJson&& other) noexcept;
     COJson& operator=(COJson&& other) noexcept;
@@ -270,8 +273,8 @@ public:
 
 private:
     struct Document;
-    friend struct COJsonAccess;
-    friend CF_EXPORT COJson cfCreateCOJsonFromCMVariant(const CMVariant& value);
+
+    COJson(std::string_view text, bool isPadded);
 
     std::unique_ptr<Document> m_document;
 };
