@@ -2,9 +2,6 @@
 
 #include "cf/assertion.h"
 
-KAIAssistantProperties_OPENAI::KAIAssistantProperties_OPENAI(const KAIAssistantProperties_OPENAI& other)
-    : KAIAssistantProperties(other), m_name(other.m_name), m_description(other.m_description) {}
-
 std::vector<std::pair<std::string, std::string>> KAIAssistantProperties_OPENAI::obtainPropertyDescriptions() {
     std::vector<std::pair<std::string, std::string>> descriptions =
         KAIAssistantProperties::obtainPropertyDescriptions();

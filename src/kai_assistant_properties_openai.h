@@ -9,9 +9,6 @@
 /// Neither of the two is ever recorded as assigned: they are stored here and in session texts, and not sent.
 class KAIAssistantProperties_OPENAI : public KAIAssistantProperties {
 public:
-    KAIAssistantProperties_OPENAI() = default;
-    KAIAssistantProperties_OPENAI(const KAIAssistantProperties_OPENAI& other);
-
     std::vector<std::pair<std::string, std::string>> obtainPropertyDescriptions() override;
     CMVariant obtainProperty(const std::string& key) override;
     /// A name or description of another type is taken as its text.

@@ -102,7 +102,7 @@ bool isInteger64(std::string_view token) noexcept {
     std::int64_t signedValue = 0;
     std::uint64_t unsignedValue = 0;
     return std::from_chars(token.data(), end, signedValue).ec == std::errc() ||
-           (token.front() != '-' && std::from_chars(token.data(), end, unsignedValue).ec == std::errc());
+           std::from_chars(token.data(), end, unsignedValue).ec == std::errc();
 }
 
 void appendDouble(std::string& out, double number) {

@@ -269,6 +269,23 @@ TEST(COJsonWriter, WritesLargeTexts) {
     EXPECT_EQ(writeString(mixed), "\"" + repeat("\xE2\x82\xAC\\n", 2'000'000) + "\"");
 }
 
+TEST(COJsonWriter, GrowsBehindAKeyWhoseEscapesTookTheRoom) {
+    for (std::size_t escapes = 0; escapes < 80; ++escapes) {
+        const std::string key(escapes, '\x01');
+        const std::string text(300, 'x');
+        std::string target;
+        COJsonWriter writer(target);
+        writer.beginObject();
+        writer.writeMember(key, text);
+        writer.writeKey(key);
+        writer.writeDouble(-1.2345678901234568e-300);
+        writer.endObject();
+        writer.finish();
+        const std::string writtenKey = "\"" + repeat("\\u0001", escapes) + "\":";
+        ASSERT_EQ(target, "{" + writtenKey + "\"" + text + "\"," + writtenKey + "-1.2345678901234568e-300}");
+    }
+}
+
 TEST(COJsonWriter, GrowsAnywhereInADocument) {
     for (std::size_t room = 0; room < 200; ++room) {
         std::string target(room, '#');
