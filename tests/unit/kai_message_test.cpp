@@ -83,9 +83,9 @@ TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
 }
 
 TEST(KAIMessage, TakesFurtherSectionsBehindTheTextItWasMadeOf) {
+    int destroyed = 0;
     const auto message = createTextMessage(KAI_ROLE_USER, 0, "first");
     message->addTextSection("second");
-    int destroyed = 0;
     message->obtainSections().push_back(new CountedSection(destroyed));
     ASSERT_EQ(message->obtainSections().size(), 3U);
     EXPECT_EQ(message->obtainSections()[0]->obtainText(), "first");
