@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr std::size_t WARM_UP_TURNS = 2;
+constexpr std::size_t kWarmUpTurns = 2;
 
 struct PreparedTurn {
     SessionPtr session;
@@ -46,7 +46,7 @@ private:
 void measureTurn(Meter& meter, const std::string& provider, std::size_t messages) {
     Conversation conversation(provider, messages);
     meter.measure(
-        WARM_UP_TURNS, [&] { return conversation.prepareTurn(); },
+        kWarmUpTurns, [&] { return conversation.prepareTurn(); },
         [&](PreparedTurn& turn) { return conversation.runTurn(turn); });
     Meter::note("body_bytes", conversation.obtainServer().obtainLastRequest().body.size());
 }
@@ -59,7 +59,7 @@ void measureTurnFloor(Meter& meter, const std::string& provider, std::size_t mes
 
     CurlFloor floor(conversation.obtainServer(), request);
     meter.measure(
-        WARM_UP_TURNS, [] { return 0; }, [&floor](int) { return floor.perform(); });
+        kWarmUpTurns, [] { return 0; }, [&floor](int) { return floor.perform(); });
     Meter::note("body_bytes", request.body.size());
     if (conversation.obtainServer().obtainLastRequest() != request) {
         throw std::runtime_error("the floor did not send the same bytes");
@@ -71,8 +71,8 @@ void countConnections(const std::string& provider) {
     trustServer(server);
     const AssistantPtr assistant = createAssistant(provider, server.obtainAuthority());
     const SessionPtr session = createSession(*assistant);
-    constexpr std::size_t TURNS = 100;
-    for (std::size_t i = 0; i < TURNS; ++i) {
+    constexpr std::size_t kTurns = 100;
+    for (std::size_t i = 0; i < kTurns; ++i) {
         const MessagePtr answer = addMessage(*assistant, *session, buildMessageText(2 * i));
     }
     const ConnectionCounts counts = server.obtainCounts();

@@ -12,8 +12,8 @@
 
 namespace {
 
-constexpr const char* TABLE_START = "<!-- the table is written by scripts/bench --write -->\n";
-constexpr const char* TABLE_END = "<!-- end of the table -->\n";
+constexpr const char* kTableStart = "<!-- the table is written by scripts/bench --write -->\n";
+constexpr const char* kTableEnd = "<!-- end of the table -->\n";
 constexpr double SPARE = 1.05;
 
 using Line = std::vector<std::string>;
@@ -98,12 +98,12 @@ std::string formatTable(const std::vector<BenchRow>& rows) {
 
 void writeTableToPage(const std::string& page, const std::string& table) {
     const std::string text = readFile(page);
-    const std::size_t start = text.find(TABLE_START);
-    const std::size_t end = text.find(TABLE_END);
+    const std::size_t start = text.find(kTableStart);
+    const std::size_t end = text.find(kTableEnd);
     if (start == std::string::npos || end == std::string::npos || end < start) {
         throw std::runtime_error(page + " has no place for the table");
     }
-    writeFile(page, text.substr(0, start) + TABLE_START + '\n' + table + '\n' + text.substr(end));
+    writeFile(page, text.substr(0, start) + kTableStart + '\n' + table + '\n' + text.substr(end));
 }
 
 void writeBudgets(const std::string& file, const std::vector<BenchRow>& rows) {

@@ -51,7 +51,7 @@ BenchRow showNumber(std::string key, std::string what, double value, Goal goal, 
             .moonshot = goal.moonshot};
 }
 
-constexpr std::size_t LONG_CONVERSATION = 2000;
+constexpr std::size_t kLongConversation = 2000;
 
 void measureTurns(CaseRunner& runner, std::vector<BenchRow>& rows) {
     struct Length {
@@ -76,13 +76,13 @@ void measureTurns(CaseRunner& runner, std::vector<BenchRow>& rows) {
     }
     rows.push_back(compareCosts(runner, "google_over_deepseek",
                                 "a turn with Google over one with DeepSeek, 2,000 messages",
-                                takeTurn("turn", "google", LONG_CONVERSATION),
-                                takeTurn("turn", "deepseek", LONG_CONVERSATION), {1.15, std::nullopt}));
+                                takeTurn("turn", "google", kLongConversation),
+                                takeTurn("turn", "deepseek", kLongConversation), {1.15, std::nullopt}));
 }
 
 void measureMemory(CaseRunner& runner, std::vector<BenchRow>& rows) {
-    auto longTurn = runner.obtainMemory(takeTurn("turn", "ollama", LONG_CONVERSATION));
-    auto longFloor = runner.obtainMemory(takeTurn("turn-floor", "ollama", LONG_CONVERSATION));
+    auto longTurn = runner.obtainMemory(takeTurn("turn", "ollama", kLongConversation));
+    auto longFloor = runner.obtainMemory(takeTurn("turn-floor", "ollama", kLongConversation));
     auto shortTurn = runner.obtainMemory(takeTurn("turn", "ollama", 2));
 
     BenchRow allocations =
@@ -132,24 +132,24 @@ BenchRow measureSpread(CaseRunner& runner, const std::vector<std::size_t>& sizes
 }
 
 void measureTexts(CaseRunner& runner, std::vector<BenchRow>& rows, bool isQuick) {
-    constexpr std::size_t TABLES = 10'000;
-    constexpr std::size_t REPLY_BYTES = 100'000;
+    constexpr std::size_t kTables = 10'000;
+    constexpr std::size_t kReplyBytes = 100'000;
     rows.push_back(compareCosts(runner, "statements", "10,000 tables to statements, over simdjson on demand",
-                                takeSize("statements", TABLES, 1), takeSize("statements-floor", TABLES, 1),
+                                takeSize("statements", kTables, 1), takeSize("statements-floor", kTables, 1),
                                 {2.2, 1.5}));
-    std::vector<std::size_t> sizes{100, 1000, TABLES};
+    std::vector<std::size_t> sizes{100, 1000, kTables};
     if (!isQuick) {
-        sizes.push_back(10 * TABLES);
+        sizes.push_back(10 * kTables);
     }
     rows.push_back(measureSpread(runner, sizes));
     rows.push_back(compareCosts(runner, "serialization", "serializeSession, 2,000 messages, over a copy of the text",
-                                takeSize("serialization", LONG_CONVERSATION, 5),
-                                takeSize("serialization-floor", LONG_CONVERSATION, 5), {6.0, 3.0}));
+                                takeSize("serialization", kLongConversation, 5),
+                                takeSize("serialization-floor", kLongConversation, 5), {6.0, 3.0}));
     rows.push_back(compareCosts(runner, "restoration", "restoreSession of that text, over simdjson DOM reading it",
-                                takeSize("restoration", LONG_CONVERSATION, 5),
-                                takeSize("restoration-floor", LONG_CONVERSATION, 5), {2.0, 1.5}));
+                                takeSize("restoration", kLongConversation, 5),
+                                takeSize("restoration-floor", kLongConversation, 5), {2.0, 1.5}));
     rows.push_back(compareCosts(runner, "reply", "a 100 KB reply read, over simdjson DOM reading it",
-                                takeSize("reply", REPLY_BYTES, 10), takeSize("reply-floor", REPLY_BYTES, 10),
+                                takeSize("reply", kReplyBytes, 10), takeSize("reply-floor", kReplyBytes, 10),
                                 {1.5, 1.2}));
 }
 

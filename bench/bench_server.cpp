@@ -9,12 +9,12 @@
 
 namespace {
 
-constexpr const char* SYSTEM_BUNDLE = "/etc/ssl/certs/ca-certificates.crt";
+constexpr const char* kSystemBundle = "/etc/ssl/certs/ca-certificates.crt";
 
 std::string writeBundle(const std::string& ownCertificate) {
-    std::ifstream system(SYSTEM_BUNDLE);
+    std::ifstream system(kSystemBundle);
     if (!system) {
-        throw std::runtime_error(std::string("there is no ") + SYSTEM_BUNDLE);
+        throw std::runtime_error(std::string("there is no ") + kSystemBundle);
     }
     std::string path = (std::filesystem::temp_directory_path() / "kai-bench-XXXXXX").string();
     const int file = mkstemp(path.data());

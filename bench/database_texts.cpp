@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::size_t TABLES_A_SCHEMA = 500;
+constexpr std::size_t kTablesASchema = 500;
 
 struct Column {
     std::string_view name;
@@ -63,7 +63,7 @@ void appendForeignKey(std::string& text, std::string_view field, std::size_t tar
     text.append("{\"fields\":[\"").append(field).append("\"],");
     appendMember(text, "ref_schema", "schema_0");
     text += ',';
-    appendMember(text, "ref_table", buildTableName(target % TABLES_A_SCHEMA));
+    appendMember(text, "ref_table", buildTableName(target % kTablesASchema));
     text += ",\"ref_fields\":[\"id\"]}";
 }
 
@@ -88,11 +88,11 @@ void appendTable(std::string& text, std::size_t number) {
 
 std::string buildDatabaseStructure(std::size_t tables) {
     std::string text = "[{\"schemas\":[";
-    for (std::size_t start = 0; start < tables; start += TABLES_A_SCHEMA) {
+    for (std::size_t start = 0; start < tables; start += kTablesASchema) {
         text += start == 0 ? "{" : ",{";
-        appendMember(text, "schema_name", "schema_" + std::to_string(start / TABLES_A_SCHEMA));
+        appendMember(text, "schema_name", "schema_" + std::to_string(start / kTablesASchema));
         text += ",\"tables\":[";
-        for (std::size_t number = start; number < std::min(tables, start + TABLES_A_SCHEMA); ++number) {
+        for (std::size_t number = start; number < std::min(tables, start + kTablesASchema); ++number) {
             text += number == start ? "" : ",";
             appendTable(text, number);
         }

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::size_t WARM_UPS = 1;
+constexpr std::size_t kWarmUps = 1;
 
 PropertiesPtr createProperties(std::size_t tables) {
     const AssistantPtr assistant = createAssistant("ollama", "");
@@ -52,7 +52,7 @@ std::string readAnswer(const simdjson::dom::element& reply) {
 void measureStatements(Meter& meter, std::size_t tables) {
     const PropertiesPtr properties = createProperties(tables);
     meter.measure(
-        WARM_UPS, [] { return 0; }, [&](int) { return properties->obtainProperty("combined_instructions"); });
+        kWarmUps, [] { return 0; }, [&](int) { return properties->obtainProperty("combined_instructions"); });
 }
 
 void measureStatementsFloor(Meter& meter, std::size_t tables) {
@@ -61,7 +61,7 @@ void measureStatementsFloor(Meter& meter, std::size_t tables) {
     std::string statements(json.size(), '\0');
     std::size_t size = 0;
     meter.measure(
-        WARM_UPS, [] { return 0; },
+        kWarmUps, [] { return 0; },
         [&](int) { return size = writeStatementsOnDemand(parser, json, statements.data()); });
     statements.resize(size);
     if (createProperties(tables)->obtainProperty("combined_instructions").stringValue() != statements + "\n") {
@@ -73,13 +73,13 @@ void measureSerialization(Meter& meter, std::size_t messages) {
     const AssistantPtr assistant = createAssistant("ollama", "");
     const SessionPtr session = restoreSession(*assistant, buildSessionText(messages));
     meter.measure(
-        WARM_UPS, [] { return 0; }, [&](int) { return session->serializeSession(); });
+        kWarmUps, [] { return 0; }, [&](int) { return session->serializeSession(); });
 }
 
 void measureSerializationFloor(Meter& meter, std::size_t messages) {
     const std::string text = buildSerializedSession(messages);
     meter.measure(
-        WARM_UPS, [] { return 0; }, [&](int) { return std::string(text); });
+        kWarmUps, [] { return 0; }, [&](int) { return std::string(text); });
     Meter::note("body_bytes", text.size());
 }
 
@@ -87,7 +87,7 @@ void measureRestoration(Meter& meter, std::size_t messages) {
     const AssistantPtr assistant = createAssistant("ollama", "");
     const std::string text = buildSerializedSession(messages);
     meter.measure(
-        WARM_UPS, [&] { return text; },
+        kWarmUps, [&] { return text; },
         [&](std::string& given) { return restoreSession(*assistant, std::move(given)); });
     if (restoreSession(*assistant, text)->serializeSession() != text) {
         throw std::runtime_error("the session did not come back");
@@ -98,15 +98,22 @@ void measureRestorationFloor(Meter& meter, std::size_t messages) {
     const simdjson::padded_string text(buildSerializedSession(messages));
     simdjson::dom::parser parser;
     meter.measure(
-        WARM_UPS, [] { return 0; }, [&](int) { return parser.parse(text)["messages"].get_array().value().size(); });
+        kWarmUps, [] { return 0; }, [&](int) { return parser.parse(text)["messages"].get_array().value().size(); });
 }
 
 void measureReply(Meter& meter, std::size_t bytes) {
+    constexpr std::size_t kRoomBehind = 64;
     const std::string body = buildReplyBody("/chat/completions", buildAnswerText(bytes));
     meter.measure(
-        WARM_UPS, [&] { return body; },
+        kWarmUps,
+        [&] {
+            // As an exchange hands its body over: with room behind it for the reader.
+            std::string received;
+            received.reserve(body.size() + kRoomBehind);
+            received += body;
+            return received;
+        },
         [](std::string& received) {
-            // As an exchange hands its body over.
             CMRestResourceResponse response(200, std::move(received));
             return readAnswer(*response.getJson());
         });
@@ -116,5 +123,5 @@ void measureReplyFloor(Meter& meter, std::size_t bytes) {
     const simdjson::padded_string body(buildReplyBody("/chat/completions", buildAnswerText(bytes)));
     simdjson::dom::parser parser;
     meter.measure(
-        WARM_UPS, [] { return 0; }, [&](int) { return readAnswer(parser.parse(body).value()); });
+        kWarmUps, [] { return 0; }, [&](int) { return readAnswer(parser.parse(body).value()); });
 }

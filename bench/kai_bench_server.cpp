@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t ANSWER_BYTES = 900;
+constexpr std::size_t kAnswerBytes = 900;
 
 class LastRequest {
 public:
@@ -26,7 +26,7 @@ public:
             m_request = request;
         }
         return {.headers = {{"Content-Type", "application/json"}},
-                .body = buildReplyBody(request.path, buildAnswerText(ANSWER_BYTES))};
+                .body = buildReplyBody(request.path, buildAnswerText(kAnswerBytes))};
     }
 
     void print() const {

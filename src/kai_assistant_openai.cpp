@@ -197,19 +197,26 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::restoreSession(std::st
 
 std::string KAIAssistant_OPENAI::destroySession(IKAISession* session) {
     auto* const thread = dynamic_cast<KAISession_OPENAI*>(session);
-    const auto place = std::find(m_sessions.begin(), m_sessions.end(), thread);
-    if (place == m_sessions.end()) {
+    if (std::find(m_sessions.begin(), m_sessions.end(), thread) == m_sessions.end()) {
         return "Session not found";
     }
+    // Before the first request: nothing may fail between the end of the last session and that of its assistant.
+    std::string assistantID = thread->obtainAssistantID();
     std::string errorText = m_service.deleteResource(obtainHost(), {"threads", thread->obtainThreadID()});
     if (!errorText.empty()) {
         return errorText;
     }
+    // A callback of the host may have created or destroyed sessions meanwhile, this one too.
+    const auto place = std::find(m_sessions.begin(), m_sessions.end(), thread);
+    if (place == m_sessions.end()) {
+        return {};
+    }
     m_sessions.erase(place);
     if (m_sessions.empty()) {
-        // The assistant on the service lives as long as a session uses it; a failure here leaves nothing to be done.
-        destroyAssistant(thread->obtainAssistantID());
+        // The assistant on the service lives as long as a session uses it. It counts as gone before it is deleted: a
+        // failure leaves nothing to be done, and a callback that throws must not leave an assistant without a session.
         m_assistantID.clear();
+        destroyAssistant(std::move(assistantID));
     }
     return {};
 }

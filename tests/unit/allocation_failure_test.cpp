@@ -122,6 +122,27 @@ TEST_F(AllocationFailure, OfATurnLeavesAnOpenAISession) {
     failTurns(assistant);
 }
 
+TEST_F(AllocationFailure, OfADestructionLeavesAnOpenAIAssistantUsable) {
+    KAIAssistant_OPENAI assistant(std::unique_ptr<ICSHTTPPoolCenter>(cfCreateHTTPPoolCenter()),
+                                  m_server.obtainAuthority(), "key");
+    std::unique_ptr<IKAISession> session;
+    const auto begin = [&] {
+        ASSERT_EQ(assistant.setAssistantProperties([](IKAIProperties* properties) { setUp(*properties); }), "");
+        session.reset(assistant.createSession().first);
+        ASSERT_NE(session, nullptr);
+    };
+    begin();
+    const auto end = [&] {
+        const bool isGone = assistant.obtainAssistantID().empty();
+        EXPECT_EQ(assistant.destroySession(session.get()), isGone ? "Session not found" : "");
+        EXPECT_EQ(assistant.obtainAssistantID(), "");
+        begin();
+    };
+    const std::size_t failures = failEachAllocation([&] { assistant.destroySession(session.get()); }, end, begin);
+    EXPECT_GT(failures, 10U);
+    EXPECT_EQ(assistant.obtainAssistantID(), "");
+}
+
 TEST_F(PlainAllocationFailure, OfAModelListIsPassedOn) {
     KAIAssistant_OLLAMA assistant(nullptr, m_server.obtainAuthority());
     const auto list = [&assistant] { assistant.obtainAvailableModels(); };
