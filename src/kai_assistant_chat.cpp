@@ -164,7 +164,7 @@ HTTP::Params KAIAssistantChat::buildQueryParams() const {
     return {};
 }
 
-std::string KAIAssistantChat::buildURL(const std::string& host, const std::vector<std::string_view>& path,
+std::string KAIAssistantChat::buildURL(const std::string& host, std::span<const std::string_view> path,
                                        std::string_view model) const {
     std::vector<std::string> parts{std::string(m_protocol.scheme) + host};
     for (const std::string_view part : path) {

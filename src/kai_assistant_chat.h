@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -23,7 +24,8 @@ enum class KAIChatAuthentication {
 };
 
 /// Everything that sets one chat-completion provider apart. The flow around it is KAIAssistantChat's; the functions are
-/// pure, so that a provider is tested without a socket.
+/// pure, so that a provider is tested without a socket. A constant that needs no destruction: a host may use an
+/// assistant while its static objects are destroyed.
 ///
 /// "{model}" in a path or a suffix stands for the model's name.
 struct KAIChatProtocol {
@@ -31,8 +33,8 @@ struct KAIChatProtocol {
     std::string_view defaultHost;
     KAIChatAuthentication authentication;
 
-    std::vector<std::string_view> modelsPath;
-    std::vector<std::string_view> chatPath;
+    std::span<const std::string_view> modelsPath;
+    std::span<const std::string_view> chatPath;
 
     /// What follows the localized message of each error of the library's own, ": g/" naming a GET, ": p/" a POST.
     std::string_view modelsSuffix;
@@ -79,7 +81,7 @@ protected:
 private:
     HTTP::Result sendTurn(const KAISessionChat& session, std::string_view text) const;
     [[nodiscard]] HTTP::Params buildQueryParams() const;
-    [[nodiscard]] std::string buildURL(const std::string& host, const std::vector<std::string_view>& path,
+    [[nodiscard]] std::string buildURL(const std::string& host, std::span<const std::string_view> path,
                                        std::string_view model) const;
     void ensureHost(KAIAssistantSettings& settings) const;
 

@@ -45,28 +45,32 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
+constexpr std::string_view kModelsPath[] = {"models"};
+constexpr std::string_view kChatPath[] = {"chat", "completions"};
+
+constexpr KAIChatProtocol kProtocol{
+    .scheme = "https://",
+    .defaultHost = "api.deepseek.com",
+    .authentication = KAIChatAuthentication::BearerHeader,
+    .modelsPath = kModelsPath,
+    .chatPath = kChatPath,
+    .modelsSuffix = ": g/models",
+    .emptyModelSuffix = ": p/chat/completions",
+    .invalidReplySuffix = ": p/chat/completions",
+    .unsupportedReplySuffix = ": p/chat/completions",
+    .readModelsError = readErrorBody,
+    .readChatError = readErrorBody,
+    .readModels = readModels,
+    .writeChatBody = writeChatBody,
+    .readReply = readReply,
+    .createSession = createChatSession<KAISession_DEEPSEEK>,
+    .castSession = castChatSession<KAISession_DEEPSEEK>,
+};
+
 }  // namespace
 
 const KAIChatProtocol& obtainDeepSeekProtocol() {
-    static const KAIChatProtocol protocol{
-        .scheme = "https://",
-        .defaultHost = "api.deepseek.com",
-        .authentication = KAIChatAuthentication::BearerHeader,
-        .modelsPath = {"models"},
-        .chatPath = {"chat", "completions"},
-        .modelsSuffix = ": g/models",
-        .emptyModelSuffix = ": p/chat/completions",
-        .invalidReplySuffix = ": p/chat/completions",
-        .unsupportedReplySuffix = ": p/chat/completions",
-        .readModelsError = readErrorBody,
-        .readChatError = readErrorBody,
-        .readModels = readModels,
-        .writeChatBody = writeChatBody,
-        .readReply = readReply,
-        .createSession = createChatSession<KAISession_DEEPSEEK>,
-        .castSession = castChatSession<KAISession_DEEPSEEK>,
-    };
-    return protocol;
+    return kProtocol;
 }
 
 KAIAssistant_DEEPSEEK::KAIAssistant_DEEPSEEK(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,

@@ -102,29 +102,33 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
+constexpr std::string_view kModelsPath[] = {"v1beta", "models"};
+constexpr std::string_view kChatPath[] = {"v1beta", "models", "{model}:generateContent"};
+
+constexpr KAIChatProtocol kProtocol{
+    .scheme = "https://",
+    .defaultHost = "generativelanguage.googleapis.com",
+    .authentication = KAIChatAuthentication::KeyParameter,
+    .modelsPath = kModelsPath,
+    .chatPath = kChatPath,
+    .modelsSuffix = ": g/v1beta/models",
+    // The one error of a turn that names no model: there is none to name.
+    .emptyModelSuffix = ": p/v1beta/models/generateContent",
+    .invalidReplySuffix = ": p/v1beta/models/{model}:generateContent",
+    .unsupportedReplySuffix = ": p/v1beta/models/{model}:generateContent",
+    .readModelsError = readError,
+    .readChatError = readError,
+    .readModels = readModels,
+    .writeChatBody = writeChatBody,
+    .readReply = readReply,
+    .createSession = createChatSession<KAISession_GOOGLE>,
+    .castSession = castChatSession<KAISession_GOOGLE>,
+};
+
 }  // namespace
 
 const KAIChatProtocol& obtainGoogleProtocol() {
-    static const KAIChatProtocol protocol{
-        .scheme = "https://",
-        .defaultHost = "generativelanguage.googleapis.com",
-        .authentication = KAIChatAuthentication::KeyParameter,
-        .modelsPath = {"v1beta", "models"},
-        .chatPath = {"v1beta", "models", "{model}:generateContent"},
-        .modelsSuffix = ": g/v1beta/models",
-        // The one error of a turn that names no model: there is none to name.
-        .emptyModelSuffix = ": p/v1beta/models/generateContent",
-        .invalidReplySuffix = ": p/v1beta/models/{model}:generateContent",
-        .unsupportedReplySuffix = ": p/v1beta/models/{model}:generateContent",
-        .readModelsError = readError,
-        .readChatError = readError,
-        .readModels = readModels,
-        .writeChatBody = writeChatBody,
-        .readReply = readReply,
-        .createSession = createChatSession<KAISession_GOOGLE>,
-        .castSession = castChatSession<KAISession_GOOGLE>,
-    };
-    return protocol;
+    return kProtocol;
 }
 
 KAIAssistant_GOOGLE::KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,

@@ -49,29 +49,33 @@ std::optional<std::string> readReply(const COJson& response) {
     return std::string(content.obtainString());
 }
 
+constexpr std::string_view kModelsPath[] = {"api", "tags"};
+constexpr std::string_view kChatPath[] = {"api", "chat"};
+
+constexpr KAIChatProtocol kProtocol{
+    .scheme = "http://",
+    .defaultHost = "localhost:11434",
+    .authentication = KAIChatAuthentication::None,
+    .modelsPath = kModelsPath,
+    .chatPath = kChatPath,
+    .modelsSuffix = ": g/api/tags",
+    .emptyModelSuffix = ": p/api/chat",
+    // Named as a GET although the request is a POST: hosts know the text as it is.
+    .invalidReplySuffix = ": g/api/chat",
+    .unsupportedReplySuffix = ": p/api/chat",
+    .readModelsError = readNoError,
+    .readChatError = readErrorBody,
+    .readModels = readModels,
+    .writeChatBody = writeChatBody,
+    .readReply = readReply,
+    .createSession = createChatSession<KAISession_OLLAMA>,
+    .castSession = castChatSession<KAISession_OLLAMA>,
+};
+
 }  // namespace
 
 const KAIChatProtocol& obtainOllamaProtocol() {
-    static const KAIChatProtocol protocol{
-        .scheme = "http://",
-        .defaultHost = "localhost:11434",
-        .authentication = KAIChatAuthentication::None,
-        .modelsPath = {"api", "tags"},
-        .chatPath = {"api", "chat"},
-        .modelsSuffix = ": g/api/tags",
-        .emptyModelSuffix = ": p/api/chat",
-        // Named as a GET although the request is a POST: hosts know the text as it is.
-        .invalidReplySuffix = ": g/api/chat",
-        .unsupportedReplySuffix = ": p/api/chat",
-        .readModelsError = readNoError,
-        .readChatError = readErrorBody,
-        .readModels = readModels,
-        .writeChatBody = writeChatBody,
-        .readReply = readReply,
-        .createSession = createChatSession<KAISession_OLLAMA>,
-        .castSession = castChatSession<KAISession_OLLAMA>,
-    };
-    return protocol;
+    return kProtocol;
 }
 
 KAIAssistant_OLLAMA::KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host)

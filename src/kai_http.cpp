@@ -9,10 +9,14 @@ namespace {
 // libcf's requests carry a mark of their creator; this is the library's.
 constexpr std::uint32_t kRequestMark = 2062955722;
 
+// Never destroyed: a host may still use an assistant while its static objects are.
 CMRestGlobalSettings& obtainGlobalSettings() {
-    static CMRestGlobalSettings settings;
-    return settings;
+    static auto* const settings = new CMRestGlobalSettings;
+    return *settings;
 }
+
+// Made when the library is loaded, not in the first request.
+[[maybe_unused]] const CMRestGlobalSettings& s_settingsOfLoadTime = obtainGlobalSettings();
 
 template <class Request>
 using RunOperation = std::int32_t (ICSRestClient::*)(const Request&, CMRestResourceResponse*&);

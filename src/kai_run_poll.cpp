@@ -47,8 +47,9 @@ KAIRunState readFailure(const COJson& run) {
 }  // namespace
 
 IKAIPollClock& obtainSystemPollClock() {
-    static SystemPollClock clock;
-    return clock;
+    // Never destroyed: a host may still wait for a run while its static objects are.
+    static auto* const clock = new SystemPollClock;
+    return *clock;
 }
 
 KAIRunState readRunState(const COJson& run) {
