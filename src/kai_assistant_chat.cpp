@@ -105,10 +105,9 @@ std::pair<IKAISession*, std::string> KAIAssistantChat::createSession() {
 
 std::pair<IKAISession*, std::string> KAIAssistantChat::restoreSession(std::string serializedSession) {
     std::unique_ptr<KAISessionChat> session = m_protocol.createSession(*m_properties);
-    if (!session->loadSession(serializedSession)) {
+    if (!session->loadSession(serializedSession, m_protocol.defaultHost)) {
         return {nullptr, localizeString("Cannot load session data")};
     }
-    ensureHost(m_properties->changeSettings());
     return {session.release(), {}};
 }
 

@@ -67,7 +67,7 @@ std::string_view KAISessionChat::obtainMessageStart(KAIMessage& message) const {
     }
 }
 
-bool KAISessionChat::loadSession(const std::string& serializedSession) {
+bool KAISessionChat::loadSession(const std::string& serializedSession, std::string_view defaultHost) {
     const COJson json(serializedSession);
     if (!json.getIsValidJson()) {
         return false;
@@ -75,6 +75,9 @@ bool KAISessionChat::loadSession(const std::string& serializedSession) {
     KAIChatHistory history = readHistory(json);
     KAIAssistantProperties restored(m_properties);
     readSessionSettings(json, restored);
+    if (restored.obtainSettings().apiHost.empty()) {
+        restored.changeSettings().apiHost = defaultHost;
+    }
     m_properties.changeSettings() = std::move(restored.changeSettings());
     m_history = std::move(history);
     return true;

@@ -34,8 +34,9 @@ public:
     std::string serializeSession() override;
 
     /// Fills the session, and the assistant's properties, from the text of serializeSession.
+    /// @param defaultHost  stands in for a blank host
     /// @return false, with nothing changed, when the text is not JSON; whatever else is wrong in it is passed over
-    bool loadSession(const std::string& serializedSession);
+    bool loadSession(const std::string& serializedSession, std::string_view defaultHost = {});
 
     /// Appends a turn: what the user said and what was answered. All or nothing.
     void appendTurn(std::string userText, std::string assistantText);

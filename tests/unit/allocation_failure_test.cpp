@@ -188,6 +188,27 @@ TEST_F(PlainAllocationFailure, OfARestoreLeavesTheAssistantsProperties) {
     EXPECT_NE(session->serializeSession().find(kLongText), std::string::npos);
 }
 
+TEST_F(PlainAllocationFailure, OfARestoreToTheDefaultHostLeavesTheAssistantsProperties) {
+    // Both default hosts are too long for a string's own buffer.
+    KAIAssistant_DEEPSEEK deepSeek(nullptr, "host", "key");
+    KAIAssistant_GOOGLE google(nullptr, "host", "key");
+    const std::string text = R"({"api_host":"","model":"restored"})";
+    for (const auto& [assistant, defaultHost] :
+         {std::pair<IKAIAssistant*, std::string>(&deepSeek, "api.deepseek.com"),
+          std::pair<IKAIAssistant*, std::string>(&google, "generativelanguage.googleapis.com")}) {
+        const auto read = [assistant = assistant] {
+            const std::unique_ptr<IKAIProperties> copy(assistant->obtainAssistantProperties());
+            return describe(dynamic_cast<KAIAssistantProperties&>(*copy));
+        };
+        const std::string before = read();
+        std::unique_ptr<IKAISession> session;
+        const auto restore = [&, assistant = assistant] { session.reset(assistant->restoreSession(text).first); };
+        EXPECT_GT(failEachAllocation(restore, [&] { ASSERT_EQ(read(), before); }), 5U);
+        ASSERT_NE(session, nullptr);
+        EXPECT_TRUE(read().starts_with(defaultHost + "|restored|")) << read();
+    }
+}
+
 TEST_F(PlainAllocationFailure, OfARestoreLeavesAnOpenAIAssistant) {
     KAIAssistant_OPENAI assistant(nullptr, "host", "key");
     auto& properties = dynamic_cast<KAIAssistantProperties_OPENAI&>(*assistant.obtainAssistantProperties());
