@@ -10,7 +10,7 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
     }
     switch (code) {
         case CURLE_OK:
-            return isEndUncertain() ? CMRestFailure::BrokenConnection : CMRestFailure::None;
+            return classifyEnd();
         case CURLE_URL_MALFORMAT:
             return CMRestFailure::InvalidURL;
         case CURLE_COULDNT_RESOLVE_HOST:
@@ -48,6 +48,15 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
         default:
             return CMRestFailure::Other;
     }
+}
+
+/// libcurl takes headers that were cut for a response, and an interim response for the last one.
+CMRestFailure CMRestConnections::classifyEnd() const {
+    if (m_receipt.headers.isWhole && obtainInfo<long>(CURLINFO_RESPONSE_CODE) < 100) {
+        return CMRestFailure::MalformedResponse;
+    }
+    const bool isWhole = m_receipt.headers.isWhole && m_receipt.headers.isFinal && !isEndUncertain();
+    return isWhole ? CMRestFailure::None : CMRestFailure::BrokenConnection;
 }
 
 CMRestFailure CMRestConnections::classifyBreak() const {

@@ -164,10 +164,7 @@ CMRestOutcome CMRestConnections::conclude(CMRestFailure failure) {
     outcome.status = static_cast<std::int32_t>(obtainInfo<long>(CURLINFO_RESPONSE_CODE));
     outcome.isConnectionReused = isRequestBegun() && obtainInfo<long>(CURLINFO_NUM_CONNECTS) == 0;
     const bool isInterim = outcome.status < 200;
-    if (failure == CMRestFailure::None && outcome.status < 100) {
-        outcome.failure = CMRestFailure::MalformedResponse;
-    }
-    if (outcome.failure != CMRestFailure::None && isInterim) {
+    if (failure != CMRestFailure::None && isInterim) {
         outcome.status = 0;
     }
     return outcome;
@@ -192,18 +189,32 @@ void CMRestConnections::makeRoom(std::size_t size) {
 }
 
 std::size_t CMRestConnections::receiveHeader(char* data, std::size_t unit, std::size_t size, void* self) noexcept {
-    constexpr std::string_view kTransferEncoding = "transfer-encoding:";
-    Receipt& receipt = static_cast<CMRestConnections*>(self)->m_receipt;
+    auto& connections = *static_cast<CMRestConnections*>(self);
+    Receipt& receipt = connections.m_receipt;
     const std::string_view line(data, unit * size);
     receipt.headerBytes += line.size();
     if (receipt.headerBytes > kMostHeaderBytes) {
         receipt.failure = CMRestFailure::OversizedResponse;
         return 0;
     }
-    if (isEqualIgnoringCase(line.substr(0, kTransferEncoding.size()), kTransferEncoding)) {
-        receipt.isChunked = true;
-    }
+    connections.readHeaderLine(line);
     return line.size();
+}
+
+void CMRestConnections::readHeaderLine(std::string_view line) noexcept {
+    constexpr std::string_view kTransferEncoding = "transfer-encoding:";
+    HeaderBlock& headers = m_receipt.headers;
+    if (headers.isWhole && headers.isFinal) {
+        return;  // a trailer
+    }
+    if (line.starts_with("HTTP/")) {
+        const auto status = obtainInfo<long>(CURLINFO_RESPONSE_CODE);  // 0 in a proxy's answer to CONNECT
+        headers = HeaderBlock{.isFinal = status >= 200 || status == 101};
+    } else if (line.starts_with('\r') || line.starts_with('\n')) {
+        headers.isWhole = true;
+    } else if (isEqualIgnoringCase(line.substr(0, kTransferEncoding.size()), kTransferEncoding)) {
+        m_receipt.isChunked = true;
+    }
 }
 
 std::size_t CMRestConnections::receiveBody(char* data, std::size_t unit, std::size_t size, void* self) noexcept {
@@ -228,8 +239,9 @@ int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* 
                                      int /*localPort*/) noexcept {
     Receipt& receipt = static_cast<CMRestConnections*>(self)->m_receipt;
     const Clock::time_point now = Clock::now();
-    // What another connection, closed for its age, may have left.
+    // What another connection, closed for its age, or a proxy may have left.
     receipt.isTLSClosed = false;
+    receipt.headers = HeaderBlock{};
     if (++receipt.sendings == 1) {
         receipt.firstSending = now;
     }

@@ -10,6 +10,7 @@
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "cf/rest.h"
 #include "rest_errors.h"
@@ -78,12 +79,19 @@ private:
     /// Ties the handle to its connections for the time of one exchange.
     class Attachment;
 
+    /// The block of header lines that came last: an interim response's, a proxy's answer to CONNECT or the response's.
+    struct HeaderBlock {
+        bool isFinal = false;  ///< whether its status is a response's: not an interim one, not the proxy's
+        bool isWhole = false;  ///< whether the blank line that ends it has come
+    };
+
     /// What libcurl's callbacks gather in one exchange.
     struct Receipt {
         CMRestMethod method = CMRestMethod::Get;
         std::size_t bodyLimit = 0;
         std::string body;
         std::size_t headerBytes = 0;
+        HeaderBlock headers;
         bool isChunked = false;
         bool isTLSClosed = false;  ///< whether the peer has closed TLS in order
         long verification = 0;     ///< OpenSSL's result for the certificate that was refused
@@ -115,6 +123,7 @@ private:
     CMRestFailure obtainResult();
     CMRestFailure classify(CURLcode code) const;
     CMRestFailure classifyTLS(CURLcode code) const;
+    CMRestFailure classifyEnd() const;
     CMRestFailure classifyBreak() const;
     CMRestFailure classifyExhaustion() const;
     CMRestOutcome conclude(CMRestFailure failure);
@@ -129,6 +138,7 @@ private:
     /// been cut.
     bool isEndUncertain() const;
     void makeRoom(std::size_t size);
+    void readHeaderLine(std::string_view line) noexcept;
 
     // libcurl's callbacks; they throw nothing.
     static std::size_t receiveHeader(char* data, std::size_t unit, std::size_t size, void* self) noexcept;

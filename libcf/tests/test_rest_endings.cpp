@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+
+#include "loopback_server.h"
+#include "rest_caller.h"
+
+// Whether a response arrived whole: where its headers end, and what says where its body does.
+
+namespace {
+
+constexpr std::array kPlainAndTLS{LoopbackTLS::Off, LoopbackTLS::Valid};
+
+void expectBreak(const RestResult& result, const std::string& raw) {
+    EXPECT_EQ(result.text, "The connection broke before the whole answer had arrived") << raw;
+    EXPECT_LT(result.code, 100) << raw;
+    EXPECT_EQ(result.response, nullptr) << raw;
+}
+
+/// What comes of the bytes `raw` followed by the connection's end, over TLS with its close.
+RestResult getRaw(const std::string& raw, LoopbackTLS tls, std::int32_t* tracedStatus = nullptr) {
+    LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{.raw = raw, .isClosedAfter = true}; },
+                          {.tls = tls});
+    RestCaller caller;
+    caller.recordTrace();
+    caller.settings.caBundleFile = server.obtainCAFile();
+    RestResult result = caller.get(server.obtainURL());
+    if (tracedStatus != nullptr) {
+        *tracedStatus = caller.records.at(0).status;
+    }
+    return result;
+}
+
+/// What comes of the bytes `raw` followed by the end of a TLS connection without its close.
+RestResult getCutTLS(const std::string& raw) {
+    LoopbackServer server(
+        [&](const LoopbackRequest&) {
+            return LoopbackReply{.raw = raw, .fault = LoopbackFault::CutInBody, .faultAt = raw.size()};
+        },
+        {.tls = LoopbackTLS::Valid});
+    RestCaller caller;
+    caller.settings.caBundleFile = server.obtainCAFile();
+    return caller.get(server.obtainURL());
+}
+
+}  // namespace
+
+TEST(RestEnding, NamesHeadersCutShort) {
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        for (const std::string status : {"200 OK", "204 No Content", "304 Not Modified", "401 Unauthorized", "500 No",
+                                         "100 Continue", "101 Switching Protocols", "103 Early Hints"}) {
+            const std::string line = "HTTP/1.1 " + status + "\r\n";
+            for (const std::string& raw :
+                 {line, line + "X-A: b\r\n", line + "X-A: b\r\nContent-Le", line + "Content-Length: 0\r\n\r"}) {
+                std::int32_t tracedStatus = -1;
+                expectBreak(getRaw(raw, tls, &tracedStatus), raw);
+                EXPECT_TRUE(tracedStatus == 0 || tracedStatus >= 200) << raw;
+            }
+        }
+    }
+}
+
+TEST(RestEnding, NamesHeadersCutShortWithoutATLSClose) {
+    for (const char* const raw :
+         {"HTTP/1.1 200 OK\r\n", "HTTP/1.1 204 No Content\r\nX-A", "HTTP/1.1 103 Early Hints\r\n"}) {
+        expectBreak(getCutTLS(raw), raw);
+    }
+}
+
+TEST(RestEnding, NamesAStatusLineCutShort) {
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        for (const char* const raw : {"H", "HTTP/1.1", "HTTP/1.1 200", "HTTP/1.1 200 OK\r"}) {
+            expectBreak(getRaw(raw, tls), raw);
+        }
+    }
+}
+
+TEST(RestEnding, NamesAnInterimResponseWithoutAResponseBehindIt) {
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        for (const std::string interim :
+             {"HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 103 Early Hints\r\nX-A: b\r\n\r\n"}) {
+            for (const std::string& raw : {interim, interim + "HTTP/1.1 2", interim + "HTTP/1.1 200 OK\r\n",
+                                           interim + "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n"}) {
+                expectBreak(getRaw(raw, tls), raw);
+            }
+        }
+    }
+}
+
+TEST(RestEnding, TakesHeadersThatEndWithBareLineFeeds) {
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        EXPECT_EQ(getRaw("HTTP/1.1 200 OK\nContent-Length: 2\n\nok", tls).obtainBody(), "ok");
+        EXPECT_EQ(getRaw("HTTP/1.1 204 No Content\n\n", tls).text, "");
+    }
+}
+
+TEST(RestEnding, TakesTrailersForWhatTheyAre) {
+    for (const std::string trailer : {"X-A: b", "HTTP/1.1: b", "Content-Length: 7"}) {
+        const std::string raw =
+            "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n" + trailer + "\r\n\r\n";
+        for (const LoopbackTLS tls : kPlainAndTLS) {
+            EXPECT_EQ(getRaw(raw, tls).obtainBody(), "ok") << trailer;
+        }
+        EXPECT_EQ(getCutTLS(raw).obtainBody(), "ok") << trailer;
+    }
+}
