@@ -37,6 +37,19 @@ void initializeCurl() {
     }
 }
 
+/// @param name  with its colon
+bool isHeaderNamed(std::string_view line, std::string_view name) noexcept {
+    return isEqualIgnoringCase(line.substr(0, name.size()), name);
+}
+
+/// Whether "chunked" is the last of the codings that a Transfer-Encoding line names.
+bool endsChunked(std::string_view line) noexcept {
+    constexpr std::string_view kBlanks = " \t\r\n";
+    line.remove_prefix(line.find_last_of(",:") + 1);
+    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
+    return isEqualIgnoringCase(line.substr(0, line.find_last_not_of(kBlanks) + 1), "chunked");
+}
+
 }  // namespace
 
 class CMRestConnections::Attachment {
@@ -202,7 +215,6 @@ std::size_t CMRestConnections::receiveHeader(char* data, std::size_t unit, std::
 }
 
 void CMRestConnections::readHeaderLine(std::string_view line) noexcept {
-    constexpr std::string_view kTransferEncoding = "transfer-encoding:";
     HeaderBlock& headers = m_receipt.headers;
     if (headers.isWhole && headers.isFinal) {
         return;  // a trailer
@@ -212,8 +224,8 @@ void CMRestConnections::readHeaderLine(std::string_view line) noexcept {
         headers = HeaderBlock{.isFinal = status >= 200 || status == 101};
     } else if (line.starts_with('\r') || line.starts_with('\n')) {
         headers.isWhole = true;
-    } else if (isEqualIgnoringCase(line.substr(0, kTransferEncoding.size()), kTransferEncoding)) {
-        m_receipt.isChunked = true;
+    } else if (isHeaderNamed(line, "Transfer-Encoding:")) {
+        headers.isChunked = headers.isChunked || endsChunked(line);
     }
 }
 

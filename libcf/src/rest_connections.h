@@ -81,8 +81,9 @@ private:
 
     /// The block of header lines that came last: an interim response's, a proxy's answer to CONNECT or the response's.
     struct HeaderBlock {
-        bool isFinal = false;  ///< whether its status is a response's: not an interim one, not the proxy's
-        bool isWhole = false;  ///< whether the blank line that ends it has come
+        bool isFinal = false;    ///< whether its status is a response's: not an interim one, not the proxy's
+        bool isWhole = false;    ///< whether the blank line that ends it has come
+        bool isChunked = false;  ///< whether it says that the body comes in chunks
     };
 
     /// What libcurl's callbacks gather in one exchange.
@@ -92,7 +93,6 @@ private:
         std::string body;
         std::size_t headerBytes = 0;
         HeaderBlock headers;
-        bool isChunked = false;
         bool isTLSClosed = false;  ///< whether the peer has closed TLS in order
         long verification = 0;     ///< OpenSSL's result for the certificate that was refused
         int sendings = 0;          ///< how often the request was sent

@@ -68,7 +68,7 @@ CMRestFailure CMRestConnections::classifyTLS(CURLcode code) const {
 }
 
 bool CMRestConnections::isEndUncertain() const {
-    if (m_receipt.isChunked || m_receipt.isTLSClosed || !isTLSURL(m_url) ||
+    if (m_receipt.headers.isChunked || m_receipt.isTLSClosed || !isTLSURL(m_url) ||
         obtainInfo<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) >= 0) {
         return false;
     }

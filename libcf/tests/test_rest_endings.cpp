@@ -105,3 +105,25 @@ TEST(RestEnding, TakesTrailersForWhatTheyAre) {
         EXPECT_EQ(getCutTLS(raw).obtainBody(), "ok") << trailer;
     }
 }
+
+TEST(RestEnding, TakesChunksForTheEndOnlyWhereTheResponseAnnouncesThem) {
+    const std::string final = "HTTP/1.1 200 OK\r\n\r\nok";
+    const std::string interim = "HTTP/1.1 103 Early Hints\r\nTransfer-Encoding: ";
+    for (const std::string& raw : {interim + "chunked\r\n\r\n" + final, interim + "identity\r\n\r\n" + final,
+                                   interim + "gzip, identity\r\n\r\n" + final,
+                                   std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: identity\r\n\r\nok"),
+                                   std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: \r\n\r\nok"),
+                                   std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: other chunked\r\n\r\n"),
+                                   std::string("HTTP/1.1 200 OK\r\nTransfer-Encoding: unchunked\r\n\r\n")}) {
+        expectBreak(getCutTLS(raw), raw);
+    }
+}
+
+TEST(RestEnding, KnowsChunksHoweverTheyAreAnnounced) {
+    for (const char* const value : {"chunked", "  CHUNKED \t", "identity, Chunked", "identity,chunked"}) {
+        const std::string raw = std::string("HTTP/1.1 200 OK\r\ntransfer-ENCODING:") + value + "\r\n\r\n2\r\nok\r\n";
+        EXPECT_EQ(getCutTLS(raw + "0\r\n\r\n").obtainBody(), "ok") << value;
+        expectBreak(getCutTLS(raw), raw);
+        expectBreak(getRaw(raw, LoopbackTLS::Off), raw);
+    }
+}

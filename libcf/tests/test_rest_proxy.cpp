@@ -25,7 +25,9 @@ constexpr const char* kProxy = "The proxy cannot be used: check its address and 
 /// A proxy that opens tunnels (CONNECT) to ports of 127.0.0.1, one at a time.
 class TunnelProxy {
 public:
-    TunnelProxy() : m_listener(0), m_thread([this] { serve(); }) {}
+    /// @param answer  what CONNECT is answered
+    explicit TunnelProxy(std::string answer = "HTTP/1.1 200 Connected\r\n\r\n")
+        : m_listener(0), m_answer(std::move(answer)), m_thread([this] { serve(); }) {}
     ~TunnelProxy() {
         m_listener.stop();
         m_thread.join();
@@ -44,7 +46,7 @@ private:
         for (int client = m_listener.accept(); client >= 0; client = m_listener.accept()) {
             const int server = connectAsAsked(readHead(client));
             ++m_tunnels;
-            static_cast<void>(send(client, "HTTP/1.1 200 Connected\r\n\r\n", 26, 0));
+            static_cast<void>(send(client, m_answer.data(), m_answer.size(), 0));
             while (waitForBytes(client, server)) {
                 if (!passOn(client, server) || !passOn(server, client)) {
                     break;
@@ -89,6 +91,7 @@ private:
     }
 
     LoopbackListener m_listener;
+    std::string m_answer;
     std::atomic<int> m_tunnels{0};
     std::thread m_thread;
 };
@@ -125,6 +128,25 @@ TEST(RestProxy, CarriesTLSThroughATunnelWithoutSeeingTheCredential) {
     EXPECT_EQ(server.countConnections(), 1U);
     EXPECT_EQ(*server.requests().at(0).findHeader("Authorization"), "Bearer key");
     caller.pool.reset();
+}
+
+TEST(RestProxy, SaysNothingOfTheServersResponseWhenItOpensATunnel) {
+    const std::string raw = "HTTP/1.1 200 OK\r\n\r\ncut";
+    for (const std::string& cut : {raw, std::string()}) {
+        LoopbackServer server(
+            [&](const LoopbackRequest&) {
+                return LoopbackReply{.raw = cut, .fault = LoopbackFault::CutInBody, .faultAt = cut.size()};
+            },
+            {.tls = LoopbackTLS::Valid});
+        RestCaller caller;
+        const TunnelProxy proxy("HTTP/1.1 200 Connected\r\nTransfer-Encoding: chunked\r\n\r\n");
+        caller.settings.caBundleFile = server.obtainCAFile();
+        caller.settings.proxyURL = proxy.obtainURL();
+        const RestResult result = caller.get(server.obtainURL());
+        EXPECT_EQ(result.text, "The connection broke before the whole answer had arrived") << cut;
+        EXPECT_EQ(result.response, nullptr) << cut;
+        caller.pool.reset();
+    }
 }
 
 TEST(RestProxy, SharesNoConnectionWithExchangesWithoutIt) {
