@@ -15,11 +15,14 @@
 ///
 /// A host creates an assistant for a provider, sets its properties, opens sessions and adds messages. Every operation
 /// blocks its thread until its HTTP exchanges end; the library starts no threads and takes no locks, so a host uses an
-/// assistant, its sessions and its properties from one thread at a time.
+/// assistant, its sessions and its properties from one thread at a time. A message and a copy of properties, which may
+/// outlive their assistant, belong to one thread at a time too.
 ///
 /// Errors are returned as text beside the result: the text is empty on success; on failure the pointer is null or the
 /// list empty. The library throws nothing of its own; what allocation, the platform or a host's callback throws passes
-/// through, and conversations and properties are then as they were before the call.
+/// through, and conversations and properties are then as they were before the call. Two things stay on an OpenAI
+/// assistant when a call fails or throws: a new "api_host", which is taken before the request, and what the service did
+/// already.
 ///
 /// Texts are UTF-8. Ill-formed text is accepted and sent with U+FFFD in place of each ill-formed sequence.
 
@@ -67,8 +70,9 @@ public:
     /// The value of a key; null for an unknown key. The value is the caller's own copy.
     virtual CMVariant obtainProperty(const std::string& key) = 0;
 
-    /// Sets the value of a key. The key is remembered as assigned even when the value is refused.
-    /// @return whether the value was taken; false for a refused value (the former one stays) and an unknown key
+    /// Sets the value of a key. The key is remembered as assigned even when the value is refused or ignored.
+    /// @return false for a refused value (the former one stays) and an unknown key; otherwise true, also for a
+    ///         "db_structure" that is neither a string nor a list: it is ignored, and the former one stays
     virtual bool setProperty(const std::string& key, const CMVariant& value) = 0;
 };
 
@@ -112,8 +116,12 @@ public:
 
     /// Changes the assistant's settings.
     /// @param fill  called once, during the call, with a fresh properties object that it fills; the keys that it
-    ///              assigns are taken over, all others keep their values. The object is not the host's to keep.
-    /// @return the error text. Open sessions see the new values at their next turn.
+    ///              assigns are taken over, all others keep their values. A key whose value was refused or ignored is
+    ///              taken over too, with what the fresh object holds: the default, for "db_structure" none at all. An
+    ///              OpenAI assistant that is not on the service takes the whole object over. The object is not the
+    ///              host's to keep.
+    /// @return the error text; the settings are then as they were, but for "api_host" of an OpenAI assistant: a new one
+    ///         stays. Open sessions see the new values at their next turn.
     virtual std::string setAssistantProperties(std::function<void(IKAIProperties*)> fill) = 0;
 
     /// The current settings. A new copy owned by the caller (release it with KAIFreeObject), but for an OpenAI
@@ -134,7 +142,8 @@ public:
     /// @return the error text
     virtual std::string destroySession(IKAISession* session) = 0;
 
-    /// Sends a message and waits for the answer. On failure the conversation is as it was.
+    /// Sends a message and waits for the answer. On failure the conversation is as it was; only in an OpenAI
+    /// assistant's thread on the service the user's message may stay.
     /// @param session  a session of this assistant
     /// @return the answer, owned by the caller (it may be freed at any time), and the error text
     virtual std::pair<IKAIMessage*, std::string> addMessage(IKAISession* session, std::string text) = 0;

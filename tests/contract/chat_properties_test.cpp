@@ -114,6 +114,27 @@ TEST_P(ChatProperties, TakeTheDefaultOverWhereTheFreshObjectRefusedAValue) {
     EXPECT_EQ(obtainLastRequest().body, writeBody({.temperature = "1", .messages = {{0, "q"}}}));
 }
 
+TEST_P(ChatProperties, EmptyTheStructureForAnIgnoredValueOfAnotherType) {
+    const std::string structure = R"([{"catalog_name":"c","schemas":[]}])";
+    for (const CMVariant& ignored : {CMVariant(), CMVariant(1.0), CMVariant(CMVariantMap{{"catalog_name", "d"}})}) {
+        set("db_structure", structure);
+        ASSERT_EQ(get(*m_assistant, "db_structure").listValue().size(), 1U);
+        EXPECT_EQ(m_assistant->setAssistantProperties([&](IKAIProperties* properties) {
+            EXPECT_TRUE(properties->setProperty("db_structure", ignored)) << "ignored, not refused";
+        }),
+                  "");
+        EXPECT_TRUE(get(*m_assistant, "db_structure").listValue().empty());
+        EXPECT_EQ(get(*m_assistant, "combined_instructions").stringValue(), "");
+    }
+}
+
+TEST_P(ChatProperties, KeepTheStructureOfACopyForAnIgnoredValueOfAnotherType) {
+    set("db_structure", R"([{"catalog_name":"c","schemas":[]}])");
+    const PropertiesHandle copy(m_assistant->obtainAssistantProperties());
+    EXPECT_TRUE(copy->setProperty("db_structure", 1.0));
+    EXPECT_EQ(copy->obtainProperty("db_structure").listValue().size(), 1U);
+}
+
 TEST_P(ChatProperties, ReplaceTheSystemInstructionsAsAWhole) {
     set("system_instructions", CMVariantMap{{"a", "A"}, {"b", "B"}});
     set("system_instructions", CMVariantMap{{"b", "other"}});
