@@ -1,6 +1,7 @@
 #include <new>
 
 #include "rest_connections.h"
+#include "rest_url.h"
 
 // What libcurl's result of an exchange means for a person.
 
@@ -55,8 +56,22 @@ CMRestFailure CMRestConnections::classifyEnd() const {
     if (m_receipt.headers.isWhole && obtainInfo<long>(CURLINFO_RESPONSE_CODE) < 100) {
         return CMRestFailure::MalformedResponse;
     }
-    const bool isWhole = m_receipt.headers.isWhole && m_receipt.headers.isFinal && !isEndUncertain();
+    const bool isWhole = m_receipt.headers.isWhole && m_receipt.headers.isFinal && isBodyWhole();
     return isWhole ? CMRestFailure::None : CMRestFailure::BrokenConnection;
+}
+
+bool CMRestConnections::isBodyWhole() const {
+    const HeaderBlock& headers = m_receipt.headers;
+    if (headers.isChunked || obtainInfo<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) >= 0) {
+        return true;  // libcurl has seen to it
+    }
+    const auto status = obtainInfo<long>(CURLINFO_RESPONSE_CODE);
+    if (status < 200 || status == 204 || status == 304) {
+        return true;
+    }
+    // A length that libcurl has passed over is beyond 64 bits. Without any, the body ends with its connection: TLS
+    // tells whether the peer has ended it.
+    return !headers.hasLength && (m_receipt.isTLSClosed || !isTLSURL(m_url));
 }
 
 CMRestFailure CMRestConnections::classifyBreak() const {

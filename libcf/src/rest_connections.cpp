@@ -226,6 +226,8 @@ void CMRestConnections::readHeaderLine(std::string_view line) noexcept {
         headers.isWhole = true;
     } else if (isHeaderNamed(line, "Transfer-Encoding:")) {
         headers.isChunked = headers.isChunked || endsChunked(line);
+    } else if (isHeaderNamed(line, "Content-Length:")) {
+        headers.hasLength = true;
     }
 }
 

@@ -84,6 +84,7 @@ private:
         bool isFinal = false;    ///< whether its status is a response's: not an interim one, not the proxy's
         bool isWhole = false;    ///< whether the blank line that ends it has come
         bool isChunked = false;  ///< whether it says that the body comes in chunks
+        bool hasLength = false;  ///< whether it says how long the body is
     };
 
     /// What libcurl's callbacks gather in one exchange.
@@ -134,9 +135,8 @@ private:
         return value;
     }
     bool isRequestBegun() const;
-    /// Whether the body ended with its TLS connection and the peer has not said that this was the end: then it may have
-    /// been cut.
-    bool isEndUncertain() const;
+    /// Whether the body came to the end that its headers announce, or to one that the peer has announced otherwise.
+    bool isBodyWhole() const;
     void makeRoom(std::size_t size);
     void readHeaderLine(std::string_view line) noexcept;
 

@@ -66,13 +66,3 @@ CMRestFailure CMRestConnections::classifyTLS(CURLcode code) const {
             return CMRestFailure::UntrustedCertificate;
     }
 }
-
-bool CMRestConnections::isEndUncertain() const {
-    if (m_receipt.headers.isChunked || m_receipt.isTLSClosed || !isTLSURL(m_url) ||
-        obtainInfo<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) >= 0) {
-        return false;
-    }
-    const auto status = obtainInfo<long>(CURLINFO_RESPONSE_CODE);
-    const bool isBodiless = status < 200 || status == 204 || status == 304;
-    return !isBodiless;
-}

@@ -127,3 +127,25 @@ TEST(RestEnding, KnowsChunksHoweverTheyAreAnnounced) {
         expectBreak(getRaw(raw, LoopbackTLS::Off), raw);
     }
 }
+
+TEST(RestEnding, NamesABodyShorterThanALengthBeyond64Bits) {
+    for (const char* const length :
+         {"9223372036854775807", "9223372036854775808", "18446744073709551618", "100000000000000000000000000"}) {
+        const std::string raw = std::string("HTTP/1.1 200 OK\r\nContent-Length: ") + length + "\r\n\r\nok";
+        for (const LoopbackTLS tls : kPlainAndTLS) {
+            expectBreak(getRaw(raw, tls), raw);
+        }
+        expectBreak(getCutTLS(raw), raw);
+    }
+}
+
+TEST(RestEnding, NeedsNoLengthWhereItSaysNothing) {
+    const std::string tooLong = "Content-Length: 100000000000000000000000000\r\n";
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        EXPECT_EQ(getRaw("HTTP/1.1 103 Early Hints\r\n" + tooLong + "\r\nHTTP/1.1 200 OK\r\n\r\nok", tls).obtainBody(),
+                  "ok");
+        EXPECT_EQ(getRaw("HTTP/1.1 304 Not Modified\r\n" + tooLong + "\r\n", tls).text, "HTTP 304 Not Modified");
+        const std::string chunks = "Transfer-Encoding: chunked\r\n\r\n2\r\nok\r\n0\r\n\r\n";
+        EXPECT_EQ(getRaw("HTTP/1.1 200 OK\r\n" + tooLong + chunks, tls).obtainBody(), "ok");
+    }
+}
