@@ -35,8 +35,10 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
         case CURLE_SSL_CLIENTCERT:
         case CURLE_USE_SSL_FAILED:
             return classifyTLS(code);
-        case CURLE_PARTIAL_FILE:
         case CURLE_GOT_NOTHING:
+            // Also what libcurl makes of an interim status with nothing behind it, and 101 may be the response.
+            return m_receipt.headers.isFinal ? classifyEnd() : classifyBreak();
+        case CURLE_PARTIAL_FILE:
         case CURLE_SEND_ERROR:
         case CURLE_RECV_ERROR:
             return classifyBreak();

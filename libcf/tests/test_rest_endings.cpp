@@ -149,3 +149,19 @@ TEST(RestEnding, NeedsNoLengthWhereItSaysNothing) {
         EXPECT_EQ(getRaw("HTTP/1.1 200 OK\r\n" + tooLong + chunks, tls).obtainBody(), "ok");
     }
 }
+
+TEST(RestEnding, HandsBackAnUpgradeThatNobodyAskedFor) {
+    for (const LoopbackTLS tls : kPlainAndTLS) {
+        for (const std::string interim : {"", "HTTP/1.1 103 Early Hints\r\n\r\n"}) {
+            const std::string raw = interim + "HTTP/1.1 101 Switching Protocols\r\nUpgrade: other\r\n\r\n";
+            std::int32_t tracedStatus = 0;
+            const RestResult result = getRaw(raw, tls, &tracedStatus);
+            EXPECT_EQ(result.code, 101);
+            EXPECT_EQ(result.text, "HTTP 101 Switching Protocols");
+            EXPECT_EQ(tracedStatus, 101);
+            ASSERT_NE(result.response, nullptr);
+            EXPECT_EQ(result.response->obtainStatus(), 101);
+            EXPECT_EQ(result.obtainBody(), "");
+        }
+    }
+}
