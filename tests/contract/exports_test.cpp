@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
 #include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,6 +23,16 @@ public:
 
 private:
     int& m_destroyed;
+};
+
+/// A pool of the host's own making that does more when it goes.
+class ActingPool : public ICSHTTPPoolCenter {
+public:
+    explicit ActingPool(std::function<void()> act) : m_act(std::move(act)) {}
+    ~ActingPool() override { m_act(); }
+
+private:
+    std::function<void()> m_act;
 };
 
 int s_formerCalls = 0;
@@ -101,6 +113,43 @@ TEST(KAIFreeObject, DestroysThePoolOfAnAssistantOnce) {
         KAIFreeObject(assistant);
         EXPECT_EQ(destroyed, 1) << static_cast<int>(type);
     }
+}
+
+TEST(KAIFreeObject, DestroysThePoolBeforeThePropertiesThatSessionsReferTo) {
+    for (const KAIAssistantType type : kAllTypes) {
+        IKAISession* session = nullptr;
+        std::string text;
+        const auto act = [&] {
+            text = session->serializeSession();
+            KAIFreeObject(session);
+        };
+        IKAIAssistant* assistant = KAICreateAssistant(type, new ActingPool(act), "key", "host.example");
+        const std::string instructions(1000, 'x');
+        const std::string saved =
+            R"({"assistant_id":"a","thread_id":"t","model":"m","user_instructions":")" + instructions + "\"}";
+        session = assistant->restoreSession(saved).first;
+        ASSERT_NE(session, nullptr);
+        KAIFreeObject(assistant);
+        EXPECT_NE(text.find(R"("api_host":"host.example","model":"m")"), std::string::npos) << text;
+        EXPECT_NE(text.find(instructions), std::string::npos);
+    }
+}
+
+TEST(KAIFreeObject, DestroysThePoolOfAnOpenAIAssistantBeforeItsLiveProperties) {
+    IKAIProperties* properties = nullptr;
+    std::string model;
+    std::string host;
+    const auto act = [&] {
+        model = properties->obtainProperty("model").stringValue();
+        host = properties->obtainProperty("api_host").stringValue();
+    };
+    IKAIAssistant* assistant =
+        KAICreateAssistant(KAIAssistantType::OPENAI, new ActingPool(act), "key", "a-host-with-a-long-name.example");
+    properties = assistant->obtainAssistantProperties();
+    EXPECT_TRUE(properties->setProperty("model", "a-model-with-a-long-name"));
+    KAIFreeObject(assistant);
+    EXPECT_EQ(model, "a-model-with-a-long-name");
+    EXPECT_EQ(host, "a-host-with-a-long-name.example");
 }
 
 TEST(KAIFreeObject, DestroysAPoolThatHoldsOpenConnections) {
