@@ -64,6 +64,9 @@ CMRestFailure CMRestConnections::classifyEnd() const {
 
 bool CMRestConnections::isBodyWhole() const {
     const HeaderBlock& headers = m_receipt.headers;
+    if (m_receipt.decoder && !m_receipt.decoder->isWhole()) {
+        return false;
+    }
     if (headers.isChunked || obtainInfo<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) >= 0) {
         return true;  // libcurl has seen to it
     }

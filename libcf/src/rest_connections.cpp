@@ -39,15 +39,13 @@ void initializeCurl() {
 
 /// @param name  with its colon
 bool isHeaderNamed(std::string_view line, std::string_view name) noexcept {
-    return isEqualIgnoringCase(line.substr(0, name.size()), name);
+    // The colon alone tells most lines apart.
+    return line.size() >= name.size() && line[name.size() - 1] == ':' &&
+           isEqualIgnoringCase(line.substr(0, name.size()), name);
 }
 
-/// Whether "chunked" is the last of the codings that a Transfer-Encoding line names.
-bool endsChunked(std::string_view line) noexcept {
-    constexpr std::string_view kBlanks = " \t\r\n";
-    line.remove_prefix(line.find_last_of(",:") + 1);
-    line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
-    return isEqualIgnoringCase(line.substr(0, line.find_last_not_of(kBlanks) + 1), "chunked");
+std::string_view obtainHeaderValue(std::string_view line) noexcept {
+    return line.substr(line.find(':') + 1);
 }
 
 }  // namespace
@@ -174,6 +172,7 @@ CMRestFailure CMRestConnections::obtainResult() {
 
 CMRestOutcome CMRestConnections::conclude(CMRestFailure failure) {
     CMRestOutcome outcome{.failure = failure, .status = 0, .body = std::move(m_receipt.body)};
+    m_receipt.decoder.reset();  // its window is not kept between exchanges
     outcome.status = static_cast<std::int32_t>(obtainInfo<long>(CURLINFO_RESPONSE_CODE));
     outcome.isConnectionReused = isRequestBegun() && obtainInfo<long>(CURLINFO_NUM_CONNECTS) == 0;
     const bool isInterim = outcome.status < 200;
@@ -225,9 +224,12 @@ void CMRestConnections::readHeaderLine(std::string_view line) noexcept {
     } else if (line.starts_with('\r') || line.starts_with('\n')) {
         headers.isWhole = true;
     } else if (isHeaderNamed(line, "Transfer-Encoding:")) {
-        headers.isChunked = headers.isChunked || endsChunked(line);
+        headers.isChunked = headers.isChunked || endsChunked(obtainHeaderValue(line));
+        headers.coding = addTransferCoding(headers.coding, obtainHeaderValue(line));
     } else if (isHeaderNamed(line, "Content-Length:")) {
         headers.hasLength = true;
+    } else if (isHeaderNamed(line, "Content-Encoding:")) {
+        headers.coding = addCoding(headers.coding, obtainHeaderValue(line));
     }
 }
 
@@ -235,18 +237,48 @@ std::size_t CMRestConnections::receiveBody(char* data, std::size_t unit, std::si
     auto& connections = *static_cast<CMRestConnections*>(self);
     Receipt& receipt = connections.m_receipt;
     size *= unit;
-    if (size > receipt.bodyLimit - receipt.body.size()) {
-        receipt.failure = CMRestFailure::OversizedResponse;
-        return 0;
-    }
     try {
-        connections.makeRoom(size);
-        receipt.body.append(data, size);
+        const bool isCoded = receipt.headers.coding != CMRestCoding::None;
+        const bool isKept = isCoded ? connections.keepDecoded(data, size) : connections.keepBody({data, size});
+        return isKept ? size : 0;
     } catch (...) {
         receipt.exception = std::current_exception();
         return 0;
     }
-    return size;
+}
+
+bool CMRestConnections::keepBody(std::string_view bytes) {
+    if (bytes.size() > m_receipt.bodyLimit - m_receipt.body.size()) {
+        m_receipt.failure = CMRestFailure::OversizedResponse;
+        return false;
+    }
+    makeRoom(bytes.size());
+    m_receipt.body.append(bytes);
+    return true;
+}
+
+bool CMRestConnections::keepDecoded(char* bytes, std::size_t size) {
+    std::unique_ptr<CMRestDecoder>& decoder = m_receipt.decoder;
+    if (m_receipt.headers.coding == CMRestCoding::Unknown) {
+        m_receipt.failure = CMRestFailure::MalformedResponse;
+        return false;
+    }
+    if (size == 0) {
+        return true;
+    }
+    if (!decoder) {
+        decoder = std::make_unique<CMRestDecoder>(m_receipt.headers.coding, *bytes);
+    }
+    decoder->feed(bytes, size);
+    for (std::string_view piece = decoder->decode(); !piece.empty(); piece = decoder->decode()) {
+        if (!keepBody(piece)) {
+            return false;
+        }
+    }
+    if (decoder->isMalformed()) {
+        m_receipt.failure = CMRestFailure::MalformedResponse;
+    }
+    return !decoder->isMalformed();
 }
 
 int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* /*localAddress*/, int /*remotePort*/,

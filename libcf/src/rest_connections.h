@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "cf/rest.h"
+#include "rest_decoder.h"
 #include "rest_errors.h"
 #include "rest_headers.h"
 #include "rest_trust_store.h"
@@ -85,6 +86,7 @@ private:
         bool isWhole = false;    ///< whether the blank line that ends it has come
         bool isChunked = false;  ///< whether it says that the body comes in chunks
         bool hasLength = false;  ///< whether it says how long the body is
+        CMRestCoding coding = CMRestCoding::None;
     };
 
     /// What libcurl's callbacks gather in one exchange.
@@ -92,6 +94,7 @@ private:
         CMRestMethod method = CMRestMethod::Get;
         std::size_t bodyLimit = 0;
         std::string body;
+        std::unique_ptr<CMRestDecoder> decoder;  ///< null until the first bytes of a compressed body
         std::size_t headerBytes = 0;
         HeaderBlock headers;
         bool isTLSClosed = false;  ///< whether the peer has closed TLS in order
@@ -138,6 +141,8 @@ private:
     /// Whether the body came to the end that its headers announce, or to one that the peer has announced otherwise.
     bool isBodyWhole() const;
     void makeRoom(std::size_t size);
+    bool keepBody(std::string_view bytes);
+    bool keepDecoded(char* bytes, std::size_t size);
     void readHeaderLine(std::string_view line) noexcept;
 
     // libcurl's callbacks; they throw nothing.

@@ -66,6 +66,8 @@ void CMRestConnections::setConstantOptions() {
     setOption(CURLOPT_PATH_AS_IS, 1L);
     setOption(CURLOPT_TCP_KEEPALIVE, 1L);
     setOption(CURLOPT_ACCEPT_ENCODING, "gzip");
+    // Decompressed by ourselves, transfer codings included: libcurl takes compressed data that was cut for whole.
+    setOption(CURLOPT_HTTP_CONTENT_DECODING, 0L);
     // Empty, not unset: unset, libcurl would read environment variables.
     setOption(CURLOPT_PROXY, "");
     setOption(CURLOPT_NOPROXY, "");

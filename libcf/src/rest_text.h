@@ -28,4 +28,11 @@
                       [](char one, char other) { return lowerLetter(one) == lowerLetter(other); });
 }
 
+[[nodiscard]] constexpr std::string_view trimBlanks(std::string_view text) noexcept {
+    constexpr std::string_view kBlanks = " \t\r\n";
+    text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text;
+}
+
 #endif
