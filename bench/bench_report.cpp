@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kTableStart = "<!-- the table is written by scripts/bench --write -->\n";
 constexpr const char* kTableEnd = "<!-- end of the table -->\n";
-constexpr double SPARE = 1.05;
+constexpr double kSpare = 1.05;
 
 using Line = std::vector<std::string>;
 
@@ -131,7 +131,7 @@ bool checkBudgets(const std::string& file, const std::vector<BenchRow>& rows) {
         if (budget == budgets.end()) {
             std::printf("%s: has no budget in %s\n", row.key.c_str(), file.c_str());
             isWithin = false;
-        } else if (row.value > budget->second * SPARE) {
+        } else if (row.value > budget->second * kSpare) {
             std::printf("%s: %s is more than 5 %% above its budget of %s\n", row.key.c_str(),
                         formatValue(row.value).c_str(), formatValue(budget->second).c_str());
             isWithin = false;

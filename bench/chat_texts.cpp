@@ -8,16 +8,16 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t MESSAGE_BYTES = 300;
+constexpr std::size_t kMessageBytes = 300;
 
-constexpr std::array<std::string_view, 4> QUESTIONS{
+constexpr std::array<std::string_view, 4> kQuestions{
     "Which customers placed more than ten orders in the last quarter, and what did they spend on average? ",
     "Please leave out the orders whose status is \"cancelled\", and group what remains by month. ",
     "Now the same for M\u00fcnchen and S\u00e3o Paulo \u2014 sorted by turnover, the largest first. ",
     "Can you explain why the join on order_items returns some rows twice? I expected one row an order.\n",
 };
 
-constexpr std::array<std::string_view, 4> ANSWERS{
+constexpr std::array<std::string_view, 4> kAnswers{
     "Join the two tables on the customer and count the orders:\n\n```sql\nSELECT c.name, COUNT(*) AS orders\n"
     "FROM customers c JOIN orders o ON o.customer_id = c.id\nGROUP BY c.name HAVING COUNT(*) > 10;\n```\n",
     "The status is a text, so it is compared as one:\n\n```sql\nSELECT strftime('%Y-%m', o.placed_at), SUM(o.total)\n"
@@ -28,7 +28,7 @@ constexpr std::array<std::string_view, 4> ANSWERS{
     "COUNT(DISTINCT o.id), or sum the items of an order in a subquery first and join its result. ",
 };
 
-constexpr std::string_view FILLER =
+constexpr std::string_view kFiller =
     "Rows without a value in that column are not counted, since NULL is equal to nothing; use COALESCE where a zero is "
     "meant. An index on the column that the rows are grouped by makes this fast on large tables, because the rows are "
     "then read in their order and need not be sorted. Nothing else has to change for that. ";
@@ -36,10 +36,10 @@ constexpr std::string_view FILLER =
 }  // namespace
 
 std::string buildMessageText(std::size_t number) {
-    const auto& texts = number % 2 == 0 ? QUESTIONS : ANSWERS;
+    const auto& texts = number % 2 == 0 ? kQuestions : kAnswers;
     std::string text = std::to_string(number) + ": ";
     text += texts[number / 2 % texts.size()];
-    text += FILLER.substr(0, MESSAGE_BYTES - text.size());
+    text += kFiller.substr(0, kMessageBytes - text.size());
     return text;
 }
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::array<std::string_view, 4> OWN_HEADERS{"Host", "Accept", "Accept-Encoding", "Content-Length"};
+constexpr std::array<std::string_view, 4> kOwnHeaders{"Host", "Accept", "Accept-Encoding", "Content-Length"};
 
 std::size_t appendReply(char* data, std::size_t unit, std::size_t size, void* reply) {
     static_cast<std::string*>(reply)->append(data, unit * size);
@@ -14,7 +14,7 @@ std::size_t appendReply(char* data, std::size_t unit, std::size_t size, void* re
 }
 
 bool isOwnHeader(std::string_view name) {
-    for (const std::string_view own : OWN_HEADERS) {
+    for (const std::string_view own : kOwnHeaders) {
         if (name == own) {
             return true;
         }

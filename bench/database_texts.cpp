@@ -13,11 +13,11 @@ struct Column {
     std::string_view type;
 };
 
-constexpr std::array<std::string_view, 8> TABLE_NAMES{
+constexpr std::array<std::string_view, 8> kTableNames{
     "customers", "orders", "order_items", "products", "product_categories", "shipments", "invoices", "employees",
 };
 
-constexpr std::array<Column, 18> COLUMNS{{
+constexpr std::array<Column, 18> kColumns{{
     {"id", "bigint"},
     {"line_number", "integer"},
     {"customer_id", "bigint"},
@@ -39,7 +39,7 @@ constexpr std::array<Column, 18> COLUMNS{{
 }};
 
 std::string buildTableName(std::size_t number) {
-    std::string name(TABLE_NAMES[number % TABLE_NAMES.size()]);
+    std::string name(kTableNames[number % kTableNames.size()]);
     return name.append("_").append(std::to_string(10'000'000 + number), 1);
 }
 
@@ -51,9 +51,9 @@ void appendFields(std::string& text, std::size_t count) {
     text += "\"fields\":[";
     for (std::size_t i = 0; i < count; ++i) {
         text += i == 0 ? "{" : ",{";
-        appendMember(text, "name", COLUMNS[i].name);
+        appendMember(text, "name", kColumns[i].name);
         text += ',';
-        appendMember(text, "type", COLUMNS[i].type);
+        appendMember(text, "type", kColumns[i].type);
         text += '}';
     }
     text += ']';
@@ -71,7 +71,7 @@ void appendTable(std::string& text, std::size_t number) {
     text += '{';
     appendMember(text, "name", buildTableName(number));
     text += ',';
-    appendFields(text, COLUMNS.size() - number % 5);
+    appendFields(text, kColumns.size() - number % 5);
     text += number % 4 == 0 ? ",\"pkeys\":[\"id\",\"line_number\"]" : ",\"pkeys\":[\"id\"]";
     text += ",\"fkeys\":[";
     if (number % 3 != 0) {
