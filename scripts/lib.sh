@@ -107,12 +107,21 @@ install_packages() {
     run_apt_get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends "${missing[@]}"
 }
 
-# list_files PATTERN...: the repository's files that match (".": all), new ones that are not committed yet included, ended by NUL bytes.
+# list_files PATTERN...: the repository's files that match (".": all), new ones that are not committed yet included, ended
+# by NUL bytes. An unpacked archive, which has no repository, is looked at as a new one; a checkout may be another user's.
 list_files() {
-    git ls-files -z --cached --others --exclude-standard --deduplicate -- "$@" |
+    local -a git=(git -c "safe.directory=$KAI_ROOT")
+    local empty=
+    if ! "${git[@]}" rev-parse --git-dir >/dev/null 2>&1; then
+        empty=$(mktemp -d)
+        git init --quiet --bare "$empty"
+        git=(git --git-dir="$empty" --work-tree="$KAI_ROOT")
+    fi
+    "${git[@]}" ls-files -z --cached --others --exclude-standard --deduplicate -- "$@" |
         while IFS= read -r -d '' file; do
             [[ ! -f $file ]] || printf '%s\0' "$file"
         done
+    [[ -z $empty ]] || rm -rf -- "$empty"
 }
 
 # Lets the compiler's results be kept across builds where ccache is there. Nothing depends on it.
