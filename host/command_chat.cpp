@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "commands.h"
-#include "dialogue.h"
-#include "interrupts.h"
-#include "line_reader.h"
+#include "conversation/dialogue.h"
+#include "terminal/interrupts.h"
+#include "terminal/line_reader.h"
 
 namespace host {
 namespace {

@@ -7,9 +7,9 @@
 #include <iterator>
 #include <string>
 
-#include "dialogue.h"
-#include "instructions.h"
-#include "text_safety.h"
+#include "conversation/dialogue.h"
+#include "conversation/instructions.h"
+#include "terminal/text_safety.h"
 
 namespace host {
 namespace {

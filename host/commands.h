@@ -1,9 +1,9 @@
 #ifndef HOST_COMMANDS_H
 #define HOST_COMMANDS_H
 
-#include "console.h"
 #include "host_error.h"
 #include "options.h"
+#include "terminal/console.h"
 
 namespace host {
 

@@ -6,11 +6,11 @@
 
 #include "cf/assertion.h"
 #include "commands.h"
-#include "console.h"
 #include "host_error.h"
-#include "interrupts.h"
 #include "options.h"
-#include "text_safety.h"
+#include "terminal/console.h"
+#include "terminal/interrupts.h"
+#include "terminal/text_safety.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "instructions.h"
-#include "text_safety.h"
+#include "conversation/instructions.h"
+#include "terminal/text_safety.h"
 
 namespace host {
 

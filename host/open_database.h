@@ -3,10 +3,10 @@
 
 #include <string>
 
-#include "console.h"
-#include "conversation.h"
-#include "schema_reader.h"
-#include "sqlite_database.h"
+#include "conversation/conversation.h"
+#include "sqlite/schema_reader.h"
+#include "sqlite/sqlite_database.h"
+#include "terminal/console.h"
 
 namespace host {
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "conversation/provider_table.h"
 #include "host_error.h"
-#include "provider_table.h"
-#include "text_safety.h"
+#include "terminal/text_safety.h"
 
 namespace host {
 namespace {

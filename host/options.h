@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "api_key.h"
-#include "exchange_watch.h"
-#include "query_runner.h"
+#include "conversation/api_key.h"
+#include "conversation/exchange_watch.h"
+#include "sqlite/query_runner.h"
 
 namespace host {
 

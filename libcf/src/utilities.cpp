@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "blanks.h"
+#include "text/blanks.h"
 
 CODefer::CODefer(std::function<void()> action) : m_action(std::move(action)) {}
 

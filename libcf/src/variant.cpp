@@ -6,8 +6,8 @@
 #include <system_error>
 #include <utility>
 
-#include "blanks.h"
-#include "numbers.h"
+#include "text/blanks.h"
+#include "text/numbers.h"
 
 namespace {
 

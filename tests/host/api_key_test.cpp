@@ -1,4 +1,4 @@
-#include "api_key.h"
+#include "conversation/api_key.h"
 
 #include <gmock/gmock.h>
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-#include "atomic_file.h"
+#include "conversation/atomic_file.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

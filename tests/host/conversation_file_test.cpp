@@ -1,8 +1,8 @@
-#include "conversation_file.h"
+#include "conversation/conversation_file.h"
 
 #include <gmock/gmock.h>
 
-#include "conversation.h"
+#include "conversation/conversation.h"
 #include "host_error.h"
 #include "test_folder.h"
 

@@ -4,7 +4,7 @@
 
 #include <initializer_list>
 
-#include "instructions.h"
+#include "conversation/instructions.h"
 
 namespace {
 

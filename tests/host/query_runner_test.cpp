@@ -1,4 +1,4 @@
-#include "query_runner.h"
+#include "sqlite/query_runner.h"
 
 #include <gmock/gmock.h>
 

@@ -1,10 +1,10 @@
 #include <gmock/gmock.h>
 
+#include "conversation/sql_extractor.h"
 #include "emulator_scenario.h"
 #include "process.h"
-#include "query_runner.h"
-#include "schema_reader.h"
-#include "sql_extractor.h"
+#include "sqlite/query_runner.h"
+#include "sqlite/schema_reader.h"
 #include "test_folder.h"
 
 namespace {

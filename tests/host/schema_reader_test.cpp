@@ -1,4 +1,4 @@
-#include "schema_reader.h"
+#include "sqlite/schema_reader.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "sql_extractor.h"
+#include "conversation/sql_extractor.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "sqlite_database.h"
+#include "sqlite/sqlite_database.h"
 
 #include <gmock/gmock.h>
 #include <unistd.h>

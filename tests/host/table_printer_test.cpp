@@ -1,4 +1,4 @@
-#include "table_printer.h"
+#include "terminal/table_printer.h"
 
 #include <gtest/gtest.h>
 

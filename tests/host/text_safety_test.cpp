@@ -1,4 +1,4 @@
-#include "text_safety.h"
+#include "terminal/text_safety.h"
 
 #include <gtest/gtest.h>
 

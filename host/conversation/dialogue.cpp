@@ -1,0 +1,142 @@
+#include "conversation/dialogue.h"
+
+#include "conversation/atomic_file.h"
+#include "conversation/instructions.h"
+#include "conversation/sql_extractor.h"
+#include "host_error.h"
+#include "sqlite/query_runner.h"
+#include "terminal/interrupts.h"
+#include "terminal/table_printer.h"
+#include "terminal/text_safety.h"
+
+#include <iostream>
+#include <sstream>
+
+namespace host {
+namespace {
+
+/// A key shorter than this is not looked for in a session text, where it could be a word of the format.
+constexpr std::size_t kMinKeyLengthInFiles = 16;
+
+std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& console) {
+    if (options.database.empty()) {
+        return std::nullopt;
+    }
+    return openDatabase(options.database, console);
+}
+
+}  // namespace
+
+ApiKey obtainKey(const Provider& provider, const Options& options, Console& console) {
+    std::string warning;
+    ApiKey key = ApiKey::obtain(provider, options.key, warning);
+    console.setKey(key);
+    if (!warning.empty()) {
+        console.note(warning);
+    }
+    return key;
+}
+
+Dialogue::Dialogue(const Options& options, Console& console)
+    : m_options(options),
+      m_console(console),
+      m_database(openNamedDatabase(options, console)),
+      m_plan(planDialogue(options, m_database ? &*m_database : nullptr)),
+      m_key(obtainKey(*m_plan.provider, options, console)),
+      m_watch(console, options.http) {
+    if (!options.saveFile.empty()) {
+        checkSaveTarget(options.saveFile);
+    }
+    m_watch.install();
+    m_conversation =
+        std::make_unique<Conversation>(*m_plan.provider, m_key, options.apiHost.value_or(""), m_watch, console);
+    checkSavedHost(m_plan, options, m_conversation->obtainApiHost());
+    m_plan.settings.apiHost = m_conversation->obtainApiHost();
+    if (m_plan.saved) {
+        saySwitch();
+        m_conversation->resume(m_plan.saved->sessionText);
+        m_conversation->configure(m_plan.settings);
+    } else {
+        m_conversation->configure(m_plan.settings);
+        m_conversation->begin();
+    }
+}
+
+void Dialogue::saySwitch() const {
+    const AssistantSettings& former = m_plan.savedSession.settings;
+    const AssistantSettings& now = m_plan.settings;
+    const auto describe = [](const std::string& before, const std::string& after) {
+        return makeOneLine(before == after ? after : "'" + before + "' -> '" + after + "'");
+    };
+    m_console.note("continuing with " + describe(m_plan.saved->provider, std::string(m_plan.provider->name)) +
+                   ", model " + describe(former.model, now.model) + ", host " + describe(former.apiHost, now.apiHost));
+}
+
+void Dialogue::ask(const std::string& question) {
+    warnOfLongPrompt(question);
+    const std::string answer = m_conversation->ask(question);
+    m_sql = extractSql(answer);
+    if (answer.empty()) {
+        m_console.note("the model gave an empty answer; ask again or choose another --model");
+    } else {
+        m_console.printText(answer);
+        m_console.flush();
+    }
+    save();
+}
+
+void Dialogue::warnOfLongPrompt(const std::string& question) {
+    if (!m_plan.provider->isContextWindowShort || m_isLongPromptWarned) {
+        return;
+    }
+    const std::string warning = warnOfContextWindow(m_conversation->measurePrompt() + question.size());
+    m_isLongPromptWarned = !warning.empty();
+    if (m_isLongPromptWarned) {
+        m_console.note(warning);
+    }
+}
+
+void Dialogue::save() {
+    if (m_options.saveFile.empty()) {
+        return;
+    }
+    const std::string sessionText = m_key.redact(m_conversation->serialize(), kMinKeyLengthInFiles);
+    replaceFileContent(m_options.saveFile, writeConversation(m_plan.describe(sessionText)));
+    if (m_options.isKept) {
+        m_conversation->keepOnService();
+    }
+}
+
+void Dialogue::runSql(std::optional<std::size_t> block) {
+    if (!m_database) {
+        throw HostError(ExitCode::Usage, "no database to run the SQL on; name it with --db");
+    }
+    if (m_sql.empty()) {
+        m_console.note("the answer has no SQL to run");
+        return;
+    }
+    if (block && *block >= m_sql.size()) {
+        throw HostError(ExitCode::Usage,
+                        "the answer has no block of SQL with this number; it has " + std::to_string(m_sql.size()));
+    }
+    for (std::size_t i = 0; i < m_sql.size(); ++i) {
+        if (!block || *block == i) {
+            runBlock(m_sql[i]);
+        }
+    }
+}
+
+void Dialogue::runBlock(const std::string& sql) {
+    const QueryRunner runner(m_database->database, m_options.limits, [] { return Interrupts::isRequested(); });
+    const std::size_t count = runner.run(sql, [&](const ResultTable& table) {
+        std::ostringstream text;
+        printTable(text, table, m_options.maxCellColumns);
+        m_console.printPlain("\n" + m_console.redact(text.str()));
+        m_console.flush();
+    });
+    if (count == 0) {
+        m_console.note("the block of SQL has no statement in it");
+    }
+}
+
+}  // namespace host

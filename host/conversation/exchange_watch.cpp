@@ -1,0 +1,137 @@
+#include "conversation/exchange_watch.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <utility>
+
+#include "host_error.h"
+#include "kai.h"
+#include "terminal/interrupts.h"
+#include "terminal/text_safety.h"
+
+namespace host {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kGrace{3};
+
+void checkIsReadable(const std::string& fileName) {
+    errno = 0;
+    std::ifstream file(fileName, std::ios::binary);
+    if (file.peek() == std::ifstream::traits_type::eof()) {
+        throw HostError(ExitCode::Usage,
+                        "cannot read the CA file '" + makeOneLine(fileName) +
+                            (errno != 0 ? "': " + std::string(std::strerror(errno)) : "': it is empty") +
+                            "; check --ca-file");
+    }
+}
+
+std::string describeDuration(std::chrono::microseconds duration) {
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(duration).count();
+    std::string fraction = std::to_string(milliseconds % 1000);
+    fraction.insert(0, 3 - fraction.size(), '0');
+    return std::to_string(milliseconds / 1000) + "." + fraction + " s";
+}
+
+bool mentions(const std::string& text, std::string_view word) {
+    return text.find(word) != std::string::npos;
+}
+
+std::string suggestForMissingResponse(const std::string& errorText) {
+    if (mentions(errorText, "certificate")) {
+        return "; if you trust the server, name its CA with --ca-file";
+    }
+    if (mentions(errorText, "Time-out")) {
+        return "; see --timeout";
+    }
+    if (mentions(errorText, "proxy")) {
+        return "; see --proxy";
+    }
+    return "; see --api-host";
+}
+
+}  // namespace
+
+ExchangeWatch::ExchangeWatch(Console& console, const HttpOptions& options) : m_console(console), m_options(options) {}
+
+void ExchangeWatch::install() {
+    CMRestGlobalSettings settings;
+    if (!m_options.caFile.empty()) {
+        checkIsReadable(m_options.caFile);
+        settings.caBundleFile = m_options.caFile;
+    }
+    settings.proxyURL = m_options.proxy;
+    settings.requestTimeout = m_options.timeout;
+    settings.connectTimeout = std::min(settings.connectTimeout, m_options.timeout);
+    settings.cancelled = [this] { return isCancelled(); };
+    settings.trace = [this](const CMRestTraceRecord& exchange) { record(exchange); };
+    KAISetHTTPSettings(settings);
+}
+
+ExchangeWatch::Turn::Turn(ExchangeWatch& watch, Cancelling cancelling) : m_watch(watch) {
+    watch.m_cancelling = cancelling;
+    watch.m_graceEnd = {};
+    watch.m_lastStatus = 0;
+    watch.m_hasExchange = false;
+    watch.m_console.beginProgress();
+}
+
+ExchangeWatch::Turn::~Turn() {
+    m_watch.m_console.endProgress();
+}
+
+bool ExchangeWatch::isCancelled() {
+    m_console.updateProgress();
+    if (!Interrupts::isRequested()) {
+        return false;
+    }
+    if (m_cancelling == Cancelling::AtOnce || Interrupts::countRequests() > 1) {
+        return true;
+    }
+    if (m_graceEnd == Clock::time_point()) {
+        m_graceEnd = Clock::now() + kGrace;
+    }
+    return Clock::now() >= m_graceEnd;
+}
+
+void ExchangeWatch::record(const CMRestTraceRecord& exchange) {
+    m_lastStatus = exchange.status;
+    m_hasExchange = true;
+    if (!m_options.isTraced) {
+        return;
+    }
+    m_console.note("trace: " + exchange.method + " " + makeOneLine(exchange.url) + " " +
+                   (exchange.status == 0 ? "no response" : std::to_string(exchange.status)) + ", " +
+                   std::to_string(exchange.requestBytes) + " bytes sent, " + std::to_string(exchange.responseBytes) +
+                   " received, " + describeDuration(exchange.duration) +
+                   (exchange.connectionReused ? ", connection reused" : ", new connection"));
+}
+
+std::string ExchangeWatch::suggestRemedy(const std::string& errorText, const std::string& keyOrigin) const {
+    if (!m_hasExchange) {
+        return {};
+    }
+    const std::string status = " (HTTP " + std::to_string(m_lastStatus) + ")";
+    switch (m_lastStatus) {
+        case 0:
+            return suggestForMissingResponse(errorText);
+        case 200:
+            return mentions(errorText, "Invalid response") || mentions(errorText, "Unsupported data format")
+                       ? "; the server speaks another protocol: check --provider and --api-host"
+                       : "";
+        case 401:
+        case 403:
+            return status + (keyOrigin.empty() ? "" : "; check the key in " + keyOrigin);
+        case 404:
+            return status + "; check --model and --api-host";
+        case 429:
+            return status + "; wait a while, or check the account's limits";
+        default:
+            return status + (m_lastStatus >= 500 ? "; try again later" : "");
+    }
+}
+
+}  // namespace host

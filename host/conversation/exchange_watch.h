@@ -1,0 +1,69 @@
+#ifndef HOST_EXCHANGE_WATCH_H
+#define HOST_EXCHANGE_WATCH_H
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "cf/rest.h"
+#include "terminal/console.h"
+
+namespace host {
+
+/// What the command line says about HTTP.
+struct HttpOptions {
+    std::string caFile;
+    std::string proxy;
+    std::chrono::milliseconds timeout{std::chrono::minutes{10}};
+    bool isTraced = false;
+};
+
+/// Stands beside every exchange of the library: shows the elapsed time, passes Ctrl-C on, traces.
+/// The library's settings refer to it: it must live as long as requests run.
+class ExchangeWatch {
+public:
+    /// When Ctrl-C ends an exchange.
+    enum class Cancelling {
+        AtOnce,
+        Reluctant,  ///< a service is making something that only its answer names: it gets a few seconds to say it
+    };
+
+    ExchangeWatch(Console& console, const HttpOptions& options);
+
+    /// Hands the settings to the library.
+    /// Throws HostError (Usage) when the CA file cannot be read.
+    void install();
+
+    /// The time in which a turn, or a request outside of one, runs.
+    class Turn {
+    public:
+        Turn(ExchangeWatch& watch, Cancelling cancelling);
+        ~Turn();
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+
+    private:
+        ExchangeWatch& m_watch;
+    };
+
+    /// The status of the last exchange of the current turn; 0 when no response came.
+    [[nodiscard]] std::int32_t obtainLastStatus() const noexcept { return m_lastStatus; }
+
+    /// What the user can do about a failure of the last exchange, to be put behind its text.
+    [[nodiscard]] std::string suggestRemedy(const std::string& errorText, const std::string& keyOrigin) const;
+
+private:
+    [[nodiscard]] bool isCancelled();
+    void record(const CMRestTraceRecord& exchange);
+
+    Console& m_console;
+    HttpOptions m_options;
+    Cancelling m_cancelling = Cancelling::AtOnce;
+    std::chrono::steady_clock::time_point m_graceEnd;
+    std::int32_t m_lastStatus = 0;
+    bool m_hasExchange = false;
+};
+
+}  // namespace host
+
+#endif

@@ -1,0 +1,47 @@
+#include "conversation/instructions.h"
+
+#include <sqlite3.h>
+
+namespace host {
+
+std::map<std::string, std::string> makeSystemInstructions() {
+    // The names are not sent; their order is the order of the texts.
+    return {
+        {"1_dialect", "You help with questions about one SQLite database (SQLite " + std::string(sqlite3_libversion()) +
+                          "). Write SQL in the SQLite dialect, and only queries: statements that change data or "
+                          "the schema are refused."},
+        {"2_answer",
+         "Answer briefly. Where SQL answers the question, give it once and complete in one fenced code block that "
+         "begins "
+         "with ```sql; end each statement with a semicolon and use no parameters or placeholders."},
+        {"3_structure",
+         "The database is described below, one statement a line, names in backquotes. The column lists of keys are "
+         "written without commas: PRIMARY KEY(`a``b`) is the two columns a and b."},
+    };
+}
+
+std::size_t estimateTokens(std::size_t bytes) {
+    return bytes / 4 + (bytes % 4 != 0 ? 1 : 0);
+}
+
+std::string formatCount(std::size_t count) {
+    std::string text = std::to_string(count);
+    for (std::size_t place = text.size(); place > 3; place -= 3) {
+        text.insert(place - 3, 1, ',');
+    }
+    return text;
+}
+
+std::string warnOfContextWindow(std::size_t promptBytes) {
+    const std::size_t tokens = estimateTokens(promptBytes);
+    if (tokens <= kUsualContextWindow) {
+        return {};
+    }
+    return "the prompt is about " + formatCount(tokens) + " tokens (an estimate), more than the " +
+           formatCount(kUsualContextWindow) +
+           " that an Ollama server usually keeps; it may cut the prompt off without a word: start the server with "
+           "OLLAMA_CONTEXT_LENGTH=" +
+           std::to_string(2 * tokens) + " or set num_ctx in the model's Modelfile";
+}
+
+}  // namespace host

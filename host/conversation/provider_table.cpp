@@ -1,0 +1,32 @@
+#include "conversation/provider_table.h"
+
+namespace host {
+
+const std::vector<Provider>& obtainProviders() {
+    static const std::vector<Provider> providers{
+        {"deepseek", KAIAssistantType::DEEPSEEK, {"DEEPSEEK_API_KEY"}, true, false},
+        {"google", KAIAssistantType::GOOGLE, {"GEMINI_API_KEY", "GOOGLE_API_KEY"}, true, false},
+        {"ollama", KAIAssistantType::OLLAMA, {}, true, true},
+        {"openai", KAIAssistantType::OPENAI, {"OPENAI_API_KEY"}, false, false},
+    };
+    return providers;
+}
+
+const Provider* findProvider(std::string_view name) {
+    for (const Provider& provider : obtainProviders()) {
+        if (provider.name == name) {
+            return &provider;
+        }
+    }
+    return nullptr;
+}
+
+std::string listProviderNames() {
+    std::string names;
+    for (const Provider& provider : obtainProviders()) {
+        names += (names.empty() ? "" : ", ") + std::string(provider.name);
+    }
+    return names;
+}
+
+}  // namespace host

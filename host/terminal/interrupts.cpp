@@ -1,0 +1,83 @@
+#include "terminal/interrupts.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <system_error>
+
+namespace host {
+namespace {
+
+std::atomic<int> s_requests{0};
+std::atomic<bool> s_isEndRequested{false};
+std::array<int, 2> s_wakePipe{-1, -1};
+
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+              "a signal handler may use these");
+
+void noteSignal(int signal) {
+    const int savedErrno = errno;
+    s_requests.fetch_add(1);
+    if (signal != SIGINT) {
+        s_isEndRequested = true;
+    }
+    const char mark = 0;
+    // A full pipe is as good as one more byte in it.
+    [[maybe_unused]] const ssize_t ignored = write(s_wakePipe[1], &mark, 1);
+    errno = savedErrno;
+}
+
+void installHandler(int signal) {
+    struct sigaction former {};
+    sigaction(signal, nullptr, &former);
+    if (former.sa_handler == SIG_IGN) {
+        return;
+    }
+    struct sigaction action {};
+    action.sa_handler = noteSignal;
+    sigemptyset(&action.sa_mask);
+    // Without SA_RESTART a read of the terminal ends, so that the prompt can come back.
+    action.sa_flags = 0;
+    sigaction(signal, &action, nullptr);
+}
+
+}  // namespace
+
+void Interrupts::install() {
+    if (s_wakePipe[0] < 0 && pipe2(s_wakePipe.data(), O_CLOEXEC | O_NONBLOCK) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
+    }
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        installHandler(signal);
+    }
+    ::signal(SIGPIPE, SIG_IGN);
+}
+
+bool Interrupts::isRequested() noexcept {
+    return s_requests > 0;
+}
+
+int Interrupts::countRequests() noexcept {
+    return s_requests;
+}
+
+bool Interrupts::isEndRequested() noexcept {
+    return s_isEndRequested;
+}
+
+void Interrupts::clear() noexcept {
+    s_requests = 0;
+    std::array<char, 64> marks{};
+    while (read(s_wakePipe[0], marks.data(), marks.size()) > 0) {
+    }
+}
+
+int Interrupts::obtainWakeDescriptor() noexcept {
+    return s_wakePipe[0];
+}
+
+}  // namespace host

@@ -1,0 +1,126 @@
+#include "terminal/table_printer.h"
+
+#include <algorithm>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "terminal/text_safety.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t kShownBlobBytes = 8;
+
+std::string describeBlob(const Cell& cell) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string text = "x'";
+    for (std::size_t i = 0; i < std::min(cell.bytes.size(), kShownBlobBytes); ++i) {
+        const auto byte = static_cast<unsigned char>(cell.bytes[i]);
+        text += kDigits[byte >> 4];
+        text += kDigits[byte & 0xF];
+    }
+    text += cell.size > kShownBlobBytes ? "\u2026'" : "'";
+    return text + " (" + std::to_string(cell.size) + (cell.size == 1 ? " byte)" : " bytes)");
+}
+
+std::string describeText(const Cell& cell, std::size_t maxColumns) {
+    std::string text = makeVisible(cell.bytes, LineBreaks::Show);
+    if (cell.size > cell.bytes.size()) {
+        text += "\u2026";
+    }
+    return abbreviateToColumns(text, maxColumns);
+}
+
+std::string describeCell(const Cell& cell, std::size_t maxColumns) {
+    switch (cell.kind) {
+        case Cell::Kind::Null:
+            return "NULL";
+        case Cell::Kind::Blob:
+            return describeBlob(cell);
+        case Cell::Kind::Number:
+            return cell.bytes;
+        default:
+            return describeText(cell, maxColumns);
+    }
+}
+
+/// One column of the table, ready to print.
+struct PrintedColumn {
+    std::vector<std::string> texts;  ///< the heading first
+    std::vector<std::size_t> widths;
+    std::size_t width = 0;
+    bool isNumeric = false;
+
+    void add(std::string text) {
+        widths.push_back(measureColumns(text));
+        width = std::max(width, widths.back());
+        texts.push_back(std::move(text));
+    }
+};
+
+PrintedColumn makeColumn(const ResultTable& table, std::size_t index, std::size_t maxColumns) {
+    PrintedColumn column;
+    column.add(abbreviateToColumns(makeVisible(table.columns[index], LineBreaks::Show), maxColumns));
+    bool hasNumber = false;
+    bool hasOther = false;
+    for (const std::vector<Cell>& row : table.rows) {
+        const Cell& cell = row[index];
+        hasNumber = hasNumber || cell.kind == Cell::Kind::Number;
+        hasOther = hasOther || cell.kind == Cell::Kind::Text || cell.kind == Cell::Kind::Blob;
+        column.add(describeCell(cell, maxColumns));
+    }
+    column.isNumeric = hasNumber && !hasOther;
+    return column;
+}
+
+void printLine(std::ostream& output, const std::vector<PrintedColumn>& columns, std::size_t line) {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        const PrintedColumn& column = columns[i];
+        const std::string padding(column.width - column.widths[line], ' ');
+        const bool isLast = i + 1 == columns.size();
+        output << (i == 0 ? "" : " | ");
+        if (column.isNumeric) {
+            output << padding << column.texts[line];
+        } else {
+            output << column.texts[line] << (isLast ? std::string() : padding);
+        }
+    }
+    output << '\n';
+}
+
+void printRule(std::ostream& output, const std::vector<PrintedColumn>& columns) {
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        output << (i == 0 ? "" : "-+-") << std::string(columns[i].width, '-');
+    }
+    output << '\n';
+}
+
+void printCount(std::ostream& output, const ResultTable& table) {
+    const std::string count = std::to_string(table.rows.size()) + (table.rows.size() == 1 ? " row" : " rows");
+    output << (table.hasMoreRows ? "(the first " + count + "; there are more: raise --max-rows to see them)\n"
+                                 : "(" + count + ")\n");
+}
+
+}  // namespace
+
+void printTable(std::ostream& output, const ResultTable& table, std::size_t maxCellColumns) {
+    if (table.columns.empty()) {
+        output << "(no result)\n";
+        return;
+    }
+    const std::size_t maxColumns = maxCellColumns == 0 ? std::numeric_limits<std::size_t>::max() : maxCellColumns;
+    std::vector<PrintedColumn> columns;
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+        columns.push_back(makeColumn(table, i, maxColumns));
+    }
+    printLine(output, columns, 0);
+    printRule(output, columns);
+    for (std::size_t line = 1; line <= table.rows.size(); ++line) {
+        printLine(output, columns, line);
+    }
+    printCount(output, table);
+}
+
+}  // namespace host

@@ -1,0 +1,78 @@
+#include "cf/json.h"
+
+#include "json/json_access.h"
+#include "json/json_reader.h"
+
+/// What a document owns: the tape of a text, or a built tree.
+struct COJson::Document {
+    ParsedDocument parsed;
+    JsonTree built;
+    COJsonValue root;
+};
+
+ICOJsonValue::~ICOJsonValue() = default;
+
+std::string ICOJsonValue::obtainJsonString() const {
+    std::string text;
+    COJsonWriter writer(text);
+    writeJson(writer);
+    writer.finish();
+    return text;
+}
+
+COJson::COJson() : m_document(std::make_unique<Document>()) {
+    m_document->root = COJsonAccess::make<COJsonValue>(&m_document->built.addRoot());
+    m_document->root.setObject();
+}
+
+namespace {
+
+/// Puts padding behind a text, in the capacity that it has, while this lives.
+class Padding {
+public:
+    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(kJsonPadding, '\0'); }
+    ~Padding() { m_text.resize(m_size); }
+    Padding(const Padding&) = delete;
+    Padding& operator=(const Padding&) = delete;
+
+private:
+    std::string& m_text;
+    std::size_t m_size;
+};
+
+}  // namespace
+
+COJson::COJson(std::string_view text) : COJson(text, false) {}
+
+COJson COJson::readInPlace(std::string& text) {
+    const std::size_t size = text.size();
+    if (text.capacity() - size < kJsonPadding) {
+        return COJson(text);
+    }
+    const Padding padding(text);
+    return {std::string_view(text.data(), size), true};
+}
+
+COJson::COJson(std::string_view text, bool isPadded) : m_document(std::make_unique<Document>()) {
+    if (readJson(text, isPadded, m_document->parsed)) {
+        m_document->root = COJsonAccess::make<COJsonValue>(TapePlace(m_document->parsed));
+    } else {
+        m_document.reset();
+    }
+}
+
+COJson::~COJson() = default;
+COJson::COJson(COJson&& other) noexcept = default;
+COJson& COJson::operator=(COJson&& other) noexcept = default;
+
+bool COJson::getIsValidJson() const noexcept {
+    return m_document != nullptr;
+}
+
+COJsonValue COJson::obtainRoot() const noexcept {
+    return m_document != nullptr ? m_document->root : COJsonValue();
+}
+
+void COJson::writeJson(COJsonWriter& writer) const {
+    obtainRoot().writeJson(writer);
+}

@@ -1,0 +1,66 @@
+#ifndef CF_SRC_JSON_ACCESS_H
+#define CF_SRC_JSON_ACCESS_H
+
+#include <bit>
+#include <cstdint>
+#include <type_traits>
+
+#include "cf/json.h"
+#include "json/json_tape.h"
+#include "json/json_tree.h"
+
+/// Turns handles and iterators into what they stand for, and back. One into a parsed document has the bytes of a place
+/// on its tape; one into a built tree has a null first word and its node's address in the second.
+struct COJsonAccess {
+    static_assert(std::is_trivially_copyable_v<TapePlace> && sizeof(TapePlace) == sizeof(COJsonValue));
+
+    template <typename Handle>
+    [[nodiscard]] static bool isParsed(const Handle& handle) noexcept {
+        return handle.m_document != nullptr;
+    }
+
+    template <typename Handle>
+    [[nodiscard]] static TapePlace obtainPlace(const Handle& handle) noexcept {
+        return std::bit_cast<TapePlace>(handle);
+    }
+
+    /// The node of a handle into a built tree; null for any other.
+    template <typename Handle>
+    [[nodiscard]] static JsonNode* obtainNode(const Handle& handle) noexcept {
+        return isParsed(handle) ? nullptr : reinterpret_cast<JsonNode*>(handle.m_place);
+    }
+
+    template <typename Handle>
+    [[nodiscard]] static Handle make(TapePlace place) noexcept {
+        return std::bit_cast<Handle>(place);
+    }
+
+    /// @param node  null gives an undefined handle, or the end of an iteration
+    template <typename Handle>
+    [[nodiscard]] static Handle make(const JsonNode* node) noexcept {
+        Handle handle;
+        handle.m_place = reinterpret_cast<std::uintptr_t>(node);
+        return handle;
+    }
+
+    /// The children of a container, as COJsonItems or COJsonMembers; none for a value that is not of the type.
+    template <typename Range>
+    [[nodiscard]] static Range makeRange(const COJsonValue& container, COJsonValue::Type type) noexcept {
+        using Iterator = typename Range::Iterator;
+        Range range;
+        if (container.obtainType() != type) {
+            return range;
+        }
+        if (isParsed(container)) {
+            range.m_begin = make<Iterator>(obtainPlace(container).obtainFirst());
+            range.m_end = make<Iterator>(obtainPlace(container).obtainEnd());
+        } else {
+            range.m_begin = make<Iterator>(obtainNode(container)->firstChild);
+        }
+        return range;
+    }
+
+    static void writeUnsigned(COJsonWriter& writer, std::uint64_t number) { writer.writeUnsigned(number); }
+};
+
+#endif

@@ -1,0 +1,163 @@
+#include "json/json_numbers.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <system_error>
+
+#include "text/numbers.h"
+
+namespace {
+
+bool isDigit(char character) noexcept {
+    return character >= '0' && character <= '9';
+}
+
+/// A number token cut into its parts, as far as JSON's grammar allows.
+struct NumberParts {
+    bool isNegative = false;
+    std::string_view whole;
+    std::string_view fraction;
+    std::string_view exponent;
+    bool isInteger = true;
+    bool isWellFormed = false;
+};
+
+std::string_view takeDigits(std::string_view& rest) noexcept {
+    const auto end = std::find_if_not(rest.begin(), rest.end(), isDigit);
+    const auto digits = rest.substr(0, static_cast<std::size_t>(end - rest.begin()));
+    rest.remove_prefix(digits.size());
+    return digits;
+}
+
+bool takeCharacter(std::string_view& rest, std::string_view allowed) noexcept {
+    if (rest.empty() || allowed.find(rest.front()) == std::string_view::npos) {
+        return false;
+    }
+    rest.remove_prefix(1);
+    return true;
+}
+
+/// @return whether an exponent's marker is followed by digits, or there is none
+bool takeExponent(std::string_view& rest, NumberParts& parts) noexcept {
+    if (!takeCharacter(rest, "eE")) {
+        return true;
+    }
+    parts.isInteger = false;
+    const std::string_view start = rest;
+    takeCharacter(rest, "+-");
+    const std::size_t signSize = start.size() - rest.size();
+    const std::string_view digits = takeDigits(rest);
+    parts.exponent = start.substr(0, signSize + digits.size());
+    return !digits.empty();
+}
+
+NumberParts cutNumber(std::string_view token) noexcept {
+    NumberParts parts;
+    parts.isNegative = takeCharacter(token, "-");
+    parts.whole = takeDigits(token);
+    if (parts.whole.empty() || (parts.whole.size() > 1 && parts.whole.front() == '0')) {
+        return parts;
+    }
+    if (takeCharacter(token, ".")) {
+        parts.isInteger = false;
+        parts.fraction = takeDigits(token);
+        if (parts.fraction.empty()) {
+            return parts;
+        }
+    }
+    parts.isWellFormed = takeExponent(token, parts) && token.empty();
+    return parts;
+}
+
+std::int64_t readExponent(std::string_view exponent) noexcept {
+    constexpr std::int64_t kLimit = std::numeric_limits<std::int64_t>::max() / 2;
+    const bool isNegative = exponent.starts_with('-');
+    if (isNegative || exponent.starts_with('+')) {
+        exponent.remove_prefix(1);
+    }
+    std::int64_t value = 0;
+    const auto result = std::from_chars(exponent.data(), exponent.data() + exponent.size(), value);
+    if (result.ec == std::errc::result_out_of_range || value > kLimit) {
+        value = kLimit;
+    }
+    return isNegative ? -value : value;
+}
+
+/// Whether a number that no double can hold is too large (rather than too small).
+bool isHuge(const NumberParts& parts) noexcept {
+    std::int64_t magnitude = readExponent(parts.exponent);
+    if (parts.whole != "0") {
+        magnitude += static_cast<std::int64_t>(parts.whole.size());
+    } else {
+        const auto firstDigit = parts.fraction.find_first_not_of('0');
+        magnitude -= static_cast<std::int64_t>(std::min(firstDigit, parts.fraction.size()));
+    }
+    return magnitude > 0;
+}
+
+bool isInteger64(std::string_view token) noexcept {
+    const char* const end = token.data() + token.size();
+    std::int64_t signedValue = 0;
+    std::uint64_t unsignedValue = 0;
+    return std::from_chars(token.data(), end, signedValue).ec == std::errc() ||
+           std::from_chars(token.data(), end, unsignedValue).ec == std::errc();
+}
+
+void appendDouble(std::string& out, double number) {
+    char buffer[kNumberTextSize];
+    // Scientific form always has an exponent, so that no integer is made of it.
+    const auto result = std::to_chars(buffer, buffer + kNumberTextSize, number, std::chars_format::scientific);
+    out.append(buffer, result.ptr);
+}
+
+void appendNumber(std::string& out, std::string_view token) {
+    const NumberParts parts = cutNumber(token);
+    if (!parts.isWellFormed || (parts.isInteger && isInteger64(token))) {
+        out += token;
+        return;
+    }
+    double number = 0.0;
+    const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
+    if (result.ec == std::errc::result_out_of_range) {
+        number = isHuge(parts) ? std::numeric_limits<double>::max() : 0.0;
+        appendDouble(out, parts.isNegative ? -number : number);
+    } else if (parts.isInteger) {
+        appendDouble(out, number);
+    } else {
+        out += token;
+    }
+}
+
+/// The length of a string token, its closing quote included; of all the text if it is not closed.
+std::size_t measureString(std::string_view text) noexcept {
+    std::size_t end = 1;
+    while (end < text.size() && text[end] != '"') {
+        end += text[end] == '\\' ? 2 : 1;
+    }
+    return std::min(end + 1, text.size());
+}
+
+std::size_t measureNumber(std::string_view text) noexcept {
+    return std::min(text.find_first_not_of("0123456789+-.eE"), text.size());
+}
+
+}  // namespace
+
+std::string replaceNumbersOutOfRange(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        std::size_t size = 1;
+        if (isDigit(text.front()) || text.front() == '-') {
+            size = measureNumber(text);
+            appendNumber(out, text.substr(0, size));
+        } else {
+            size = text.front() == '"' ? measureString(text) : 1;
+            out += text.substr(0, size);
+        }
+        text.remove_prefix(size);
+    }
+    return out;
+}

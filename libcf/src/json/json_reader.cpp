@@ -1,0 +1,98 @@
+#include "json/json_reader.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <new>
+#include <string>
+
+#include "json/json_numbers.h"
+
+namespace {
+
+using simdjson::error_code;
+using simdjson::dom::document;
+
+constexpr std::size_t kMinimumCapacity = 32;
+
+/// A text for the engine to read.
+struct Source {
+    std::string_view text;
+    bool isPadded;
+};
+
+error_code parse(const Source& source, std::size_t depthLimit, document& target) {
+    simdjson::dom::parser parser;
+    error_code error = parser.allocate(std::max(source.text.size(), kMinimumCapacity), depthLimit);
+    if (error == simdjson::SUCCESS) {
+        error = parser.parse_into_document(target, source.text.data(), source.text.size(), !source.isPadded).error();
+    }
+    if (error == simdjson::MEMALLOC) {
+        throw std::bad_alloc();
+    }
+    return error;
+}
+
+/// The depth of the deepest array or object, an empty one counted too.
+std::size_t measureDepth(const document& source) noexcept {
+    constexpr unsigned kTypeShift = 56;
+    const std::uint64_t* const tape = source.tape.get();
+    const std::size_t end = tape[0] & simdjson::internal::JSON_VALUE_MASK;
+    std::size_t depth = 0;
+    std::size_t deepest = 0;
+    for (std::size_t place = 1; place < end; ++place) {
+        switch (static_cast<char>(tape[place] >> kTypeShift)) {
+            case '[':
+            case '{':
+                deepest = std::max(deepest, ++depth);
+                break;
+            case ']':
+            case '}':
+                --depth;
+                break;
+            case 'l':
+            case 'u':
+            case 'd':
+                ++place;  // the number itself stands in the next word
+                break;
+            default:
+                break;
+        }
+    }
+    return deepest;
+}
+
+// The engine's limit N refuses a value inside N levels but takes an empty array or object as level N: what passes at
+// our limit is fine, and the few texts that do not are measured.
+error_code parseToDepth(const Source& source, document& target) {
+    const error_code error = parse(source, kMaximumDepth, target);
+    if (error != simdjson::DEPTH_ERROR) {
+        return error;
+    }
+    const error_code deeperError = parse(source, kMaximumDepth + 1, target);
+    const bool isTooDeep = deeperError == simdjson::SUCCESS && measureDepth(target) > kMaximumDepth;
+    return isTooDeep ? simdjson::DEPTH_ERROR : deeperError;
+}
+
+std::string_view skipByteOrderMark(std::string_view text) noexcept {
+    constexpr std::string_view kMark = "\xEF\xBB\xBF";
+    return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
+}
+
+}  // namespace
+
+bool readJson(std::string_view text, bool isPadded, ParsedDocument& target) {
+    const std::string_view json = skipByteOrderMark(text);
+    if (json.empty() || json.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) {
+        return false;
+    }
+    const error_code error = parseToDepth({json, isPadded}, target);
+    if (error != simdjson::NUMBER_ERROR) {
+        return error == simdjson::SUCCESS;
+    }
+    // The engine refuses numbers beyond its types as it refuses ill-formed ones; only the latter are wrong.
+    const std::string replaced = replaceNumbersOutOfRange(json);
+    target.hasHugeIntegers = true;
+    return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
+           parseToDepth({replaced, false}, target) == simdjson::SUCCESS;
+}

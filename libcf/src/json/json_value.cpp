@@ -1,0 +1,220 @@
+#include <cstring>
+
+#include "cf/json.h"
+#include "json/json_access.h"
+#include "text/numbers.h"
+
+using Access = COJsonAccess;
+using Type = COJsonValue::Type;
+
+namespace {
+
+template <typename Word>
+Word loadWord(const char* bytes) noexcept {
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+/// Whether the first and the last bytes of two texts, as many as a Word has, are the same: all there is in texts of
+/// up to twice that size.
+template <typename Word>
+bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
+    const std::size_t last = left.size() - sizeof(Word);
+    return loadWord<Word>(left.data()) == loadWord<Word>(right.data()) &&
+           loadWord<Word>(left.data() + last) == loadWord<Word>(right.data() + last);
+}
+
+// Keys are short, and a call of memcmp costs several times what comparing them does.
+[[gnu::always_inline]] inline bool isSameKey(std::string_view left, std::string_view right) noexcept {
+    const std::size_t size = left.size();
+    if (size != right.size()) {
+        return false;
+    }
+    if (size >= 4 && size <= 8) {
+        return hasSameEnds<std::uint32_t>(left, right);
+    }
+    if (size >= 8 && size <= 16) {
+        return hasSameEnds<std::uint64_t>(left, right);
+    }
+    return left == right;
+}
+
+/// What is looked for in an object, and where it goes.
+struct MemberSearch {
+    const std::string_view* keys;
+    COJsonValue* values;
+    std::size_t count;
+};
+
+/// The general search, from some member to the end of the object. A value found already is kept: the first one counts.
+[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, TapePlace member, TapePlace end) noexcept {
+    for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
+        const std::string_view key = member.obtainString();
+        for (std::size_t index = 0; index < search.count; ++index) {
+            if (isSameKey(key, search.keys[index]) && !Access::isParsed(search.values[index])) {
+                search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
+            }
+        }
+    }
+}
+
+/// The search for members that mostly stand in the order of the keys: it ends with the last of them, and falls back
+/// on the general one where they do not.
+void findInOrder(const MemberSearch& search, TapePlace object) noexcept {
+    const TapePlace end = object.obtainEnd();
+    TapePlace member = object.obtainFirst();
+    for (std::size_t index = 0; index < search.count; ++index) {
+        if (member == end) {
+            return;
+        }
+        if (!isSameKey(member.obtainString(), search.keys[index])) {
+            return findInAnyOrder(search, member, end);
+        }
+        search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
+        member = member.obtainValueOfKey().obtainNext();
+    }
+}
+
+COJsonValue findMember(TapePlace object, std::string_view key) noexcept {
+    const TapePlace end = object.obtainEnd();
+    for (TapePlace member = object.obtainFirst(); member != end; member = member.obtainValueOfKey().obtainNext()) {
+        if (isSameKey(member.obtainString(), key)) {
+            return Access::make<COJsonValue>(member.obtainValueOfKey());
+        }
+    }
+    return {};
+}
+
+}  // namespace
+
+Type COJsonValue::obtainType() const noexcept {
+    if (Access::isParsed(*this)) {
+        return Access::obtainPlace(*this).obtainType();
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr ? node->type : Type::Undefined;
+}
+
+std::string_view COJsonValue::obtainString() const noexcept {
+    if (Access::isParsed(*this)) {
+        const TapePlace place = Access::obtainPlace(*this);
+        return place.isString() ? place.obtainString() : std::string_view();
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr && node->type == Type::String ? std::string_view(node->text) : std::string_view();
+}
+
+double COJsonValue::obtainDouble() const noexcept {
+    if (Access::isParsed(*this)) {
+        return Access::obtainPlace(*this).obtainDouble();
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr ? node->number : 0.0;
+}
+
+std::int64_t COJsonValue::obtainInteger() const noexcept {
+    if (Access::isParsed(*this)) {
+        return Access::obtainPlace(*this).obtainInteger();
+    }
+    return truncateToInteger(obtainDouble());
+}
+
+bool COJsonValue::obtainBoolean() const noexcept {
+    if (Access::isParsed(*this)) {
+        return Access::obtainPlace(*this).obtainBoolean();
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr && node->boolean;
+}
+
+COJsonValue COJsonValue::obtainMember(std::string_view key) const noexcept {
+    if (Access::isParsed(*this)) {
+        const TapePlace object = Access::obtainPlace(*this);
+        return object.isObject() ? findMember(object, key) : COJsonValue();
+    }
+    JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr ? Access::make<COJsonValue>(node->findMember(key)) : COJsonValue();
+}
+
+void COJsonValue::findMembers(const std::string_view* keys, COJsonValue* values, std::size_t count) const noexcept {
+    if (Access::isParsed(*this)) {
+        const TapePlace object = Access::obtainPlace(*this);
+        if (object.isObject()) {
+            findInOrder({keys, values, count}, object);
+        }
+        return;
+    }
+    for (std::size_t index = 0; index < count; ++index) {
+        values[index] = obtainMember(keys[index]);
+    }
+}
+
+std::size_t COJsonValue::obtainSize() const noexcept {
+    if (Access::isParsed(*this)) {
+        const TapePlace place = Access::obtainPlace(*this);
+        return place.isArray() || place.isObject() ? place.countChildren() : 0;
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return node != nullptr ? node->childCount : 0;
+}
+
+COJsonItems COJsonValue::obtainItems() const noexcept {
+    return Access::makeRange<COJsonItems>(*this, Type::Array);
+}
+
+COJsonMembers COJsonValue::obtainMembers() const noexcept {
+    return Access::makeRange<COJsonMembers>(*this, Type::Object);
+}
+
+std::vector<std::string> COJsonValue::obtainJsonKeys() const {
+    std::vector<std::string> keys;
+    if (isObject()) {
+        keys.reserve(obtainSize());
+        for (const COJsonMember member : obtainMembers()) {
+            keys.emplace_back(member.key);
+        }
+    }
+    return keys;
+}
+
+std::string COJsonValue::obtainJsonString() const {
+    std::string text;
+    if (getIsValidJson()) {
+        COJsonWriter writer(text);
+        writeJson(writer);
+        writer.finish();
+    }
+    return text;
+}
+
+void COJsonValue::writeJson(COJsonWriter& writer) const {
+    if (Access::isParsed(*this)) {
+        Access::obtainPlace(*this).writeJson(writer);
+    } else if (const JsonNode* node = Access::obtainNode(*this)) {
+        writeTree(*node, writer);
+    } else {
+        writer.writeNull();
+    }
+}
+
+COJsonItems::Iterator& COJsonItems::Iterator::operator++() noexcept {
+    *this = Access::isParsed(*this) ? Access::make<Iterator>(Access::obtainPlace(*this).obtainNext())
+                                    : Access::make<Iterator>(Access::obtainNode(*this)->next);
+    return *this;
+}
+
+COJsonMember COJsonMembers::Iterator::operator*() const noexcept {
+    if (Access::isParsed(*this)) {
+        const TapePlace key = Access::obtainPlace(*this);
+        return {key.obtainString(), Access::make<COJsonValue>(key.obtainValueOfKey())};
+    }
+    const JsonNode* node = Access::obtainNode(*this);
+    return {node->key, Access::make<COJsonValue>(node)};
+}
+
+COJsonMembers::Iterator& COJsonMembers::Iterator::operator++() noexcept {
+    *this = Access::isParsed(*this) ? Access::make<Iterator>(Access::obtainPlace(*this).obtainValueOfKey().obtainNext())
+                                    : Access::make<Iterator>(Access::obtainNode(*this)->next);
+    return *this;
+}

@@ -1,0 +1,201 @@
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+#include "cf/json.h"
+#include "text/numbers.h"
+#include "text/text_escape.h"
+#include "text/utf8.h"
+
+namespace {
+
+// Room kept behind every text, so that a separator, quotes, a number or one escape need no test of their own.
+constexpr std::size_t kSlack = 64;
+static_assert(kSlack >= 2 * kNumberTextSize);
+
+constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
+
+char* append(char* out, std::string_view text) noexcept {
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+}  // namespace
+
+/// The writing itself. Each function appends at `out`, where the text ends, and gives the new end: kept in a register
+/// instead of in the writer, which every character written might otherwise change for all the compiler knows.
+struct COJsonWriter::Text {
+    static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
+        const auto room = static_cast<std::size_t>(writer.m_limit - out);
+        return room >= size + kSlack ? out : grow(writer, out, size);
+    }
+
+    // All of the string's capacity is made part of it, and what is not written is cut off at the end: so nothing is
+    // filled with zeros first.
+    [[gnu::noinline]] static char* grow(COJsonWriter& writer, char* out, std::size_t size) {
+        std::string& target = writer.m_target;
+        const auto used = static_cast<std::size_t>(out - target.data());
+        writer.m_end = out;
+        target.reserve(used + size + kSlack);
+        target.resize_and_overwrite(target.capacity(), [](char*, std::size_t capacity) noexcept { return capacity; });
+        writer.m_end = target.data() + used;
+        writer.m_limit = target.data() + target.size();
+        return writer.m_end;
+    }
+
+    /// Begins a value: makes room for it, and separates it from the one before.
+    static char* begin(COJsonWriter& writer, std::size_t size) {
+        char* out = makeRoom(writer, writer.m_end, size);
+        if (writer.m_needsComma) {
+            *out++ = ',';
+        }
+        return out;
+    }
+
+    /// Ends a value; another one needs a comma.
+    static void end(COJsonWriter& writer, char* out) noexcept {
+        writer.m_end = out;
+        writer.m_needsComma = true;
+    }
+
+    /// Needs room for the text.
+    [[gnu::always_inline]] static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
+        *out++ = '"';
+        out = copyShortPlainText(out, text.data(), text.size(), PlainBytes::ASCII) ? out + text.size()
+                                                                                   : appendText(writer, out, text);
+        *out++ = '"';
+        return out;
+    }
+
+    /// Begins a member whose value needs `valueSize`: its key, and room for the value behind it.
+    [[gnu::always_inline]] static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
+        char* out = begin(writer, key.size() + valueSize);
+        *out++ = '"';
+        if (copyShortPlainText(out, key.data(), key.size(), PlainBytes::ASCII)) {
+            out += key.size();
+        } else {
+            // Escapes in the key may have taken the value's room.
+            out = makeRoom(writer, appendText(writer, out, key), valueSize);
+        }
+        return append(out, "\":");
+    }
+
+    // The text is checked once, at its first byte beyond ASCII: well-formed UTF-8 is written like ASCII from there on,
+    // and only in an ill-formed text each sequence is looked at.
+    [[gnu::noinline]] static char* appendText(COJsonWriter& writer, char* out, std::string_view text) {
+        const char* const end = text.data() + text.size();
+        EscapeProgress progress = escapeText(out, writer.m_limit, text.data(), end, PlainBytes::ASCII);
+        PlainBytes plain = PlainBytes::ASCII;
+        bool isIllFormed = false;
+        while (progress.text != end) {
+            text = {progress.text, static_cast<std::size_t>(end - progress.text)};
+            progress.out = makeRoom(writer, progress.out, text.size());
+            if (plain == PlainBytes::ASCII && static_cast<unsigned char>(text.front()) >= 0x80) {
+                isIllFormed = isIllFormed || !isValidUTF8(text);
+                if (isIllFormed) {
+                    progress = appendSequence(progress, text);
+                } else {
+                    plain = PlainBytes::All;
+                }
+            }
+            progress = escapeText(progress.out, writer.m_limit, progress.text, end, plain);
+        }
+        return progress.out;
+    }
+
+    static EscapeProgress appendSequence(EscapeProgress progress, std::string_view text) {
+        const UTF8Sequence sequence = measureUTF8Sequence(text);
+        const std::string_view written = sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter;
+        return {append(progress.out, written), progress.text + sequence.size};
+    }
+
+    static void writeWord(COJsonWriter& writer, std::string_view word) { end(writer, append(begin(writer, 0), word)); }
+
+    template <typename Number>
+    static void writeNumber(COJsonWriter& writer, Number number) {
+        end(writer, spellNumber(begin(writer, 0), number));
+    }
+};
+
+COJsonWriter::COJsonWriter(std::string& target)
+    : m_target(target), m_end(target.data() + target.size()), m_limit(m_end) {}
+
+COJsonWriter::~COJsonWriter() {
+    finish();
+}
+
+void COJsonWriter::finish() {
+    m_target.resize(static_cast<std::size_t>(m_end - m_target.data()));
+    m_limit = m_end;
+}
+
+void COJsonWriter::reserve(std::size_t size) {
+    m_end = Text::makeRoom(*this, m_end, std::min(size, m_target.max_size()));
+}
+
+void COJsonWriter::beginObject() {
+    Text::writeWord(*this, "{");
+    m_needsComma = false;
+}
+
+void COJsonWriter::endObject() {
+    m_needsComma = false;
+    Text::writeWord(*this, "}");
+}
+
+void COJsonWriter::beginArray() {
+    Text::writeWord(*this, "[");
+    m_needsComma = false;
+}
+
+void COJsonWriter::endArray() {
+    m_needsComma = false;
+    Text::writeWord(*this, "]");
+}
+
+void COJsonWriter::writeKey(std::string_view key) {
+    m_end = Text::beginMember(*this, key, 0);
+    m_needsComma = false;
+}
+
+void COJsonWriter::writeString(std::string_view text) {
+    Text::end(*this, Text::appendString(*this, Text::begin(*this, text.size()), text));
+}
+
+void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
+    char* const out = Text::beginMember(*this, key, text.size());
+    Text::end(*this, Text::appendString(*this, out, text));
+}
+
+void COJsonWriter::writeFramed(std::string_view before, std::string_view text, std::string_view after) {
+    char* out = append(Text::begin(*this, before.size() + text.size()), before);
+    // Escapes in the text may have taken the room behind it.
+    out = Text::makeRoom(*this, Text::appendString(*this, out, text), after.size());
+    Text::end(*this, append(out, after));
+}
+
+void COJsonWriter::writeDouble(double number) {
+    if (!std::isfinite(number)) {
+        writeNull();
+    } else if (number == 0.0 && std::signbit(number)) {
+        Text::writeWord(*this, "-0.0");  // "-0" is read as an integer, which has no sign then
+    } else {
+        Text::writeNumber(*this, number);
+    }
+}
+
+void COJsonWriter::writeInteger(std::int64_t number) {
+    Text::writeNumber(*this, number);
+}
+
+void COJsonWriter::writeUnsigned(std::uint64_t number) {
+    Text::writeNumber(*this, number);
+}
+
+void COJsonWriter::writeBoolean(bool value) {
+    Text::writeWord(*this, value ? "true" : "false");
+}
+
+void COJsonWriter::writeNull() {
+    Text::writeWord(*this, "null");
+}

@@ -1,0 +1,57 @@
+#include "rest/rest_headers.h"
+
+#include <algorithm>
+
+#include "rest/rest_text.h"
+
+namespace {
+
+bool isTokenCharacter(char byte) noexcept {
+    constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
+    return isLetterOrDigit(byte) || kMarks.find(byte) != std::string_view::npos;
+}
+
+}  // namespace
+
+bool isSendableHeaderValue(std::string_view value) noexcept {
+    return std::none_of(value.begin(), value.end(), isControlCharacter);
+}
+
+bool isSendableHeader(std::string_view name, std::string_view value) noexcept {
+    return !name.empty() && std::all_of(name.begin(), name.end(), isTokenCharacter) && isSendableHeaderValue(value);
+}
+
+void CMRestHeaderList::clear() noexcept {
+    m_lines.clear();
+    m_lineStarts.clear();
+    m_nodes.clear();
+}
+
+void CMRestHeaderList::addHeader(std::string_view name, std::string_view value) {
+    const bool isBlank = value.find_first_not_of(' ') == std::string_view::npos;
+    if (isBlank) {
+        // libcurl's way to say "with an empty value"; a colon with nothing behind it would suppress the header.
+        addLine(name, ";", "");
+    } else {
+        addLine(name, ": ", value);
+    }
+}
+
+void CMRestHeaderList::suppressHeader(std::string_view name) {
+    addLine(name, ":", "");
+}
+
+void CMRestHeaderList::addLine(std::string_view name, std::string_view separator, std::string_view value) {
+    m_lineStarts.push_back(m_lines.size());
+    m_lines.append(name).append(separator).append(value) += '\0';
+}
+
+curl_slist* CMRestHeaderList::obtainList() {
+    // The nodes are linked only now: adding a line may have moved the lines and the nodes before it.
+    m_nodes.resize(m_lineStarts.size());
+    for (std::size_t index = 0; index < m_nodes.size(); ++index) {
+        m_nodes[index].data = m_lines.data() + m_lineStarts[index];
+        m_nodes[index].next = index + 1 < m_nodes.size() ? &m_nodes[index + 1] : nullptr;
+    }
+    return m_nodes.empty() ? nullptr : m_nodes.data();
+}

@@ -1,0 +1,179 @@
+#include "rest/rest_url.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "rest/rest_text.h"
+
+namespace {
+
+constexpr std::string_view kMask = "***";
+/// libcurl takes no longer text for an option.
+constexpr std::size_t kLongestURL = 8'000'000;
+
+void appendHexByte(std::string& target, char byte) {
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    const auto value = static_cast<unsigned char>(byte);
+    target += '%';
+    target += kDigits[value >> 4U];
+    target += kDigits[value & 0x0FU];
+}
+
+bool isUnreserved(char byte) noexcept {
+    return isLetterOrDigit(byte) || byte == '-' || byte == '.' || byte == '_' || byte == '~';
+}
+
+void appendEncoded(std::string& target, std::string_view text) {
+    for (const char byte : text) {
+        if (isUnreserved(byte)) {
+            target += byte;
+        } else {
+            appendHexByte(target, byte);
+        }
+    }
+}
+
+/// A URL cut at its delimiters. Missing parts are empty; the views together cover the URL but for the delimiters.
+struct URLParts {
+    std::string_view scheme;    ///< before "://"
+    bool hasScheme = false;     ///< whether there is a "://"
+    std::string_view userInfo;  ///< before the last "@" of the authority
+    bool hasUserInfo = false;   ///< whether there is such an "@"
+    std::string_view hostPort;  ///< the rest of the authority
+    std::string_view path;      ///< from its first "/"
+    std::string_view query;     ///< behind "?"
+    bool hasQuery = false;      ///< whether there is a "?"
+    std::string_view fragment;  ///< behind "#"
+    bool hasFragment = false;   ///< whether there is a "#"
+};
+
+/// Cuts `text` behind the first `delimiter`: gives the part behind it and leaves the part before it.
+bool cutBehind(std::string_view& text, char delimiter, std::string_view& behind) noexcept {
+    const std::size_t place = text.find(delimiter);
+    if (place == std::string_view::npos) {
+        return false;
+    }
+    behind = text.substr(place + 1);
+    text = text.substr(0, place);
+    return true;
+}
+
+URLParts splitURL(std::string_view url) noexcept {
+    URLParts parts;
+    parts.hasFragment = cutBehind(url, '#', parts.fragment);
+    parts.hasQuery = cutBehind(url, '?', parts.query);
+    if (const std::size_t place = url.find("://"); place != std::string_view::npos) {
+        parts.hasScheme = true;
+        parts.scheme = url.substr(0, place);
+        url.remove_prefix(place + 3);
+    }
+    const std::size_t pathStart = std::min(url.find('/'), url.size());
+    parts.path = url.substr(pathStart);
+    parts.hostPort = url.substr(0, pathStart);
+    if (const std::size_t place = parts.hostPort.rfind('@'); place != std::string_view::npos) {
+        parts.hasUserInfo = true;
+        parts.userInfo = parts.hostPort.substr(0, place);
+        parts.hostPort.remove_prefix(place + 1);
+    }
+    return parts;
+}
+
+/// Whether this is a host (a bracketed address included), alone or with a decimal port.
+bool isSoundHostPort(std::string_view hostPort) noexcept {
+    const std::size_t bracket = hostPort.rfind(']');
+    const std::size_t searchStart = bracket == std::string_view::npos ? 0 : bracket;
+    const std::size_t colon = hostPort.find(':', searchStart);
+    const std::string_view host = hostPort.substr(0, colon);
+    const std::string_view port = colon == std::string_view::npos ? "" : hostPort.substr(colon + 1);
+    return !host.empty() && port.size() <= 5 &&
+           std::all_of(port.begin(), port.end(), [](char byte) { return isDigit(byte); });
+}
+
+/// The query with each value masked. A part without "=" is masked whole: it may be a bare token.
+void appendMaskedQuery(std::string& target, std::string_view query) {
+    while (true) {
+        std::string_view rest;
+        const bool hasMore = cutBehind(query, '&', rest);
+        std::string_view value;
+        if (cutBehind(query, '=', value)) {
+            target += query;
+            target += '=';
+            target += kMask;
+        } else if (!query.empty()) {
+            target += kMask;
+        }
+        if (!hasMore) {
+            return;
+        }
+        target += '&';
+        query = rest;
+    }
+}
+
+std::string encodeControlCharacters(std::string_view text) {
+    std::string encoded;
+    encoded.reserve(text.size());
+    for (const char byte : text) {
+        if (isControlCharacter(byte)) {
+            appendHexByte(encoded, byte);
+        } else {
+            encoded += byte;
+        }
+    }
+    return encoded;
+}
+
+}  // namespace
+
+std::string buildRequestURL(const std::string& url, const CMRestParams& queryParams) {
+    if (queryParams.empty()) {
+        return url;
+    }
+    const std::size_t fragmentStart = std::min(url.find('#'), url.size());
+    std::string built = url.substr(0, fragmentStart);
+    bool hasQuery = built.find('?') != std::string::npos;
+    for (const auto& [name, value] : queryParams) {
+        built += hasQuery ? '&' : '?';
+        hasQuery = true;
+        appendEncoded(built, name);
+        built += '=';
+        appendEncoded(built, value);
+    }
+    return built.append(url, fragmentStart);
+}
+
+bool isRequestableURL(std::string_view url) noexcept {
+    const bool hasBadByte =
+        std::any_of(url.begin(), url.end(), [](char byte) { return byte == ' ' || isControlCharacter(byte); });
+    if (hasBadByte || url.size() > kLongestURL) {
+        return false;
+    }
+    const URLParts parts = splitURL(url);
+    const bool isKnownScheme = isEqualIgnoringCase(parts.scheme, "http") || isEqualIgnoringCase(parts.scheme, "https");
+    return isKnownScheme && isSoundHostPort(parts.hostPort);
+}
+
+bool isTLSURL(std::string_view url) noexcept {
+    return isEqualIgnoringCase(splitURL(url).scheme, "https");
+}
+
+std::string redactURL(std::string_view url) {
+    const URLParts parts = splitURL(url);
+    std::string shown(parts.scheme);
+    shown += parts.hasScheme ? "://" : "";
+    if (!isSoundHostPort(parts.hostPort)) {
+        return encodeControlCharacters(shown.append(kMask));
+    }
+    if (parts.hasUserInfo) {
+        shown.append(kMask) += '@';
+    }
+    shown.append(parts.hostPort).append(parts.path);
+    if (parts.hasQuery) {
+        shown += '?';
+        appendMaskedQuery(shown, parts.query);
+    }
+    if (parts.hasFragment) {
+        shown.append("#").append(parts.fragment.empty() ? "" : kMask);
+    }
+    return encodeControlCharacters(shown);
+}
