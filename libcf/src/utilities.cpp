@@ -3,7 +3,7 @@
 #include <string_view>
 #include <utility>
 
-#include "text/blanks.h"
+#include "text/characters.h"
 
 CODefer::CODefer(std::function<void()> action) : m_action(std::move(action)) {}
 
@@ -32,5 +32,5 @@ std::string cfConcatURL(const std::vector<std::string>& parts) {
 }
 
 std::string cfTrimAsString(const std::string& text) {
-    return std::string(trimBlanks(text));
+    return std::string(cf::trimBlanks(text));
 }

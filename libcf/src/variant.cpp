@@ -6,20 +6,19 @@
 #include <system_error>
 #include <utility>
 
-#include "text/blanks.h"
+#include "text/characters.h"
 #include "text/numbers.h"
 
 namespace {
 
 // std::from_chars takes no leading plus sign, which people do write.
 std::string_view skipPlusSign(std::string_view text) noexcept {
-    const bool isSignOfNumber =
-        text.size() > 1 && text[0] == '+' && (text[1] == '.' || (text[1] >= '0' && text[1] <= '9'));
+    const bool isSignOfNumber = text.size() > 1 && text[0] == '+' && (text[1] == '.' || cf::isDigit(text[1]));
     return isSignOfNumber ? text.substr(1) : text;
 }
 
 double readNumber(std::string_view text) noexcept {
-    const std::string_view spelling = skipPlusSign(trimBlanks(text));
+    const std::string_view spelling = skipPlusSign(cf::trimBlanks(text));
     const char* const end = spelling.data() + spelling.size();
     double number = 0.0;
     const auto result = std::from_chars(spelling.data(), end, number);
@@ -28,8 +27,8 @@ double readNumber(std::string_view text) noexcept {
 }
 
 std::string obtainSpelling(double number) {
-    char buffer[kNumberTextSize];
-    return std::string(buffer, spellNumber(buffer, number));
+    char buffer[cf::kNumberTextSize];
+    return std::string(buffer, cf::spellNumber(buffer, number));
 }
 
 }  // namespace

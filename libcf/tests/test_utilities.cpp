@@ -82,6 +82,7 @@ TEST(CfConcatURL, EncodesNothing) {
 TEST(CfTrimAsString, RemovesBlanksAtBothEnds) {
     EXPECT_EQ(cfTrimAsString("  api.example.com \t"), "api.example.com");
     EXPECT_EQ(cfTrimAsString(" \t\r\n\v\ftext \t\r\n\v\f"), "text");
+    EXPECT_EQ(cfTrimAsString("\v\f a \f\v"), "a");
 }
 
 TEST(CfTrimAsString, KeepsBlanksWithinTheText) {

@@ -5,8 +5,8 @@
 
 /// What a document owns: the tape of a text, or a built tree.
 struct COJson::Document {
-    ParsedDocument parsed;
-    JsonTree built;
+    cf::ParsedDocument parsed;
+    cf::JsonTree built;
     COJsonValue root;
 };
 
@@ -30,7 +30,7 @@ namespace {
 /// Puts padding behind a text, in the capacity that it has, while this lives.
 class Padding {
 public:
-    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(kJsonPadding, '\0'); }
+    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(cf::kJsonPadding, '\0'); }
     ~Padding() { m_text.resize(m_size); }
     Padding(const Padding&) = delete;
     Padding& operator=(const Padding&) = delete;
@@ -46,7 +46,7 @@ COJson::COJson(std::string_view text) : COJson(text, false) {}
 
 COJson COJson::readInPlace(std::string& text) {
     const std::size_t size = text.size();
-    if (text.capacity() - size < kJsonPadding) {
+    if (text.capacity() - size < cf::kJsonPadding) {
         return COJson(text);
     }
     const Padding padding(text);
@@ -54,8 +54,8 @@ COJson COJson::readInPlace(std::string& text) {
 }
 
 COJson::COJson(std::string_view text, bool isPadded) : m_document(std::make_unique<Document>()) {
-    if (readJson(text, isPadded, m_document->parsed)) {
-        m_document->root = COJsonAccess::make<COJsonValue>(TapePlace(m_document->parsed));
+    if (cf::readJson(text, isPadded, m_document->parsed)) {
+        m_document->root = COJsonAccess::make<COJsonValue>(cf::TapePlace(m_document->parsed));
     } else {
         m_document.reset();
     }

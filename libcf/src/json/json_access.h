@@ -12,7 +12,7 @@
 /// Turns handles and iterators into what they stand for, and back. One into a parsed document has the bytes of a place
 /// on its tape; one into a built tree has a null first word and its node's address in the second.
 struct COJsonAccess {
-    static_assert(std::is_trivially_copyable_v<TapePlace> && sizeof(TapePlace) == sizeof(COJsonValue));
+    static_assert(std::is_trivially_copyable_v<cf::TapePlace> && sizeof(cf::TapePlace) == sizeof(COJsonValue));
 
     template <typename Handle>
     [[nodiscard]] static bool isParsed(const Handle& handle) noexcept {
@@ -20,24 +20,24 @@ struct COJsonAccess {
     }
 
     template <typename Handle>
-    [[nodiscard]] static TapePlace obtainPlace(const Handle& handle) noexcept {
-        return std::bit_cast<TapePlace>(handle);
+    [[nodiscard]] static cf::TapePlace obtainPlace(const Handle& handle) noexcept {
+        return std::bit_cast<cf::TapePlace>(handle);
     }
 
     /// The node of a handle into a built tree; null for any other.
     template <typename Handle>
-    [[nodiscard]] static JsonNode* obtainNode(const Handle& handle) noexcept {
-        return isParsed(handle) ? nullptr : reinterpret_cast<JsonNode*>(handle.m_place);
+    [[nodiscard]] static cf::JsonNode* obtainNode(const Handle& handle) noexcept {
+        return isParsed(handle) ? nullptr : reinterpret_cast<cf::JsonNode*>(handle.m_place);
     }
 
     template <typename Handle>
-    [[nodiscard]] static Handle make(TapePlace place) noexcept {
+    [[nodiscard]] static Handle make(cf::TapePlace place) noexcept {
         return std::bit_cast<Handle>(place);
     }
 
     /// @param node  null gives an undefined handle, or the end of an iteration
     template <typename Handle>
-    [[nodiscard]] static Handle make(const JsonNode* node) noexcept {
+    [[nodiscard]] static Handle make(const cf::JsonNode* node) noexcept {
         Handle handle;
         handle.m_place = reinterpret_cast<std::uintptr_t>(node);
         return handle;

@@ -9,7 +9,7 @@ using Access = COJsonAccess;
 using Type = COJsonValue::Type;
 
 void COJsonValue::setString(std::string_view text) {
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         std::string copy(text);  // first, since `text` may be this value's own
         node->reset(Type::String);
         node->text = std::move(copy);
@@ -20,39 +20,39 @@ void COJsonValue::setDouble(double number) {
     if (!std::isfinite(number)) {
         return setNull();
     }
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         node->reset(Type::Number);
         node->number = number;
     }
 }
 
 void COJsonValue::setBoolean(bool value) {
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         node->reset(Type::Boolean);
         node->boolean = value;
     }
 }
 
 void COJsonValue::setNull() {
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         node->reset(Type::Null);
     }
 }
 
 void COJsonValue::setArray() {
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         node->reset(Type::Array);
     }
 }
 
 void COJsonValue::setObject() {
-    if (JsonNode* node = Access::obtainNode(*this)) {
+    if (cf::JsonNode* node = Access::obtainNode(*this)) {
         node->reset(Type::Object);
     }
 }
 
 COJsonValue COJsonValue::addKeyValue(std::string_view key) {
-    JsonNode* node = Access::obtainNode(*this);
+    cf::JsonNode* node = Access::obtainNode(*this);
     if (node == nullptr || node->type != Type::Object) {
         return {};
     }
@@ -60,7 +60,7 @@ COJsonValue COJsonValue::addKeyValue(std::string_view key) {
 }
 
 COJsonValue COJsonValue::addItem() {
-    JsonNode* node = Access::obtainNode(*this);
+    cf::JsonNode* node = Access::obtainNode(*this);
     if (node == nullptr || node->type != Type::Array) {
         return {};
     }
@@ -93,9 +93,9 @@ void setFromVariant(COJsonValue target, const CMVariant& value, std::size_t leve
         case CMVariant::ValueType::Double:
             return target.setDouble(value.doubleValue());
         case CMVariant::ValueType::List:
-            return level < kMaximumDepth ? setFromList(target, value.listValue(), level + 1) : target.setNull();
+            return level < cf::kMaximumDepth ? setFromList(target, value.listValue(), level + 1) : target.setNull();
         case CMVariant::ValueType::Map:
-            return level < kMaximumDepth ? setFromMap(target, value.mapValue(), level + 1) : target.setNull();
+            return level < cf::kMaximumDepth ? setFromMap(target, value.mapValue(), level + 1) : target.setNull();
         default:
             return target.setNull();
     }

@@ -6,13 +6,12 @@
 #include <limits>
 #include <system_error>
 
+#include "text/characters.h"
 #include "text/numbers.h"
 
-namespace {
+namespace cf {
 
-bool isDigit(char character) noexcept {
-    return character >= '0' && character <= '9';
-}
+namespace {
 
 /// A number token cut into its parts, as far as JSON's grammar allows.
 struct NumberParts {
@@ -161,3 +160,5 @@ std::string replaceNumbersOutOfRange(std::string_view text) {
     }
     return out;
 }
+
+}  // namespace cf

@@ -8,6 +8,8 @@
 
 #include "json/json_numbers.h"
 
+namespace cf {
+
 namespace {
 
 using simdjson::error_code;
@@ -96,3 +98,5 @@ bool readJson(std::string_view text, bool isPadded, ParsedDocument& target) {
     return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
            parseToDepth({replaced, false}, target) == simdjson::SUCCESS;
 }
+
+}  // namespace cf

@@ -5,6 +5,8 @@
 
 #include "json/json_tape.h"
 
+namespace cf {
+
 /// How much memory the engine reads behind a text, though it makes nothing of it.
 inline constexpr std::size_t kJsonPadding = simdjson::SIMDJSON_PADDING;
 
@@ -13,5 +15,7 @@ inline constexpr std::size_t kJsonPadding = simdjson::SIMDJSON_PADDING;
 /// @return false if it is not valid JSON; the document is then of no use
 /// Errors: throws std::bad_alloc
 [[nodiscard]] bool readJson(std::string_view text, bool isPadded, ParsedDocument& document);
+
+}  // namespace cf
 
 #endif

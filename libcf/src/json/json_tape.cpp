@@ -3,6 +3,8 @@
 #include "json/json_access.h"
 #include "text/numbers.h"
 
+namespace cf {
+
 using Type = COJsonValue::Type;
 
 double TapePlace::obtainDouble() const noexcept {
@@ -91,3 +93,5 @@ void TapePlace::writeJson(COJsonWriter& writer) const {
             return writer.writeNull();
     }
 }
+
+}  // namespace cf

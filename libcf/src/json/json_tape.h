@@ -9,6 +9,8 @@
 
 #include "cf/json.h"
 
+namespace cf {
+
 /// The most levels of arrays and objects that a document may have.
 inline constexpr std::size_t kMaximumDepth = 512;
 
@@ -84,5 +86,7 @@ inline TapePlace::Type TapePlace::obtainType() const noexcept {
             return Type::Undefined;
     }
 }
+
+}  // namespace cf
 
 #endif

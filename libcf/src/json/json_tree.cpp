@@ -1,5 +1,7 @@
 #include "json/json_tree.h"
 
+namespace cf {
+
 using Type = COJsonValue::Type;
 
 void JsonNode::reset(Type newType) noexcept {
@@ -90,3 +92,5 @@ void writeTree(const JsonNode& root, COJsonWriter& writer) {
         }
     }
 }
+
+}  // namespace cf

@@ -8,6 +8,8 @@
 
 #include "cf/json.h"
 
+namespace cf {
+
 class JsonTree;
 
 /// One value of a document built member by member. Items and members are a linked list under their container, so that
@@ -49,5 +51,7 @@ private:
 
 /// Writes a node with all under it, without recursion: a tree may be deeper than the stack.
 void writeTree(const JsonNode& root, COJsonWriter& writer);
+
+}  // namespace cf
 
 #endif

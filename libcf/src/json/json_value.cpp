@@ -48,7 +48,7 @@ struct MemberSearch {
 };
 
 /// The general search, from some member to the end of the object. A value found already is kept: the first one counts.
-[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, TapePlace member, TapePlace end) noexcept {
+[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, cf::TapePlace member, cf::TapePlace end) noexcept {
     for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
         const std::string_view key = member.obtainString();
         for (std::size_t index = 0; index < search.count; ++index) {
@@ -61,9 +61,9 @@ struct MemberSearch {
 
 /// The search for members that mostly stand in the order of the keys: it ends with the last of them, and falls back
 /// on the general one where they do not.
-void findInOrder(const MemberSearch& search, TapePlace object) noexcept {
-    const TapePlace end = object.obtainEnd();
-    TapePlace member = object.obtainFirst();
+void findInOrder(const MemberSearch& search, cf::TapePlace object) noexcept {
+    const cf::TapePlace end = object.obtainEnd();
+    cf::TapePlace member = object.obtainFirst();
     for (std::size_t index = 0; index < search.count; ++index) {
         if (member == end) {
             return;
@@ -76,9 +76,9 @@ void findInOrder(const MemberSearch& search, TapePlace object) noexcept {
     }
 }
 
-COJsonValue findMember(TapePlace object, std::string_view key) noexcept {
-    const TapePlace end = object.obtainEnd();
-    for (TapePlace member = object.obtainFirst(); member != end; member = member.obtainValueOfKey().obtainNext()) {
+COJsonValue findMember(cf::TapePlace object, std::string_view key) noexcept {
+    const cf::TapePlace end = object.obtainEnd();
+    for (cf::TapePlace member = object.obtainFirst(); member != end; member = member.obtainValueOfKey().obtainNext()) {
         if (isSameKey(member.obtainString(), key)) {
             return Access::make<COJsonValue>(member.obtainValueOfKey());
         }
@@ -92,16 +92,16 @@ Type COJsonValue::obtainType() const noexcept {
     if (Access::isParsed(*this)) {
         return Access::obtainPlace(*this).obtainType();
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr ? node->type : Type::Undefined;
 }
 
 std::string_view COJsonValue::obtainString() const noexcept {
     if (Access::isParsed(*this)) {
-        const TapePlace place = Access::obtainPlace(*this);
+        const cf::TapePlace place = Access::obtainPlace(*this);
         return place.isString() ? place.obtainString() : std::string_view();
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr && node->type == Type::String ? std::string_view(node->text) : std::string_view();
 }
 
@@ -109,7 +109,7 @@ double COJsonValue::obtainDouble() const noexcept {
     if (Access::isParsed(*this)) {
         return Access::obtainPlace(*this).obtainDouble();
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr ? node->number : 0.0;
 }
 
@@ -117,29 +117,29 @@ std::int64_t COJsonValue::obtainInteger() const noexcept {
     if (Access::isParsed(*this)) {
         return Access::obtainPlace(*this).obtainInteger();
     }
-    return truncateToInteger(obtainDouble());
+    return cf::truncateToInteger(obtainDouble());
 }
 
 bool COJsonValue::obtainBoolean() const noexcept {
     if (Access::isParsed(*this)) {
         return Access::obtainPlace(*this).obtainBoolean();
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr && node->boolean;
 }
 
 COJsonValue COJsonValue::obtainMember(std::string_view key) const noexcept {
     if (Access::isParsed(*this)) {
-        const TapePlace object = Access::obtainPlace(*this);
+        const cf::TapePlace object = Access::obtainPlace(*this);
         return object.isObject() ? findMember(object, key) : COJsonValue();
     }
-    JsonNode* node = Access::obtainNode(*this);
+    cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr ? Access::make<COJsonValue>(node->findMember(key)) : COJsonValue();
 }
 
 void COJsonValue::findMembers(const std::string_view* keys, COJsonValue* values, std::size_t count) const noexcept {
     if (Access::isParsed(*this)) {
-        const TapePlace object = Access::obtainPlace(*this);
+        const cf::TapePlace object = Access::obtainPlace(*this);
         if (object.isObject()) {
             findInOrder({keys, values, count}, object);
         }
@@ -152,10 +152,10 @@ void COJsonValue::findMembers(const std::string_view* keys, COJsonValue* values,
 
 std::size_t COJsonValue::obtainSize() const noexcept {
     if (Access::isParsed(*this)) {
-        const TapePlace place = Access::obtainPlace(*this);
+        const cf::TapePlace place = Access::obtainPlace(*this);
         return place.isArray() || place.isObject() ? place.countChildren() : 0;
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return node != nullptr ? node->childCount : 0;
 }
 
@@ -191,8 +191,8 @@ std::string COJsonValue::obtainJsonString() const {
 void COJsonValue::writeJson(COJsonWriter& writer) const {
     if (Access::isParsed(*this)) {
         Access::obtainPlace(*this).writeJson(writer);
-    } else if (const JsonNode* node = Access::obtainNode(*this)) {
-        writeTree(*node, writer);
+    } else if (const cf::JsonNode* node = Access::obtainNode(*this)) {
+        cf::writeTree(*node, writer);
     } else {
         writer.writeNull();
     }
@@ -206,10 +206,10 @@ COJsonItems::Iterator& COJsonItems::Iterator::operator++() noexcept {
 
 COJsonMember COJsonMembers::Iterator::operator*() const noexcept {
     if (Access::isParsed(*this)) {
-        const TapePlace key = Access::obtainPlace(*this);
+        const cf::TapePlace key = Access::obtainPlace(*this);
         return {key.obtainString(), Access::make<COJsonValue>(key.obtainValueOfKey())};
     }
-    const JsonNode* node = Access::obtainNode(*this);
+    const cf::JsonNode* node = Access::obtainNode(*this);
     return {node->key, Access::make<COJsonValue>(node)};
 }
 

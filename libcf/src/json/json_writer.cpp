@@ -11,7 +11,7 @@ namespace {
 
 // Room kept behind every text, so that a separator, quotes, a number or one escape need no test of their own.
 constexpr std::size_t kSlack = 64;
-static_assert(kSlack >= 2 * kNumberTextSize);
+static_assert(kSlack >= 2 * cf::kNumberTextSize);
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
@@ -61,8 +61,9 @@ struct COJsonWriter::Text {
     /// Needs room for the text.
     [[gnu::always_inline]] static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
         *out++ = '"';
-        out = copyShortPlainText(out, text.data(), text.size(), PlainBytes::ASCII) ? out + text.size()
-                                                                                   : appendText(writer, out, text);
+        out = cf::copyShortPlainText(out, text.data(), text.size(), cf::PlainBytes::ASCII)
+                  ? out + text.size()
+                  : appendText(writer, out, text);
         *out++ = '"';
         return out;
     }
@@ -71,7 +72,7 @@ struct COJsonWriter::Text {
     [[gnu::always_inline]] static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
         char* out = begin(writer, key.size() + valueSize);
         *out++ = '"';
-        if (copyShortPlainText(out, key.data(), key.size(), PlainBytes::ASCII)) {
+        if (cf::copyShortPlainText(out, key.data(), key.size(), cf::PlainBytes::ASCII)) {
             out += key.size();
         } else {
             // Escapes in the key may have taken the value's room.
@@ -84,27 +85,27 @@ struct COJsonWriter::Text {
     // and only in an ill-formed text each sequence is looked at.
     [[gnu::noinline]] static char* appendText(COJsonWriter& writer, char* out, std::string_view text) {
         const char* const end = text.data() + text.size();
-        EscapeProgress progress = escapeText(out, writer.m_limit, text.data(), end, PlainBytes::ASCII);
-        PlainBytes plain = PlainBytes::ASCII;
+        cf::EscapeProgress progress = cf::escapeText(out, writer.m_limit, text.data(), end, cf::PlainBytes::ASCII);
+        cf::PlainBytes plain = cf::PlainBytes::ASCII;
         bool isIllFormed = false;
         while (progress.text != end) {
             text = {progress.text, static_cast<std::size_t>(end - progress.text)};
             progress.out = makeRoom(writer, progress.out, text.size());
-            if (plain == PlainBytes::ASCII && static_cast<unsigned char>(text.front()) >= 0x80) {
-                isIllFormed = isIllFormed || !isValidUTF8(text);
+            if (plain == cf::PlainBytes::ASCII && static_cast<unsigned char>(text.front()) >= 0x80) {
+                isIllFormed = isIllFormed || !cf::isValidUTF8(text);
                 if (isIllFormed) {
                     progress = appendSequence(progress, text);
                 } else {
-                    plain = PlainBytes::All;
+                    plain = cf::PlainBytes::All;
                 }
             }
-            progress = escapeText(progress.out, writer.m_limit, progress.text, end, plain);
+            progress = cf::escapeText(progress.out, writer.m_limit, progress.text, end, plain);
         }
         return progress.out;
     }
 
-    static EscapeProgress appendSequence(EscapeProgress progress, std::string_view text) {
-        const UTF8Sequence sequence = measureUTF8Sequence(text);
+    static cf::EscapeProgress appendSequence(cf::EscapeProgress progress, std::string_view text) {
+        const cf::UTF8Sequence sequence = cf::measureUTF8Sequence(text);
         const std::string_view written = sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter;
         return {append(progress.out, written), progress.text + sequence.size};
     }
@@ -113,7 +114,7 @@ struct COJsonWriter::Text {
 
     template <typename Number>
     static void writeNumber(COJsonWriter& writer, Number number) {
-        end(writer, spellNumber(begin(writer, 0), number));
+        end(writer, cf::spellNumber(begin(writer, 0), number));
     }
 };
 

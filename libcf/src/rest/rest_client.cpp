@@ -8,7 +8,6 @@
 #include "rest/rest_connections.h"
 #include "rest/rest_errors.h"
 #include "rest/rest_headers.h"
-#include "rest/rest_text.h"
 #include "rest/rest_url.h"
 
 namespace {

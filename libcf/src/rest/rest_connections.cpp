@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "rest/rest_signals.h"
-#include "rest/rest_text.h"
+#include "text/characters.h"
 
 namespace {
 
@@ -41,7 +41,7 @@ void initializeCurl() {
 bool isHeaderNamed(std::string_view line, std::string_view name) noexcept {
     // The colon alone tells most lines apart.
     return line.size() >= name.size() && line[name.size() - 1] == ':' &&
-           isEqualIgnoringCase(line.substr(0, name.size()), name);
+           cf::isEqualIgnoringCase(line.substr(0, name.size()), name);
 }
 
 std::string_view obtainHeaderValue(std::string_view line) noexcept {

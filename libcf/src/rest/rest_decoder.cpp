@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <new>
 
-#include "rest/rest_text.h"
+#include "text/characters.h"
 
 namespace {
 
@@ -12,13 +12,14 @@ constexpr int kGzipWindowBits = MAX_WBITS + 16;
 constexpr Bytef kGzipFirstByte = 0x1F;
 
 CMRestCoding obtainCoding(std::string_view name) noexcept {
-    if (isEqualIgnoringCase(name, "gzip") || isEqualIgnoringCase(name, "x-gzip")) {
+    if (cf::isEqualIgnoringCase(name, "gzip") || cf::isEqualIgnoringCase(name, "x-gzip")) {
         return CMRestCoding::Gzip;
     }
-    if (isEqualIgnoringCase(name, "deflate")) {
+    if (cf::isEqualIgnoringCase(name, "deflate")) {
         return CMRestCoding::Deflate;
     }
-    const bool isNone = name.empty() || isEqualIgnoringCase(name, "identity") || isEqualIgnoringCase(name, "none");
+    const bool isNone =
+        name.empty() || cf::isEqualIgnoringCase(name, "identity") || cf::isEqualIgnoringCase(name, "none");
     return isNone ? CMRestCoding::None : CMRestCoding::Unknown;
 }
 
@@ -36,8 +37,8 @@ int obtainWindowBits(CMRestCoding coding, char firstByte) noexcept {
 CMRestCoding addNames(CMRestCoding known, std::string_view names, std::string_view passedOver) noexcept {
     while (!names.empty()) {
         const std::size_t end = std::min(names.find(','), names.size());
-        const std::string_view name = trimBlanks(names.substr(0, end));
-        const CMRestCoding coding = isEqualIgnoringCase(name, passedOver) ? CMRestCoding::None : obtainCoding(name);
+        const std::string_view name = cf::trimHTTPBlanks(names.substr(0, end));
+        const CMRestCoding coding = cf::isEqualIgnoringCase(name, passedOver) ? CMRestCoding::None : obtainCoding(name);
         if (coding != CMRestCoding::None) {
             known = known == CMRestCoding::None ? coding : CMRestCoding::Unknown;
         }
@@ -59,7 +60,7 @@ CMRestCoding addTransferCoding(CMRestCoding known, std::string_view value) noexc
 }
 
 bool endsChunked(std::string_view value) noexcept {
-    return isEqualIgnoringCase(trimBlanks(value.substr(value.find_last_of(',') + 1)), kChunked);
+    return cf::isEqualIgnoringCase(cf::trimHTTPBlanks(value.substr(value.find_last_of(',') + 1)), kChunked);
 }
 
 CMRestDecoder::CMRestDecoder(CMRestCoding coding, char firstByte) : m_coding(coding) {

@@ -2,19 +2,19 @@
 
 #include <algorithm>
 
-#include "rest/rest_text.h"
+#include "text/characters.h"
 
 namespace {
 
 bool isTokenCharacter(char byte) noexcept {
     constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-    return isLetterOrDigit(byte) || kMarks.find(byte) != std::string_view::npos;
+    return cf::isLetterOrDigit(byte) || kMarks.find(byte) != std::string_view::npos;
 }
 
 }  // namespace
 
 bool isSendableHeaderValue(std::string_view value) noexcept {
-    return std::none_of(value.begin(), value.end(), isControlCharacter);
+    return std::none_of(value.begin(), value.end(), cf::isControlCharacter);
 }
 
 bool isSendableHeader(std::string_view name, std::string_view value) noexcept {

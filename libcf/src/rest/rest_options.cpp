@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "rest/rest_connections.h"
-#include "rest/rest_text.h"
+#include "text/characters.h"
 
 // How the curl handle is set up: once when it is made, and for each exchange. A reset keeps its connections.
 
@@ -20,7 +20,7 @@ long toCurlTimeout(std::chrono::milliseconds limit, long unlimited) {
 void addParams(CMRestHeaderList& headers, const CMRestParams& params, bool hasJSONBody) {
     for (const auto& [name, value] : params) {
         // A JSON body has one content type, its own.
-        if (!hasJSONBody || !isEqualIgnoringCase(name, kContentType)) {
+        if (!hasJSONBody || !cf::isEqualIgnoringCase(name, kContentType)) {
             headers.addHeader(name, value);
         }
     }

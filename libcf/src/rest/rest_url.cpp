@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "rest/rest_text.h"
+#include "text/characters.h"
 
 namespace {
 
@@ -20,7 +20,7 @@ void appendHexByte(std::string& target, char byte) {
 }
 
 bool isUnreserved(char byte) noexcept {
-    return isLetterOrDigit(byte) || byte == '-' || byte == '.' || byte == '_' || byte == '~';
+    return cf::isLetterOrDigit(byte) || byte == '-' || byte == '.' || byte == '_' || byte == '~';
 }
 
 void appendEncoded(std::string& target, std::string_view text) {
@@ -86,7 +86,7 @@ bool isSoundHostPort(std::string_view hostPort) noexcept {
     const std::string_view host = hostPort.substr(0, colon);
     const std::string_view port = colon == std::string_view::npos ? "" : hostPort.substr(colon + 1);
     return !host.empty() && port.size() <= 5 &&
-           std::all_of(port.begin(), port.end(), [](char byte) { return isDigit(byte); });
+           std::all_of(port.begin(), port.end(), [](char byte) { return cf::isDigit(byte); });
 }
 
 /// The query with each value masked. A part without "=" is masked whole: it may be a bare token.
@@ -114,7 +114,7 @@ std::string encodeControlCharacters(std::string_view text) {
     std::string encoded;
     encoded.reserve(text.size());
     for (const char byte : text) {
-        if (isControlCharacter(byte)) {
+        if (cf::isControlCharacter(byte)) {
             appendHexByte(encoded, byte);
         } else {
             encoded += byte;
@@ -144,17 +144,18 @@ std::string buildRequestURL(const std::string& url, const CMRestParams& queryPar
 
 bool isRequestableURL(std::string_view url) noexcept {
     const bool hasBadByte =
-        std::any_of(url.begin(), url.end(), [](char byte) { return byte == ' ' || isControlCharacter(byte); });
+        std::any_of(url.begin(), url.end(), [](char byte) { return byte == ' ' || cf::isControlCharacter(byte); });
     if (hasBadByte || url.size() > kLongestURL) {
         return false;
     }
     const URLParts parts = splitURL(url);
-    const bool isKnownScheme = isEqualIgnoringCase(parts.scheme, "http") || isEqualIgnoringCase(parts.scheme, "https");
+    const bool isKnownScheme =
+        cf::isEqualIgnoringCase(parts.scheme, "http") || cf::isEqualIgnoringCase(parts.scheme, "https");
     return isKnownScheme && isSoundHostPort(parts.hostPort);
 }
 
 bool isTLSURL(std::string_view url) noexcept {
-    return isEqualIgnoringCase(splitURL(url).scheme, "https");
+    return cf::isEqualIgnoringCase(splitURL(url).scheme, "https");
 }
 
 std::string redactURL(std::string_view url) {

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+namespace cf {
+
 /// Room for any number that spellNumber() writes: the longest double is "-2.2250738585072014e-308", 24 characters.
 inline constexpr std::size_t kNumberTextSize = 32;
 
@@ -20,5 +22,7 @@ template <typename Number>
 [[nodiscard]] inline std::int64_t truncateToInteger(double number) noexcept {
     return number >= -0x1p63 && number < 0x1p63 ? static_cast<std::int64_t>(number) : 0;
 }
+
+}  // namespace cf
 
 #endif

@@ -7,6 +7,8 @@
 #include <immintrin.h>
 #endif
 
+namespace cf {
+
 namespace {
 
 /// What a byte is written as.
@@ -211,3 +213,5 @@ EscapeProgress escapeText(char* out, const char* limit, const char* text, const 
 }
 
 #endif
+
+}  // namespace cf

@@ -9,6 +9,8 @@
 #include <emmintrin.h>
 #endif
 
+namespace cf {
+
 /// Which bytes go into a JSON string as they are: never the quote, the backslash and the control characters.
 enum class PlainBytes {
     ASCII,  ///< 20 to 7F
@@ -123,5 +125,7 @@ template <typename Half>
     }
     return size >= sizeof(std::uint32_t) && copyPlainHalves<std::uint32_t>(out, text, size, plain);
 }
+
+}  // namespace cf
 
 #endif

@@ -2,6 +2,8 @@
 
 #include <simdjson.h>
 
+namespace cf {
+
 namespace {
 
 /// How a lead byte goes on: the number of bytes in all (0: no lead byte), and the range of its second byte. All
@@ -59,3 +61,5 @@ UTF8Sequence measureUTF8Sequence(std::string_view text) noexcept {
     }
     return {lead.size, true};
 }
+
+}  // namespace cf

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <string_view>
 
+namespace cf {
+
 /// Whether the whole text is well-formed UTF-8.
 [[nodiscard]] bool isValidUTF8(std::string_view text) noexcept;
 
@@ -16,5 +18,7 @@ struct UTF8Sequence {
 
 /// @param text  not empty
 [[nodiscard]] UTF8Sequence measureUTF8Sequence(std::string_view text) noexcept;
+
+}  // namespace cf
 
 #endif

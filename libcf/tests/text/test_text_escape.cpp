@@ -8,6 +8,7 @@
 
 #include "text/text_escape.h"
 
+namespace cf {
 namespace {
 
 using Escape = EscapeProgress (*)(char*, const char*, const char*, const char*, PlainBytes) noexcept;
@@ -160,3 +161,4 @@ TEST(TextEscape, StopsBeforeAByteBeyondASCII) {
 }
 
 }  // namespace
+}  // namespace cf
