@@ -1,9 +1,5 @@
 #include "bench_server.h"
 
-#include <unistd.h>
-
-#include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
@@ -11,39 +7,28 @@ namespace {
 
 constexpr const char* kSystemBundle = "/etc/ssl/certs/ca-certificates.crt";
 
-std::string writeBundle(const std::string& ownCertificate) {
-    std::ifstream system(kSystemBundle);
-    if (!system) {
+std::string readSystemBundle() {
+    std::string bundle = readFile(kSystemBundle);
+    if (bundle.empty()) {
         throw std::runtime_error(std::string("there is no ") + kSystemBundle);
     }
-    std::string path = (std::filesystem::temp_directory_path() / "kai-bench-XXXXXX").string();
-    const int file = mkstemp(path.data());
-    if (file < 0) {
-        throw std::runtime_error("no temporary file");
-    }
-    close(file);
-    std::ofstream(path) << system.rdbuf() << ownCertificate;
-    return path;
+    return bundle;
 }
 
 }  // namespace
 
 BenchServer::BenchServer(bool isTLS)
-    : m_process({obtainSiblingPath("kai_bench_server"), isTLS ? "tls" : "plain"}),
+    : m_process({.arguments = {obtainSiblingPath("kai_bench_server"), isTLS ? "tls" : "plain"},
+                 .errors = ChildProcessSetup::Errors::Inherited}),
       m_authority("127.0.0.1:" + m_process.readLine()) {
     if (isTLS) {
-        m_bundleFile = writeBundle(m_process.readBytes(std::stoul(m_process.readLine())));
-    }
-}
-
-BenchServer::~BenchServer() {
-    if (!m_bundleFile.empty()) {
-        unlink(m_bundleFile.c_str());
+        m_bundleFile =
+            m_folder.write("bundle.pem", readSystemBundle() + m_process.readBytes(std::stoul(m_process.readLine())));
     }
 }
 
 RecordedRequest BenchServer::obtainLastRequest() {
-    m_process.writeLine("last");
+    m_process.write("last\n");
     RecordedRequest request;
     request.target = m_process.readLine();
     for (std::string line; !(line = m_process.readLine()).empty();) {
@@ -55,7 +40,7 @@ RecordedRequest BenchServer::obtainLastRequest() {
 }
 
 ConnectionCounts BenchServer::obtainCounts() {
-    m_process.writeLine("counts");
+    m_process.write("counts\n");
     ConnectionCounts counts;
     std::istringstream(m_process.readLine()) >> counts.connections >> counts.handshakes;
     return counts;

@@ -2,12 +2,12 @@
 #define BENCH_SERVER_H
 
 #include <cstddef>
-#include <filesystem>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "child_process.h"
+#include "temporary_folder.h"
 
 /// A request as the server received it.
 struct RecordedRequest {
@@ -28,9 +28,6 @@ struct ConnectionCounts {
 class BenchServer {
 public:
     explicit BenchServer(bool isTLS);
-    ~BenchServer();
-    BenchServer(const BenchServer&) = delete;
-    BenchServer& operator=(const BenchServer&) = delete;
 
     /// "127.0.0.1:PORT"
     [[nodiscard]] const std::string& obtainAuthority() const { return m_authority; }
@@ -43,6 +40,7 @@ public:
 
 private:
     ChildProcess m_process;
+    TemporaryFolder m_folder;
     std::string m_authority;
     std::string m_bundleFile;
 };

@@ -1,7 +1,8 @@
 #include "case_runner.h"
 
+#include <chrono>
 #include <cstdio>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -30,11 +31,22 @@ std::vector<std::string> buildCommand(const std::string& program, const BenchCas
     return command;
 }
 
-Values runCase(const std::string& program, const BenchCase& benchCase) {
-    return readValues(ChildProcess(buildCommand(program, benchCase)).finish());
+/// Runs a program to its end. Throws std::runtime_error when it does not exit with 0.
+std::string runCommand(const std::vector<std::string>& command) {
+    ChildProcess process(
+        {.arguments = command, .errors = ChildProcessSetup::Errors::Inherited, .patience = std::chrono::hours(1)});
+    process.closeInput();
+    if (process.wait() != 0) {
+        throw std::runtime_error(command.front() + " failed");
+    }
+    return process.obtainOutput();
 }
 
-double readTotalInstructions(const std::filesystem::path& file) {
+Values runCase(const std::string& program, const BenchCase& benchCase) {
+    return readValues(runCommand(buildCommand(program, benchCase)));
+}
+
+double readTotalInstructions(const std::string& file) {
     std::ifstream stream(file);
     for (std::string word; stream >> word;) {
         if (word == "totals:") {
@@ -48,19 +60,6 @@ double readTotalInstructions(const std::filesystem::path& file) {
 
 }  // namespace
 
-CaseRunner::CaseRunner() {
-    std::string path = (std::filesystem::temp_directory_path() / "kai-bench-XXXXXX").string();
-    if (mkdtemp(path.data()) == nullptr) {
-        throw std::runtime_error("no temporary directory");
-    }
-    m_directory = path;
-}
-
-CaseRunner::~CaseRunner() {
-    std::error_code ignored;
-    std::filesystem::remove_all(m_directory, ignored);
-}
-
 BenchCost CaseRunner::obtainCost(const BenchCase& benchCase) {
     const auto found = m_costs.find(benchCase);
     return found != m_costs.end() ? found->second : m_costs[benchCase] = measureCost(benchCase);
@@ -72,10 +71,10 @@ Values CaseRunner::obtainMemory(const BenchCase& benchCase) {
 }
 
 BenchCost CaseRunner::measureCost(const BenchCase& benchCase) const {
-    const std::filesystem::path counts = m_directory / "callgrind.out";
+    const std::string counts = m_folder.name("callgrind.out");
     std::vector<std::string> command{"valgrind",           "--quiet",
                                      "--tool=callgrind",   "--collect-atstart=no",
-                                     "--instr-atstart=no", "--callgrind-out-file=" + counts.string()};
+                                     "--instr-atstart=no", "--callgrind-out-file=" + counts};
     const std::vector<std::string> bare = buildCommand("kai_bench", benchCase);
     command.insert(command.end(), bare.begin(), bare.end());
     std::fprintf(stderr, "measuring:");
@@ -83,13 +82,13 @@ BenchCost CaseRunner::measureCost(const BenchCase& benchCase) const {
         std::fprintf(stderr, " %s", word->c_str());
     }
     std::fprintf(stderr, "\n");
-    ChildProcess(command).finish();
+    runCommand(command);
     return {.instructions = readTotalInstructions(counts) / static_cast<double>(benchCase.repeats),
             .seconds = runCase("kai_bench", benchCase)["seconds"]};
 }
 
 double CaseRunner::obtainStrippedSize(const std::string& file) const {
-    const std::filesystem::path stripped = m_directory / "stripped";
-    ChildProcess({"strip", "-o", stripped.string(), file}).finish();
+    const std::string stripped = m_folder.name("stripped");
+    runCommand({"strip", "-o", stripped, file});
     return static_cast<double>(std::filesystem::file_size(stripped));
 }

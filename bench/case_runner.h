@@ -2,10 +2,11 @@
 #define BENCH_CASE_RUNNER_H
 
 #include <cstddef>
-#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
+
+#include "temporary_folder.h"
 
 /// What kai_bench is asked to measure.
 struct BenchCase {
@@ -25,11 +26,6 @@ struct BenchCost {
 /// Runs kai_bench, each case once, however often it is asked for.
 class CaseRunner {
 public:
-    CaseRunner();
-    ~CaseRunner();
-    CaseRunner(const CaseRunner&) = delete;
-    CaseRunner& operator=(const CaseRunner&) = delete;
-
     /// The instructions under callgrind, and the time without it. Throws std::runtime_error when a run fails.
     BenchCost obtainCost(const BenchCase& benchCase);
     /// What the case prints in the program that counts allocations.
@@ -40,7 +36,7 @@ public:
 private:
     BenchCost measureCost(const BenchCase& benchCase) const;
 
-    std::filesystem::path m_directory;
+    TemporaryFolder m_folder;
     std::map<BenchCase, BenchCost> m_costs;
     std::map<BenchCase, std::map<std::string, double>> m_memory;
 };

@@ -5,7 +5,7 @@
 #include <new>
 
 #include "cf/assertion.h"
-#include "commands.h"
+#include "commands/commands.h"
 #include "host_error.h"
 #include "options.h"
 #include "terminal/console.h"

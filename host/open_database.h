@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "conversation/conversation.h"
+#include "conversation/assistant.h"
 #include "sqlite/schema_reader.h"
 #include "sqlite/sqlite_database.h"
 #include "terminal/console.h"

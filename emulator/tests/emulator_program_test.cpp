@@ -1,107 +1,40 @@
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <future>
 
+#include "child_process.h"
 #include "emulator_client.h"
+#include "temporary_folder.h"
 
 namespace {
 
 using testing::HasSubstr;
 
-class TemporaryFolder {
+/// A running kai-emulator. Its standard output and error come through one pipe.
+class Program : public ChildProcess {
 public:
-    TemporaryFolder() {
-        std::string name = (std::filesystem::temp_directory_path() / "emulator-test-XXXXXX").string();
-        m_path = ::mkdtemp(name.data());
-    }
-    ~TemporaryFolder() { std::filesystem::remove_all(m_path); }
-    TemporaryFolder(const TemporaryFolder&) = delete;
-    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+    explicit Program(const std::vector<std::string>& arguments) : ChildProcess(setUp(arguments)) {}
 
-    [[nodiscard]] std::string write(const std::string& name, const std::string& text) const {
-        std::ofstream(m_path / name) << text;
-        return m_path / name;
-    }
-    [[nodiscard]] std::string name(const std::string& name) const { return m_path / name; }
-
-private:
-    std::filesystem::path m_path;
-};
-
-std::string readFile(const std::string& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-// A running kai-emulator. Its standard output and error come through one pipe.
-class Program {
-public:
-    explicit Program(std::vector<std::string> arguments) {
-        int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0) {
-            throw std::runtime_error("no pipe");
-        }
-        // Everything is made ready before the fork: another thread may hold the allocator's lock at that moment.
-        std::vector<char*> words{const_cast<char*>(KAI_EMULATOR_PROGRAM)};
-        for (auto& argument : arguments) {
-            words.push_back(argument.data());
-        }
-        words.push_back(nullptr);
-        m_process = fork();
-        if (m_process == 0) {
-            dup2(ends[1], STDOUT_FILENO);
-            dup2(ends[1], STDERR_FILENO);
-            execv(KAI_EMULATOR_PROGRAM, words.data());
-            _exit(127);
-        }
-        ::close(ends[1]);
-        m_output = ends[0];
-    }
-    ~Program() {
-        if (m_process > 0) {
-            kill(m_process, SIGKILL);
-            waitpid(m_process, nullptr, 0);
-        }
-        ::close(m_output);
-    }
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
-
-    // Up to the next line's end; less at the end of the output.
-    std::string readLine() {
-        std::string line;
-        char letter = 0;
-        while (::read(m_output, &letter, 1) == 1 && letter != '\n') {
-            line.push_back(letter);
-        }
-        return line;
-    }
     int end(int signal) {
-        kill(m_process, signal);
-        return waitForExit();
-    }
-    int waitForExit() {
-        int status = 0;
-        waitpid(std::exchange(m_process, -1), &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+        sendSignal(signal);
+        return wait();
     }
 
 private:
-    pid_t m_process = -1;
-    int m_output = -1;
+    static ChildProcessSetup setUp(const std::vector<std::string>& arguments) {
+        ChildProcessSetup setup{.arguments = {KAI_EMULATOR_PROGRAM}, .errors = ChildProcessSetup::Errors::WithOutput};
+        setup.arguments.insert(setup.arguments.end(), arguments.begin(), arguments.end());
+        return setup;
+    }
 };
 
 std::string failToStart(const std::vector<std::string>& arguments) {
     Program program(arguments);
     const std::string line = program.readLine();
-    EXPECT_EQ(program.waitForExit(), 2) << line;
+    EXPECT_EQ(program.wait(), 2) << line;
     return line;
 }
 
@@ -211,5 +144,5 @@ TEST(EmulatorProgram, SaysInOneLineWhyItDoesNotStart) {
 TEST(EmulatorProgram, HelpsOnRequest) {
     Program program({"--help"});
     EXPECT_THAT(program.readLine(), HasSubstr("Emulates"));
-    EXPECT_EQ(program.waitForExit(), 0);
+    EXPECT_EQ(program.wait(), 0);
 }

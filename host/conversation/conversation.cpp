@@ -1,214 +1,141 @@
 #include "conversation/conversation.h"
 
-#include <memory>
-#include <utility>
-
-#include "cf/json.h"
+#include "conversation/atomic_file.h"
+#include "conversation/instructions.h"
+#include "conversation/sql_extractor.h"
 #include "host_error.h"
+#include "sqlite/query_runner.h"
 #include "terminal/interrupts.h"
+#include "terminal/table_printer.h"
 #include "terminal/text_safety.h"
+
+#include <iostream>
+#include <sstream>
 
 namespace host {
 namespace {
 
-CMVariantMap makeTextMap(const std::map<std::string, std::string>& texts) {
-    return {texts.begin(), texts.end()};
-}
+/// A key shorter than this is not looked for in a session text, where it could be a word of the format.
+constexpr std::size_t kMinKeyLengthInFiles = 16;
 
-void fillProperties(IKAIProperties& properties, const AssistantSettings& settings) {
-    const auto setIfGiven = [&](const char* key, const std::string& value) {
-        if (!value.empty()) {
-            properties.setProperty(key, value);
-        }
-    };
-    setIfGiven("api_host", settings.apiHost);
-    setIfGiven("model", settings.model);
-    setIfGiven("temperature", settings.temperature);
-    if (settings.userInstructions) {
-        properties.setProperty("user_instructions", *settings.userInstructions);
+std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& console) {
+    if (options.database.empty()) {
+        return std::nullopt;
     }
-    if (!settings.systemInstructions.empty()) {
-        properties.setProperty("system_instructions", makeTextMap(settings.systemInstructions));
-    }
-    if (settings.structure.getValueType() != CMVariant::ValueType::Null) {
-        properties.setProperty("db_structure", settings.structure);
-    }
-}
-
-std::string joinSections(IKAIMessage& message) {
-    std::string text;
-    for (IKAIMessageSection* section : message.obtainSections()) {
-        text += (text.empty() ? "" : "\n") + std::string(section->obtainText());
-    }
-    return text;
-}
-
-/// What stands on the service, by the names that the service gave.
-std::string describeLeftovers(const std::string& sessionText) {
-    const COJson session{std::string_view(sessionText)};
-    return "the assistant '" + makeOneLine(session.obtainMember("assistant_id").obtainString()) + "' and the thread '" +
-           makeOneLine(session.obtainMember("thread_id").obtainString()) + "'";
+    return openDatabase(options.database, console);
 }
 
 }  // namespace
 
-SavedSession readSavedSession(const std::string& sessionText) {
-    const COJson session{std::string_view(sessionText)};
-    const auto readText = [&](std::string_view key) { return std::string(session.obtainMember(key).obtainString()); };
-    SavedSession saved;
-    saved.settings.apiHost = readText("api_host");
-    saved.settings.model = readText("model");
-    saved.settings.userInstructions = readText("user_instructions");
-    for (const COJsonValue entry : session.obtainMember("system_instructions").obtainItems()) {
-        saved.settings.systemInstructions.insert_or_assign(std::string(entry.obtainMember("key").obtainString()),
-                                                           std::string(entry.obtainMember("value").obtainString()));
+ApiKey obtainKey(const Provider& provider, const Options& options, Console& console) {
+    std::string warning;
+    ApiKey key = ApiKey::obtain(provider, options.key, warning);
+    console.setKey(key);
+    if (!warning.empty()) {
+        console.note(warning);
     }
-    if (std::string structure = readText("db_structure"); !structure.empty()) {
-        saved.settings.structure = std::move(structure);
-    }
-    for (const COJsonValue message : session.obtainMember("messages").obtainItems()) {
-        ++saved.messageCount;
-        saved.messageBytes += message.obtainMember("content").obtainString().size();
-    }
-    return saved;
+    return key;
 }
 
-Conversation::Conversation(const Provider& provider, const ApiKey& key, const std::string& apiHost,
-                           ExchangeWatch& watch, Console& console)
-    : m_provider(provider), m_key(key), m_watch(watch), m_console(console) {
-    std::unique_ptr<ICSHTTPPoolCenter> pool(cfCreateHTTPPoolCenter());
-    m_assistant.reset(KAICreateAssistant(provider.type, pool.get(), key.obtainText(), apiHost));
-    if (m_assistant == nullptr) {
-        throw HostError(ExitCode::Usage, "the provider " + std::string(provider.name) +
-                                             " is not built into this libkai; choose another with --provider");
+Conversation::Conversation(const Options& options, Console& console)
+    : m_options(options),
+      m_console(console),
+      m_database(openNamedDatabase(options, console)),
+      m_setup(setUpConversation(options, m_database ? &*m_database : nullptr)),
+      m_key(obtainKey(*m_setup.provider, options, console)),
+      m_watch(console, options.http) {
+    if (!options.saveFile.empty()) {
+        checkSaveTarget(options.saveFile);
     }
-    static_cast<void>(pool.release());  // it is the assistant's now
+    m_watch.install();
+    m_assistant = std::make_unique<Assistant>(*m_setup.provider, m_key, options.apiHost.value_or(""), m_watch, console);
+    checkSavedHost(m_setup, options, m_assistant->obtainApiHost());
+    m_setup.settings.apiHost = m_assistant->obtainApiHost();
+    if (m_setup.saved) {
+        saySwitch();
+        m_assistant->resume(m_setup.saved->sessionText);
+        m_assistant->configure(m_setup.settings);
+    } else {
+        m_assistant->configure(m_setup.settings);
+        m_assistant->begin();
+    }
 }
 
-Conversation::~Conversation() {
-    if (m_isOnService && !m_isKept) {
-        try {
-            cleanUp();
-        } catch (const std::exception& error) {
-            m_console.note("cannot clean up on the service: " + makeOneLine(error.what()));
+void Conversation::saySwitch() const {
+    const AssistantSettings& former = m_setup.savedSummary.settings;
+    const AssistantSettings& now = m_setup.settings;
+    const auto describe = [](const std::string& before, const std::string& after) {
+        return makeOneLine(before == after ? after : "'" + before + "' -> '" + after + "'");
+    };
+    m_console.note("continuing with " + describe(m_setup.saved->provider, std::string(m_setup.provider->name)) +
+                   ", model " + describe(former.model, now.model) + ", host " + describe(former.apiHost, now.apiHost));
+}
+
+void Conversation::ask(const std::string& question) {
+    warnOfLongPrompt(question);
+    const std::string answer = m_assistant->ask(question);
+    m_sql = extractSql(answer);
+    if (answer.empty()) {
+        m_console.note("the model gave an empty answer; ask again or choose another --model");
+    } else {
+        m_console.printText(answer);
+        m_console.flush();
+    }
+    save();
+}
+
+void Conversation::warnOfLongPrompt(const std::string& question) {
+    if (!m_setup.provider->isContextWindowShort || m_isLongPromptWarned) {
+        return;
+    }
+    const std::string warning = warnOfContextWindow(m_assistant->measurePrompt() + question.size());
+    m_isLongPromptWarned = !warning.empty();
+    if (m_isLongPromptWarned) {
+        m_console.note(warning);
+    }
+}
+
+void Conversation::save() {
+    if (m_options.saveFile.empty()) {
+        return;
+    }
+    const std::string sessionText = m_key.redact(m_assistant->serialize(), kMinKeyLengthInFiles);
+    replaceFileContent(m_options.saveFile, writeConversation(m_setup.describe(sessionText)));
+    if (m_options.isKept) {
+        m_assistant->keepOnService();
+    }
+}
+
+void Conversation::runSql(std::optional<std::size_t> block) {
+    if (!m_database) {
+        throw HostError(ExitCode::Usage, "no database to run the SQL on; name it with --db");
+    }
+    if (m_sql.empty()) {
+        m_console.note("the answer has no SQL to run");
+        return;
+    }
+    if (block && *block >= m_sql.size()) {
+        throw HostError(ExitCode::Usage,
+                        "the answer has no block of SQL with this number; it has " + std::to_string(m_sql.size()));
+    }
+    for (std::size_t i = 0; i < m_sql.size(); ++i) {
+        if (!block || *block == i) {
+            runBlock(m_sql[i]);
         }
     }
 }
 
-std::vector<std::string> Conversation::listModels() {
-    const ExchangeWatch::Turn turn(m_watch, ExchangeWatch::Cancelling::AtOnce);
-    auto [models, error] = m_assistant->obtainAvailableModels();
-    if (!error.empty()) {
-        fail(error);
+void Conversation::runBlock(const std::string& sql) {
+    const QueryRunner runner(m_database->database, m_options.limits, [] { return Interrupts::isRequested(); });
+    const std::size_t count = runner.run(sql, [&](const ResultTable& table) {
+        std::ostringstream text;
+        printTable(text, table, m_options.maxCellColumns);
+        m_console.printPlain("\n" + m_console.redact(text.str()));
+        m_console.flush();
+    });
+    if (count == 0) {
+        m_console.note("the block of SQL has no statement in it");
     }
-    return std::move(models);
-}
-
-void Conversation::configure(const AssistantSettings& settings) {
-    const ExchangeWatch::Turn turn(m_watch, ExchangeWatch::Cancelling::Reluctant);
-    const std::string error =
-        m_assistant->setAssistantProperties([&](IKAIProperties* properties) { fillProperties(*properties, settings); });
-    if (!error.empty()) {
-        fail(error);
-    }
-    m_isOnService = !m_provider.isHistoryLocal;
-}
-
-void Conversation::begin() {
-    const ExchangeWatch::Turn turn(m_watch, ExchangeWatch::Cancelling::Reluctant);
-    auto [session, error] = m_assistant->createSession();
-    m_session.reset(session);
-    if (!error.empty()) {
-        fail(error);
-    }
-}
-
-void Conversation::resume(const std::string& sessionText) {
-    auto [session, error] = m_assistant->restoreSession(sessionText);
-    m_session.reset(session);
-    if (!error.empty()) {
-        throw HostError(ExitCode::Usage, "cannot continue the conversation: " + makeOneLine(error) +
-                                             "; the file is damaged or belongs to another provider");
-    }
-    m_isKept = true;
-    m_isOnService = !m_provider.isHistoryLocal;
-    m_messageBytes = readSavedSession(sessionText).messageBytes;
-}
-
-std::string Conversation::ask(const std::string& question) {
-    const ExchangeWatch::Turn turn(m_watch, ExchangeWatch::Cancelling::AtOnce);
-    auto [answer, error] = m_assistant->addMessage(m_session.get(), question);
-    const std::unique_ptr<IKAIMessage, KaiDeleter> message(answer);
-    if (!error.empty()) {
-        fail(error);
-    }
-    std::string text = joinSections(*message);
-    m_messageBytes += question.size() + text.size();
-    return text;
-}
-
-void Conversation::deleteOnService() {
-    std::string error;
-    {
-        const ExchangeWatch::Turn turn(m_watch, ExchangeWatch::Cancelling::AtOnce);
-        error = m_assistant->destroySession(m_session.get());
-    }
-    if (!error.empty()) {
-        fail(error);
-    }
-    m_isOnService = false;
-}
-
-/// Deletes what stands on the service. The assistant there goes with its last thread: where no thread was made, one is.
-/// A request that fails is tried once more, since nothing else will ever clear this up.
-void Conversation::cleanUp() {
-    Interrupts::clear();
-    for (int attempt = 0; m_isOnService; ++attempt) {
-        try {
-            if (m_session == nullptr) {
-                begin();
-            }
-            deleteOnService();
-        } catch (const HostError& error) {
-            if (attempt == 0 && error.obtainCode() != ExitCode::Cancelled) {
-                continue;
-            }
-            m_console.note("cannot clean up on the service: " + std::string(error.what()));
-            m_console.note("left on the service: " +
-                           (m_session != nullptr ? describeLeftovers(serialize()) : std::string("an assistant")) +
-                           "; delete it there");
-            return;
-        }
-    }
-}
-
-std::string Conversation::obtainApiHost() const {
-    return readProperty("api_host").stringValue();
-}
-
-std::string Conversation::obtainCombinedInstructions() const {
-    return readProperty("combined_instructions").stringValue();
-}
-
-std::size_t Conversation::measurePrompt() const {
-    return obtainCombinedInstructions().size() + m_messageBytes;
-}
-
-CMVariant Conversation::readProperty(const std::string& key) const {
-    IKAIProperties* properties = m_assistant->obtainAssistantProperties();
-    // An OpenAI assistant hands out its own object, the others a copy.
-    const std::unique_ptr<IKAIProperties, KaiDeleter> copy(m_provider.type == KAIAssistantType::OPENAI ? nullptr
-                                                                                                       : properties);
-    return properties->obtainProperty(key);
-}
-
-void Conversation::fail(const std::string& errorText) const {
-    if (Interrupts::isRequested()) {
-        throw HostError(ExitCode::Cancelled, "cancelled; the conversation is as it was");
-    }
-    throw HostError(ExitCode::Provider, std::string(m_provider.name) + " at " + makeOneLine(obtainApiHost()) + ": " +
-                                            makeOneLine(errorText) +
-                                            m_watch.suggestRemedy(errorText, m_key.obtainOrigin()));
 }
 
 }  // namespace host

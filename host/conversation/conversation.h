@@ -2,95 +2,58 @@
 #define HOST_CONVERSATION_H
 
 #include <cstddef>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "conversation/api_key.h"
+#include "conversation/assistant.h"
+#include "conversation/conversation_setup.h"
 #include "conversation/exchange_watch.h"
-#include "conversation/provider_table.h"
-#include "kai.h"
+#include "open_database.h"
+#include "options.h"
 #include "terminal/console.h"
 
 namespace host {
 
-/// What an assistant is set up with. What is empty here is left as it is there.
-struct AssistantSettings {
-    std::string apiHost;
-    std::string model;
-    std::string temperature;  ///< a number as text
-    std::optional<std::string> userInstructions;
-    std::map<std::string, std::string> systemInstructions;
-    CMVariant structure;  ///< for "db_structure"
-};
-
-/// What a session text says of itself.
-struct SavedSession {
-    AssistantSettings settings;  ///< without the temperature
-    std::size_t messageCount = 0;
-    std::size_t messageBytes = 0;
-};
-
-[[nodiscard]] SavedSession readSavedSession(const std::string& sessionText);
-
-struct KaiDeleter {
-    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
-};
-
-/// One assistant of the library with at most one conversation.
-///
-/// What it made on a service is deleted there when it is destroyed, unless keepOnService() was called or the
-/// conversation was resumed. Failures are thrown as HostError: Provider, or Cancelled after Ctrl-C.
+/// A conversation as the user sees it: questions in, answers printed, SQL run on the database, the file kept up to
+/// date. Every failure is a HostError; the conversation and its file are then as they were.
 class Conversation {
 public:
-    /// Throws HostError (Usage) when the library was built without the provider.
-    Conversation(const Provider& provider, const ApiKey& key, const std::string& apiHost, ExchangeWatch& watch,
-                 Console& console);
-    ~Conversation();
-    Conversation(const Conversation&) = delete;
-    Conversation& operator=(const Conversation&) = delete;
+    /// Opens the database, reads the key and the saved conversation, and begins or resumes. Whatever can be found wrong
+    /// without the provider is found before the first request.
+    Conversation(const Options& options, Console& console);
 
-    [[nodiscard]] std::vector<std::string> listModels();
+    /// Asks a question, prints the answer and saves the conversation.
+    void ask(const std::string& question);
 
-    /// Sets the assistant up. Where the provider keeps it on a service, it is made or changed there.
-    void configure(const AssistantSettings& settings);
-    /// Begins a conversation with the assistant that configure() has set up.
-    void begin();
-    /// Continues a conversation from its session text, without a request; configure() comes after it. One that a
-    /// service keeps stays there at the end.
-    void resume(const std::string& sessionText);
+    /// The SQL of the last answer, one item a code block.
+    [[nodiscard]] const std::vector<std::string>& obtainSql() const noexcept { return m_sql; }
 
-    /// Asks a question and returns the answer's text.
-    [[nodiscard]] std::string ask(const std::string& question);
-
-    [[nodiscard]] std::string serialize() const { return m_session->serializeSession(); }
-    /// Leaves the conversation on the service when this object is destroyed.
-    void keepOnService() noexcept { m_isKept = true; }
-    /// Deletes the conversation on the service.
-    void deleteOnService();
-
-    [[nodiscard]] std::string obtainApiHost() const;
-    [[nodiscard]] std::string obtainCombinedInstructions() const;
-    /// The bytes of the instructions and of the messages so far: what the next turn sends before its question.
-    [[nodiscard]] std::size_t measurePrompt() const;
+    /// Runs SQL of the last answer and prints the rows.
+    /// @param block  which block, from 0; nothing: all of them
+    void runSql(std::optional<std::size_t> block);
 
 private:
-    [[nodiscard]] CMVariant readProperty(const std::string& key) const;
-    void cleanUp();
-    [[noreturn]] void fail(const std::string& errorText) const;
+    void saySwitch() const;
+    void warnOfLongPrompt(const std::string& question);
+    void save();
+    void runBlock(const std::string& sql);
 
-    const Provider& m_provider;
-    const ApiKey& m_key;
-    ExchangeWatch& m_watch;
+    const Options& m_options;
     Console& m_console;
-    std::unique_ptr<IKAIAssistant, KaiDeleter> m_assistant;
-    std::unique_ptr<IKAISession, KaiDeleter> m_session;
-    std::size_t m_messageBytes = 0;
-    bool m_isOnService = false;  ///< something of this conversation stands on the service
-    bool m_isKept = false;
+    std::optional<OpenDatabase> m_database;
+    ConversationSetup m_setup;
+    ApiKey m_key;
+    ExchangeWatch m_watch;
+    std::unique_ptr<Assistant> m_assistant;
+    std::vector<std::string> m_sql;
+    bool m_isLongPromptWarned = false;
 };
+
+/// Reads a provider's key for this command line, warns where its file is open to everybody, and has it taken out of
+/// everything that is printed from here on.
+[[nodiscard]] ApiKey obtainKey(const Provider& provider, const Options& options, Console& console);
 
 }  // namespace host
 

@@ -44,7 +44,7 @@ std::string readWholeFile(const std::string& fileName) {
 }
 
 /// Reads the content of a file; nothing when it is not a conversation of a version that is known here.
-std::optional<SavedConversation> parseConversation(const std::string& content) {
+std::optional<ConversationRecord> parseConversation(const std::string& content) {
     const COJson json{std::string_view(content)};
     const COJsonValue root = json.obtainRoot();
     const COJsonValue session = root.obtainMember("session");
@@ -52,13 +52,13 @@ std::optional<SavedConversation> parseConversation(const std::string& content) {
         !session.isObject()) {
         return std::nullopt;
     }
-    return SavedConversation{std::string(root.obtainMember("provider").obtainString()),
-                             std::string(root.obtainMember("temperature").obtainString()), session.obtainJsonString()};
+    return ConversationRecord{std::string(root.obtainMember("provider").obtainString()),
+                              std::string(root.obtainMember("temperature").obtainString()), session.obtainJsonString()};
 }
 
 }  // namespace
 
-std::string writeConversation(const SavedConversation& conversation) {
+std::string writeConversation(const ConversationRecord& conversation) {
     std::string content;
     {
         COJsonWriter writer(content);
@@ -77,8 +77,8 @@ std::string writeConversation(const SavedConversation& conversation) {
     return content + ",\"session\":" + conversation.sessionText + "}\n";
 }
 
-SavedConversation readConversationFile(const std::string& fileName) {
-    std::optional<SavedConversation> conversation = parseConversation(readWholeFile(fileName));
+ConversationRecord readConversationFile(const std::string& fileName) {
+    std::optional<ConversationRecord> conversation = parseConversation(readWholeFile(fileName));
     if (!conversation) {
         fail(fileName, "it is not a conversation file, or it is damaged; name one that kai saved with --save");
     }

@@ -71,7 +71,7 @@ void ExchangeWatch::install() {
     KAISetHTTPSettings(settings);
 }
 
-ExchangeWatch::Turn::Turn(ExchangeWatch& watch, Cancelling cancelling) : m_watch(watch) {
+ExchangeWatch::Request::Request(ExchangeWatch& watch, Cancelling cancelling) : m_watch(watch) {
     watch.m_cancelling = cancelling;
     watch.m_graceEnd = {};
     watch.m_lastStatus = 0;
@@ -79,7 +79,7 @@ ExchangeWatch::Turn::Turn(ExchangeWatch& watch, Cancelling cancelling) : m_watch
     watch.m_console.beginProgress();
 }
 
-ExchangeWatch::Turn::~Turn() {
+ExchangeWatch::Request::~Request() {
     m_watch.m_console.endProgress();
 }
 

@@ -34,19 +34,19 @@ public:
     /// Throws HostError (Usage) when the CA file cannot be read.
     void install();
 
-    /// The time in which a turn, or a request outside of one, runs.
-    class Turn {
+    /// A scope around the exchanges of one request of the library (a turn, a list of models, setting up).
+    class Request {
     public:
-        Turn(ExchangeWatch& watch, Cancelling cancelling);
-        ~Turn();
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
+        Request(ExchangeWatch& watch, Cancelling cancelling);
+        ~Request();
+        Request(const Request&) = delete;
+        Request& operator=(const Request&) = delete;
 
     private:
         ExchangeWatch& m_watch;
     };
 
-    /// The status of the last exchange of the current turn; 0 when no response came.
+    /// The status of the last exchange of the current request; 0 when no response came.
     [[nodiscard]] std::int32_t obtainLastStatus() const noexcept { return m_lastStatus; }
 
     /// What the user can do about a failure of the last exchange, to be put behind its text.

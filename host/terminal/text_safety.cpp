@@ -3,62 +3,12 @@
 #include <locale.h>
 #include <wchar.h>
 
-#include <array>
-#include <cstdint>
+#include "terminal/utf8.h"
 
 namespace host {
 namespace {
 
-constexpr char32_t kReplacement = 0xFFFD;
 constexpr char32_t kEllipsis = 0x2026;
-
-bool isContinuation(unsigned char byte, unsigned char low, unsigned char high) {
-    return byte >= low && byte <= high;
-}
-
-/// Reads one character at `position` and moves it on; an ill-formed sequence gives U+FFFD and is left behind as far
-/// as it could have begun a character.
-char32_t decodeNext(std::string_view text, std::size_t& position) {
-    const auto lead = static_cast<unsigned char>(text[position++]);
-    if (lead < 0x80) {
-        return lead;
-    }
-    if (lead < 0xC2 || lead > 0xF4) {
-        return kReplacement;
-    }
-    const int length = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
-    char32_t character = lead & (0x3F >> length);
-    // The first continuation byte's range rules out overlong forms, surrogates and values past U+10FFFF.
-    unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    for (int i = 0; i < length; ++i) {
-        if (position == text.size() || !isContinuation(static_cast<unsigned char>(text[position]), low, high)) {
-            return kReplacement;
-        }
-        character = (character << 6) | (static_cast<unsigned char>(text[position++]) & 0x3F);
-        low = 0x80;
-        high = 0xBF;
-    }
-    return character;
-}
-
-void appendCharacter(std::string& target, char32_t character) {
-    if (character < 0x80) {
-        target += static_cast<char>(character);
-    } else if (character < 0x800) {
-        target += static_cast<char>(0xC0 | (character >> 6));
-        target += static_cast<char>(0x80 | (character & 0x3F));
-    } else if (character < 0x10000) {
-        target += static_cast<char>(0xE0 | (character >> 12));
-        target += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
-        target += static_cast<char>(0x80 | (character & 0x3F));
-    } else {
-        target += static_cast<char>(0xF0 | (character >> 18));
-        target += static_cast<char>(0x80 | ((character >> 12) & 0x3F));
-        target += static_cast<char>(0x80 | ((character >> 6) & 0x3F));
-        target += static_cast<char>(0x80 | (character & 0x3F));
-    }
-}
 
 /// Whether the character steers a terminal (C1) or the order and lines of the text around it.
 bool isHiddenControl(char32_t character) {
@@ -130,7 +80,7 @@ std::string makeVisible(std::string_view text, LineBreaks lineBreaks) {
     visible.reserve(text.size());
     std::size_t position = 0;
     while (position < text.size()) {
-        const char32_t character = decodeNext(text, position);
+        const char32_t character = decodeCharacter(text, position);
         if (lineBreaks == LineBreaks::Keep) {
             if (character == '\n' || character == '\t') {
                 visible += static_cast<char>(character);
@@ -150,7 +100,7 @@ std::string makeOneLine(std::string_view text, std::size_t maxColumns) {
     bool isBlankDue = false;
     std::size_t position = 0;
     while (position < text.size()) {
-        const char32_t character = decodeNext(text, position);
+        const char32_t character = decodeCharacter(text, position);
         if (isBlank(character)) {
             isBlankDue = !line.empty();
             continue;
@@ -168,7 +118,7 @@ std::size_t measureColumns(std::string_view visibleText) {
     std::size_t columns = 0;
     std::size_t position = 0;
     while (position < visibleText.size()) {
-        columns += measureCharacter(decodeNext(visibleText, position));
+        columns += measureCharacter(decodeCharacter(visibleText, position));
     }
     return columns;
 }
@@ -181,7 +131,7 @@ std::string abbreviateToColumns(std::string_view visibleText, std::size_t maxCol
     std::size_t columns = 0;
     std::size_t position = 0;
     while (position < visibleText.size()) {
-        const char32_t character = decodeNext(visibleText, position);
+        const char32_t character = decodeCharacter(visibleText, position);
         columns += measureCharacter(character);
         if (columns + 1 > maxColumns) {
             break;

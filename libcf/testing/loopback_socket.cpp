@@ -57,21 +57,3 @@ LoopbackBlockedSignals::LoopbackBlockedSignals() {
 LoopbackBlockedSignals::~LoopbackBlockedSignals() {
     pthread_sigmask(SIG_SETMASK, &m_former, nullptr);
 }
-
-LoopbackPrivateFile::LoopbackPrivateFile(const std::string& text)
-    : m_path((std::filesystem::temp_directory_path() / "loopback-ca-XXXXXX").string()) {
-    const int file = ::mkstemp(m_path.data());
-    if (file < 0) {
-        throw std::runtime_error("cannot make " + m_path + ": " + std::strerror(errno));
-    }
-    const bool isWritten = ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-    ::close(file);
-    if (!isWritten) {
-        ::unlink(m_path.c_str());
-        throw std::runtime_error("cannot write " + m_path);
-    }
-}
-
-LoopbackPrivateFile::~LoopbackPrivateFile() {
-    ::unlink(m_path.c_str());
-}

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "temporary_folder.h"
+
 /// A port of 127.0.0.1 that is listened on. Throws std::runtime_error when it cannot be had.
 class LoopbackListener {
 public:
@@ -42,14 +44,12 @@ private:
 /// A file of the temporary folder that only this user may read, removed at the end.
 class LoopbackPrivateFile {
 public:
-    explicit LoopbackPrivateFile(const std::string& text);
-    ~LoopbackPrivateFile();
-    LoopbackPrivateFile(const LoopbackPrivateFile&) = delete;
-    LoopbackPrivateFile& operator=(const LoopbackPrivateFile&) = delete;
+    explicit LoopbackPrivateFile(const std::string& text) : m_path(m_folder.write("loopback.pem", text)) {}
 
     [[nodiscard]] const std::string& obtainPath() const { return m_path; }
 
 private:
+    TemporaryFolder m_folder;
     std::string m_path;
 };
 

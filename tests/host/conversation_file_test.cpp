@@ -41,11 +41,11 @@ TEST(ConversationFile, HasTheFormThatTheGuideDescribes) {
 TEST(ConversationFile, ReadsWhatItWrote) {
     const TestFolder folder;
     const std::string session = R"({"model":"m\u001b","messages":[{"role":"user","content":"Łódź \"x\""}]})";
-    const host::SavedConversation read =
+    const host::ConversationRecord read =
         host::readConversationFile(folder.write("a", host::writeConversation({"google", "1.5", session})));
     EXPECT_EQ(read.provider, "google");
     EXPECT_EQ(read.temperature, "1.5");
-    const host::SavedSession saved = host::readSavedSession(read.sessionText);
+    const host::SessionSummary saved = host::summarizeSession(read.sessionText);
     EXPECT_EQ(saved.settings.model, "m\x1b");
     EXPECT_EQ(saved.messageCount, 1U);
     EXPECT_EQ(saved.messageBytes, std::string("Łódź \"x\"").size());
@@ -82,8 +82,8 @@ TEST(ConversationFile, NeverSavesOverAnotherFile) {
     EXPECT_THAT(describeTarget(folder.write("other.json", "{}")), HasSubstr("it is not a conversation file"));
 }
 
-TEST(SavedSession, ReadsWhatTheSessionTextSays) {
-    const host::SavedSession saved = host::readSavedSession(
+TEST(SessionSummary, ReadsWhatTheSessionTextSays) {
+    const host::SessionSummary saved = host::summarizeSession(
         R"({"api_host":"h","model":"m","temperature":1.0,"user_instructions":"u",)"
         R"("system_instructions":[{"key":"a","value":"x"},{"key":"b","value":"y"}],"db_structure":"[]",)"
         R"("messages":[{"role":"user","content":"q"},{"role":"assistant","content":"aa"}]})");
@@ -97,9 +97,9 @@ TEST(SavedSession, ReadsWhatTheSessionTextSays) {
     EXPECT_EQ(saved.messageBytes, 3U);
 }
 
-TEST(SavedSession, TakesMissingAndMistypedMembersAsEmpty) {
+TEST(SessionSummary, TakesMissingAndMistypedMembersAsEmpty) {
     for (const char* text : {"{}", R"({"model":1,"messages":{},"system_instructions":"x","db_structure":[]})", "x"}) {
-        const host::SavedSession saved = host::readSavedSession(text);
+        const host::SessionSummary saved = host::summarizeSession(text);
         EXPECT_EQ(saved.settings.model, "") << text;
         EXPECT_EQ(saved.messageCount, 0U) << text;
         EXPECT_EQ(saved.settings.structure.getValueType(), CMVariant::ValueType::Null) << text;

@@ -28,7 +28,7 @@ protected:
 TEST_F(KaiCancel, EndsAQuestionWith130) {
     start();
     stall();
-    const std::unique_ptr<Process> process = launch(Words{"ask"} + turn() + Words{"q"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     waitForRequests(1);
     process->sendSignal(SIGINT);
     expectFailure(finish(*process), 130, "cancelled; the conversation is as it was");
@@ -37,7 +37,7 @@ TEST_F(KaiCancel, EndsAQuestionWith130) {
 TEST_F(KaiCancel, EndsAListOfModelsWith130) {
     start();
     stall();
-    const std::unique_ptr<Process> process = launch(Words{"models"} + reach());
+    const std::unique_ptr<ChildProcess> process = launch(Words{"models"} + reach());
     waitForRequests(1);
     process->sendSignal(SIGINT);
     EXPECT_EQ(finish(*process).code, 130);
@@ -48,7 +48,7 @@ TEST_F(KaiCancel, LeavesTheSavedConversationAsItWas) {
     ASSERT_EQ(run(Words{"ask", "--save", m_file} + turn() + Words{"one"}).code, 0);
     const std::string before = readFile(m_file);
     stall();
-    const std::unique_ptr<Process> process = launch(Words{"ask", "--continue", m_file} + reach() + Words{"two"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask", "--continue", m_file} + reach() + Words{"two"});
     waitForRequests(2);
     process->sendSignal(SIGINT);
     EXPECT_EQ(finish(*process).code, 130);
@@ -58,7 +58,7 @@ TEST_F(KaiCancel, LeavesTheSavedConversationAsItWas) {
 TEST_F(KaiCancel, ReturnsToThePromptOfAChat) {
     start();
     stall();
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn());
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
     process->write("one\n");
     waitForRequests(1);
     process->sendSignal(SIGINT);
@@ -74,7 +74,7 @@ TEST_F(KaiCancel, ReturnsToThePromptOfAChat) {
 
 TEST_F(KaiCancel, EndsAChatTheSecondTimeAtThePrompt) {
     start();
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn(), ProcessSetup::Terminal::All);
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn(), ChildProcessSetup::Terminal::All);
     ASSERT_TRUE(process->waitForOutput("kai> "));
     process->write("\x03");
     ASSERT_TRUE(process->waitForOutput("Ctrl-C once more ends the chat"));
@@ -85,7 +85,7 @@ TEST_F(KaiCancel, EndsAChatTheSecondTimeAtThePrompt) {
 TEST_F(KaiCancel, ForgetsTheFirstCtrlCWhenAQuestionFollows) {
     start();
     m_emulator->answerWith([](const KAIEmulatedTurn&) { return KAIEmulatedAnswer::say("fine"); });
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn());
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
     process->write("one\n");
     ASSERT_TRUE(process->waitForOutput("fine\n"));
     process->sendSignal(SIGINT);
@@ -99,7 +99,7 @@ TEST_F(KaiCancel, ForgetsTheFirstCtrlCWhenAQuestionFollows) {
 
 TEST_F(KaiCancel, DropsTheLineThatWasBeingTyped) {
     start();
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn(), ProcessSetup::Terminal::All);
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn(), ChildProcessSetup::Terminal::All);
     ASSERT_TRUE(process->waitForOutput("kai> "));
     process->write("a question never fini\x03");
     ASSERT_TRUE(process->waitForOutput("once more"));
@@ -112,7 +112,7 @@ TEST_F(KaiCancel, DropsTheLineThatWasBeingTyped) {
 
 TEST_F(KaiCancel, EndsAnUnfinishedLineOfAPipe) {
     start().queueAnswer(KAIEmulatedAnswer::say("fine"));
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn());
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
     process->write("one\nno line end");
     ASSERT_TRUE(process->waitForOutput("fine\n"));
     process->sendSignal(SIGINT);
@@ -126,7 +126,7 @@ TEST_F(KaiCancel, EndsSqlThatRuns) {
     start().queueAnswer(
         answerWithSql("SELECT 1 AS started; "
                       "WITH RECURSIVE n (i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n;"));
-    const std::unique_ptr<Process> process = launch(Words{"ask", "--run"} + turn() + Words{"q"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask", "--run"} + turn() + Words{"q"});
     ASSERT_TRUE(process->waitForOutput("(1 row)"));
     process->sendSignal(SIGINT);
     const KaiOutcome outcome = finish(*process);
@@ -137,7 +137,7 @@ TEST_F(KaiCancel, EndsSqlThatRuns) {
 TEST_F(KaiCancel, EndsAChatWhenAskedToEnd) {
     start();
     m_emulator->answerWith([](const KAIEmulatedTurn&) { return KAIEmulatedAnswer::say("fine"); });
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn());
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
     process->write("one\n");
     ASSERT_TRUE(process->waitForOutput("fine\n"));
     process->sendSignal(SIGTERM);
@@ -146,7 +146,7 @@ TEST_F(KaiCancel, EndsAChatWhenAskedToEnd) {
 
 TEST_F(KaiCancel, CleansUpTheServiceAfterCtrlC) {
     start(KAIEmulatedProvider::OpenAI).queueAnswer({.runStates = {"in_progress"}});
-    const std::unique_ptr<Process> process = launch(Words{"ask"} + turn() + Words{"q"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     waitForRequests(5);  // the assistant, the thread, the message, the run, a poll
     process->sendSignal(SIGINT);
     expectFailure(finish(*process), 130, "cancelled");
@@ -156,7 +156,7 @@ TEST_F(KaiCancel, CleansUpTheServiceAfterCtrlC) {
 TEST_F(KaiCancel, CleansUpTheServiceWhenAskedToEnd) {
     for (const int signal : {SIGTERM, SIGHUP}) {
         start(KAIEmulatedProvider::OpenAI).queueAnswer({.runStates = {"in_progress"}});
-        const std::unique_ptr<Process> process = launch(Words{"chat"} + turn());
+        const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
         process->write("one\n");
         waitForRequests(5);
         process->sendSignal(signal);
@@ -170,7 +170,7 @@ TEST_F(KaiCancel, WaitsForTheNameOfWhatTheServiceIsMaking) {
     m_emulator->intercept({.method = "POST", .pathPart = "/v1/threads", .change = [](LoopbackReply& reply) {
                                reply.fault = LoopbackFault::StallBeforeReply;
                            }});
-    const std::unique_ptr<Process> process = launch(Words{"ask"} + turn() + Words{"q"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     waitForRequests(2);
     process->sendSignal(SIGINT);
     m_emulator->obtainServer().releaseStalls();
@@ -182,7 +182,7 @@ TEST_F(KaiCancel, GivesUpCleaningAtAnotherCtrlC) {
     start(KAIEmulatedProvider::OpenAI);
     m_emulator->intercept(
         {.method = "DELETE", .reply = LoopbackReply{.fault = LoopbackFault::StallBeforeReply}, .times = 0});
-    const std::unique_ptr<Process> process = launch(Words{"ask"} + turn() + Words{"q"});
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     ASSERT_TRUE(process->waitForOutput("\n"));
     while (m_emulator->obtainServer().requests().back().method != "DELETE") {
         waitForRequests(m_emulator->obtainServer().countRequests() + 1);
@@ -196,8 +196,8 @@ TEST_F(KaiCancel, GivesUpCleaningAtAnotherCtrlC) {
 TEST_F(KaiCancel, ShowsTheElapsedTimeOnATerminalAndErasesIt) {
     start();
     stall();
-    const std::unique_ptr<Process> process =
-        launch(Words{"ask"} + turn() + Words{"q"}, ProcessSetup::Terminal::ErrorOnly);
+    const std::unique_ptr<ChildProcess> process =
+        launch(Words{"ask"} + turn() + Words{"q"}, ChildProcessSetup::Terminal::ErrorOnly);
     ASSERT_TRUE(process->waitForErrors("\r0.1 s (Ctrl-C cancels)"));
     ASSERT_TRUE(process->waitForErrors("\r0.3 s (Ctrl-C cancels)"));
     process->sendSignal(SIGINT);
@@ -211,7 +211,7 @@ TEST_F(KaiCancel, ShowsTheElapsedTimeOnATerminalAndErasesIt) {
 TEST_F(KaiCancel, ErasesTheElapsedTimeBeforeTheAnswer) {
     start();
     m_emulator->intercept({.change = [](LoopbackReply& reply) { reply.fault = LoopbackFault::StallBeforeReply; }});
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn(), ProcessSetup::Terminal::All);
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn(), ChildProcessSetup::Terminal::All);
     process->write("q\n");
     ASSERT_TRUE(process->waitForOutput("s (Ctrl-C cancels)"));
     m_emulator->obtainServer().releaseStalls();
@@ -224,8 +224,8 @@ TEST_F(KaiCancel, UsesNoEscapesOnADumbTerminal) {
     start();
     stall();
     m_environment["TERM"] = "dumb";
-    const std::unique_ptr<Process> process =
-        launch(Words{"ask"} + turn() + Words{"q"}, ProcessSetup::Terminal::ErrorOnly);
+    const std::unique_ptr<ChildProcess> process =
+        launch(Words{"ask"} + turn() + Words{"q"}, ChildProcessSetup::Terminal::ErrorOnly);
     ASSERT_TRUE(process->waitForErrors("s (Ctrl-C cancels)"));
     process->sendSignal(SIGINT);
     EXPECT_THAT(finish(*process).errors, Not(HasSubstr("\x1b")));

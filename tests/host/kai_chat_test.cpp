@@ -83,7 +83,7 @@ TEST_F(KaiChat, KnowsItsCommands) {
 
 TEST_F(KaiChat, ShowsAPromptOnATerminal) {
     start().queueAnswer(answerWithSql("SELECT 5 AS five;"));
-    const std::unique_ptr<Process> process = launch(Words{"chat"} + turn(), ProcessSetup::Terminal::All);
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn(), ChildProcessSetup::Terminal::All);
     ASSERT_TRUE(process->waitForOutput("kai> "));
     process->write("question\n");
     ASSERT_TRUE(process->waitForOutput("(/run runs the SQL"));

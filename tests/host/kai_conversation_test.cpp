@@ -262,7 +262,7 @@ TEST_F(KaiOpenAI, CleansUpWhenTheReaderOfItsOutputGoesAway) {
     for (const std::string& word : turn() + Words{"q"}) {
         command += " '" + word + "'";
     }
-    Process process({.arguments = {"/bin/sh", "-c", command + " | head -c 10"}, .environment = m_environment});
+    ChildProcess process({.arguments = {"/bin/sh", "-c", command + " | head -c 10"}, .environment = m_environment});
     EXPECT_EQ(finish(process).output, "xxxxxxxxxx");
     EXPECT_THAT(m_emulator->listLeft(), IsEmpty());
 }

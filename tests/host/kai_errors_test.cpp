@@ -200,8 +200,8 @@ TEST_F(KaiErrors, ASaveFileThatCannotBeWrittenIsFoundBeforeTheFirstRequest) {
 }
 
 TEST_F(KaiErrors, AnOutputThatCannotBeWrittenIsAUsageError) {
-    Process process({.arguments = {"/bin/sh", "-c", KAI_PROGRAM " prompt --db " + m_database + " >/dev/full"},
-                     .environment = m_environment});
+    ChildProcess process({.arguments = {"/bin/sh", "-c", KAI_PROGRAM " prompt --db " + m_database + " >/dev/full"},
+                          .environment = m_environment});
     const KaiOutcome outcome = finish(process);
     EXPECT_EQ(outcome.code, 2);
     EXPECT_THAT(outcome.errors, HasSubstr("cannot write to the standard output: No space left on device"));
@@ -213,8 +213,8 @@ TEST_F(KaiErrors, AReaderThatGoesAwayEndsItQuietly) {
     for (const std::string& word : turn() + Words{"q"}) {
         command += " '" + word + "'";
     }
-    Process process({.arguments = {"/bin/sh", "-c", "{ " + command + "; echo $? >&2; } | head -c 10"},
-                     .environment = m_environment});
+    ChildProcess process({.arguments = {"/bin/sh", "-c", "{ " + command + "; echo $? >&2; } | head -c 10"},
+                          .environment = m_environment});
     const KaiOutcome outcome = finish(process);
     EXPECT_EQ(outcome.output, "xxxxxxxxxx");
     EXPECT_EQ(outcome.errors, "141\n");

@@ -72,7 +72,8 @@ TEST_F(KaiSafety, MakesEscapeSequencesOfNamesVisibleOnATerminalAlone) {
     const std::string database = m_folder.makeDatabase("names.db", "CREATE TABLE \"t\x1b[31m\" (a)");
     // Into a file or a pipe goes exactly what the model is told.
     EXPECT_THAT(run({"prompt", "--db", database}).output, HasSubstr("`t\x1b[31m`"));
-    const std::unique_ptr<Process> process = launch({"prompt", "--db", database}, ProcessSetup::Terminal::All);
+    const std::unique_ptr<ChildProcess> process =
+        launch({"prompt", "--db", database}, ChildProcessSetup::Terminal::All);
     const KaiOutcome outcome = finish(*process);
     EXPECT_THAT(outcome.output, HasSubstr("`t\u241b[31m`"));
     EXPECT_THAT(outcome.output, Not(HasSubstr("\x1b[31m")));

@@ -43,19 +43,19 @@ Words KaiTest::turn() const {
 }
 
 KaiOutcome KaiTest::run(const Words& arguments, const std::string& input) {
-    const std::unique_ptr<Process> process = launch(arguments);
+    const std::unique_ptr<ChildProcess> process = launch(arguments);
     process->write(input);
     return finish(*process);
 }
 
-std::unique_ptr<Process> KaiTest::launch(const Words& arguments, ProcessSetup::Terminal terminal) {
-    return std::make_unique<Process>(ProcessSetup{.arguments = Words{KAI_PROGRAM} + arguments,
-                                                  .environment = m_environment,
-                                                  .terminal = terminal,
-                                                  .isBoundByPermissions = m_isBoundByPermissions});
+std::unique_ptr<ChildProcess> KaiTest::launch(const Words& arguments, ChildProcessSetup::Terminal terminal) {
+    return std::make_unique<ChildProcess>(ChildProcessSetup{.arguments = Words{KAI_PROGRAM} + arguments,
+                                                            .environment = m_environment,
+                                                            .terminal = terminal,
+                                                            .isBoundByPermissions = m_isBoundByPermissions});
 }
 
-KaiOutcome KaiTest::finish(Process& process) {
+KaiOutcome KaiTest::finish(ChildProcess& process) {
     process.closeInput();
     KaiOutcome outcome;
     outcome.code = process.wait();

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "child_process.h"
 #include "kai_emulator.h"
-#include "process.h"
 #include "test_folder.h"
 
 /// What a run of the program came to.
@@ -40,9 +40,9 @@ protected:
     /// Runs the program to its end.
     KaiOutcome run(const Words& arguments, const std::string& input = {});
     /// Starts the program beside the test; finish() ends the test of it.
-    [[nodiscard]] std::unique_ptr<Process> launch(const Words& arguments,
-                                                  ProcessSetup::Terminal terminal = ProcessSetup::Terminal::None);
-    KaiOutcome finish(Process& process);
+    [[nodiscard]] std::unique_ptr<ChildProcess> launch(
+        const Words& arguments, ChildProcessSetup::Terminal terminal = ChildProcessSetup::Terminal::None);
+    KaiOutcome finish(ChildProcess& process);
 
     /// One line on standard error that says this, nothing on standard output, and this exit code.
     static void expectFailure(const KaiOutcome& outcome, int code, const std::string& text);

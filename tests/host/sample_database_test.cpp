@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 
+#include "child_process.h"
 #include "conversation/sql_extractor.h"
 #include "emulator_scenario.h"
-#include "process.h"
 #include "sqlite/query_runner.h"
 #include "sqlite/schema_reader.h"
 #include "test_folder.h"
@@ -16,7 +16,7 @@ protected:
     void SetUp() override { ASSERT_EQ(make(m_fileName), 0); }
 
     static int make(const std::string& fileName) {
-        Process process({.arguments = {KAI_SAMPLE_DATABASE, KAI_SAMPLE_DIRECTORY "/shop.sql", fileName}});
+        ChildProcess process({.arguments = {KAI_SAMPLE_DATABASE, KAI_SAMPLE_DIRECTORY "/shop.sql", fileName}});
         return process.wait();
     }
 
@@ -83,7 +83,7 @@ TEST_F(SampleDatabase, GivesRowsForTheSqlOfTheDemo) {
 
 TEST_F(SampleDatabase, IsNotMadeHalf) {
     const std::string script = m_folder.write("bad.sql", "CREATE TABLE t (a); SELECT nonsense;");
-    Process process({.arguments = {KAI_SAMPLE_DATABASE, script, m_folder.name("half.db")}});
+    ChildProcess process({.arguments = {KAI_SAMPLE_DATABASE, script, m_folder.name("half.db")}});
     EXPECT_EQ(process.wait(), 1);
     EXPECT_THAT(process.obtainErrors(), testing::HasSubstr("no such column: nonsense"));
     EXPECT_THAT(m_folder.list(), ElementsAre("bad.sql", "shop.db"));

@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <string>
 
 #include "loopback_server.h"
 #include "loopback_socket.h"
 #include "rest/rest_caller.h"
+#include "temporary_folder.h"
 
 // No environment variable has a say. Each case runs in a process of its own, which sets the variables before the first
 // exchange: libcurl reads some of them only once.
@@ -82,14 +81,11 @@ std::string requestWithKeyLogVariable() {
 
 std::string requestWithANetrcFile() {
     LoopbackServer server(answerOK);
-    const std::filesystem::path home =
-        std::filesystem::temp_directory_path() / ("cf-rest-home-" + std::to_string(getpid()));
-    std::filesystem::create_directory(home);
-    std::ofstream(home / ".netrc") << "default login user password secret\n";
-    setenv("HOME", home.c_str(), 1);
+    const TemporaryFolder home;
+    home.write(".netrc", "default login user password secret\n");
+    setenv("HOME", home.obtainPath().c_str(), 1);
     RestCaller caller;
     const RestResult result = caller.get(server.obtainURL());
-    std::filesystem::remove_all(home);
     return result.code == 0 && server.requests().at(0).findHeader("Authorization") == nullptr ? "" : "credential sent";
 }
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "commands.h"
-#include "conversation/dialogue.h"
+#include "commands/commands.h"
+#include "conversation/conversation.h"
 #include "terminal/interrupts.h"
 #include "terminal/line_reader.h"
 
@@ -29,7 +29,7 @@ std::string trimBlanks(const std::string& text) {
 class Chat {
 public:
     Chat(const Options& options, Console& console)
-        : m_options(options), m_console(console), m_reader(std::cin), m_dialogue(options, console) {}
+        : m_options(options), m_console(console), m_reader(std::cin), m_conversation(options, console) {}
 
     ExitCode run() {
         if (m_console.isInteractive()) {
@@ -110,11 +110,11 @@ private:
         if (m_hasAnswer && !m_console.isInteractive()) {
             m_console.printPlain("\n");  // between two turns, where no prompt stands
         }
-        m_dialogue.ask(question);
+        m_conversation.ask(question);
         m_hasAnswer = true;
         if (m_options.isRun) {
-            m_dialogue.runSql(std::nullopt);
-        } else if (m_console.isInteractive() && !m_dialogue.obtainSql().empty() && !m_options.database.empty()) {
+            m_conversation.runSql(std::nullopt);
+        } else if (m_console.isInteractive() && !m_conversation.obtainSql().empty() && !m_options.database.empty()) {
             m_console.printPlain("(/run runs the SQL on the database, for reading only)\n");
         }
     }
@@ -130,17 +130,17 @@ private:
         } else if (name == "/sql") {
             showSql();
         } else if (name == "/run") {
-            m_dialogue.runSql(readBlockNumber(argument));
+            m_conversation.runSql(readBlockNumber(argument));
         } else {
             m_console.note("there is no such command; /help shows them");
         }
     }
 
     void showSql() {
-        if (m_dialogue.obtainSql().empty()) {
+        if (m_conversation.obtainSql().empty()) {
             m_console.note("the last answer has no SQL");
         }
-        for (const std::string& sql : m_dialogue.obtainSql()) {
+        for (const std::string& sql : m_conversation.obtainSql()) {
             m_console.printText(sql);
         }
     }
@@ -160,7 +160,7 @@ private:
     const Options& m_options;
     Console& m_console;
     LineReader m_reader;
-    Dialogue m_dialogue;
+    Conversation m_conversation;
     ExitCode m_code = ExitCode::Done;
     bool m_wasInterrupted = false;
     bool m_hasAnswer = false;

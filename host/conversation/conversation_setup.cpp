@@ -1,5 +1,6 @@
-#include "conversation/dialogue_plan.h"
+#include "conversation/conversation_setup.h"
 
+#include <string_view>
 #include <utility>
 
 #include "host_error.h"
@@ -14,7 +15,7 @@ constexpr std::string_view kUsualProvider = "deepseek";
     throw HostError(ExitCode::Usage, message);
 }
 
-const Provider& findSavedProvider(const SavedConversation& saved) {
+const Provider& findSavedProvider(const ConversationRecord& saved) {
     const Provider* provider = findProvider(saved.provider);
     if (provider == nullptr) {
         fail("the conversation was held with '" + makeOneLine(saved.provider) +
@@ -38,86 +39,90 @@ void checkSwitch(const Provider& from, const Provider& to, const Options& option
     }
 }
 
-void checkKeeping(const DialoguePlan& plan, const Options& options) {
-    if (plan.provider->isHistoryLocal) {
+void checkKeeping(const ConversationSetup& setup, const Options& options) {
+    if (setup.provider->isHistoryLocal) {
         if (options.isKept) {
-            fail("--keep is for openai; a conversation with " + std::string(plan.provider->name) +
+            fail("--keep is for openai; a conversation with " + std::string(setup.provider->name) +
                  " is kept by --save alone");
         }
         return;
     }
-    if (plan.saved) {
+    if (setup.saved) {
         return;
     }
     if (options.isKept && options.saveFile.empty()) {
         fail("--keep needs --save FILE: without the file nothing could find the conversation on the service again");
     }
     if (!options.isKept && !options.saveFile.empty()) {
-        fail("--save needs --keep with " + std::string(plan.provider->name) +
+        fail("--save needs --keep with " + std::string(setup.provider->name) +
              ": the conversation is on the service and would be deleted there at the end");
     }
 }
 
-void chooseProvider(DialoguePlan& plan, const Options& options) {
-    if (!plan.saved) {
-        plan.provider = findProvider(options.provider.empty() ? kUsualProvider : options.provider);
+void chooseProvider(ConversationSetup& setup, const Options& options) {
+    if (!setup.saved) {
+        setup.provider = &obtainChosenProvider(options);
         return;
     }
-    const Provider& savedProvider = findSavedProvider(*plan.saved);
-    plan.provider = options.provider.empty() ? &savedProvider : findProvider(options.provider);
-    plan.isSwitched = plan.provider != &savedProvider;
-    if (plan.isSwitched) {
-        checkSwitch(savedProvider, *plan.provider, options);
+    const Provider& savedProvider = findSavedProvider(*setup.saved);
+    setup.provider = options.provider.empty() ? &savedProvider : findProvider(options.provider);
+    setup.isSwitched = setup.provider != &savedProvider;
+    if (setup.isSwitched) {
+        checkSwitch(savedProvider, *setup.provider, options);
     }
 }
 
 /// What the command line says goes before what was saved.
-void chooseSettings(DialoguePlan& plan, const Options& options, const OpenDatabase* database) {
-    if (plan.saved) {
-        plan.settings = plan.savedSession.settings;
-        plan.settings.temperature = plan.saved->temperature;
+void chooseSettings(ConversationSetup& setup, const Options& options, const OpenDatabase* database) {
+    if (setup.saved) {
+        setup.settings = setup.savedSummary.settings;
+        setup.settings.temperature = setup.saved->temperature;
     }
-    plan.settings.apiHost = options.apiHost.value_or("");
+    setup.settings.apiHost = options.apiHost.value_or("");
     if (!options.model.empty()) {
-        plan.settings.model = options.model;
+        setup.settings.model = options.model;
     }
     if (!options.temperature.empty()) {
-        plan.settings.temperature = options.temperature;
+        setup.settings.temperature = options.temperature;
     }
     if (options.instructions) {
-        plan.settings.userInstructions = options.instructions;
+        setup.settings.userInstructions = options.instructions;
     }
     if (database != nullptr) {
-        describeDatabase(plan.settings, *database);
+        describeDatabase(setup.settings, *database);
     }
 }
 
 }  // namespace
 
-SavedConversation DialoguePlan::describe(std::string sessionText) const {
+const Provider& obtainChosenProvider(const Options& options) {
+    return *findProvider(options.provider.empty() ? kUsualProvider : options.provider);
+}
+
+ConversationRecord ConversationSetup::describe(std::string sessionText) const {
     return {std::string(provider->name), settings.temperature, std::move(sessionText)};
 }
 
-DialoguePlan planDialogue(const Options& options, const OpenDatabase* database) {
-    DialoguePlan plan;
+ConversationSetup setUpConversation(const Options& options, const OpenDatabase* database) {
+    ConversationSetup setup;
     if (!options.continueFile.empty()) {
-        plan.saved = readConversationFile(options.continueFile);
-        plan.savedSession = readSavedSession(plan.saved->sessionText);
+        setup.saved = readConversationFile(options.continueFile);
+        setup.savedSummary = summarizeSession(setup.saved->sessionText);
     }
-    chooseProvider(plan, options);
-    checkKeeping(plan, options);
-    chooseSettings(plan, options, database);
-    if (options.command != Command::Forget && plan.settings.model.empty()) {
+    chooseProvider(setup, options);
+    checkKeeping(setup, options);
+    chooseSettings(setup, options, database);
+    if (options.command != Command::Forget && setup.settings.model.empty()) {
         fail("the saved conversation names no model; name one with --model");
     }
-    return plan;
+    return setup;
 }
 
-void checkSavedHost(const DialoguePlan& plan, const Options& options, const std::string& chosenHost) {
-    if (!plan.saved || plan.isSwitched || options.apiHost) {
+void checkSavedHost(const ConversationSetup& setup, const Options& options, const std::string& chosenHost) {
+    if (!setup.saved || setup.isSwitched || options.apiHost) {
         return;
     }
-    const std::string& savedHost = plan.savedSession.settings.apiHost;
+    const std::string& savedHost = setup.savedSummary.settings.apiHost;
     if (!savedHost.empty() && savedHost != chosenHost) {
         fail("the conversation was held at the host '" + makeOneLine(savedHost) + "'; say --api-host " +
              makeOneLine(savedHost) + " to go on there, or --api-host with another host");
