@@ -30,11 +30,6 @@ protected:
                                         const std::function<LoopbackReply()>& write) const;
 };
 
-[[nodiscard]] std::unique_ptr<KAIEmulatedService> makeDeepSeekService(const KAIEmulatorOptions& options);
-[[nodiscard]] std::unique_ptr<KAIEmulatedService> makeGoogleService(const KAIEmulatorOptions& options);
-[[nodiscard]] std::unique_ptr<KAIEmulatedService> makeOllamaService(const KAIEmulatorOptions& options);
-[[nodiscard]] std::unique_ptr<KAIEmulatedService> makeOpenAIService(const KAIEmulatorOptions& options);
-
 /// JSON as text, on one line or indented. Text that is not UTF-8 is replaced by U+FFFD.
 [[nodiscard]] std::string writeJson(const KAIEmulatorJson& value, int indent = -1);
 /// A reply with a JSON body on one line.

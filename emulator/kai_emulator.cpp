@@ -1,36 +1,21 @@
 #include "kai_emulator.h"
 
 #include <algorithm>
-#include <array>
+#include <stdexcept>
 
 #include "emulator_service.h"
 
 namespace {
 
 std::unique_ptr<KAIEmulatedService> makeService(const KAIEmulatorOptions& options) {
-    switch (options.provider) {
-        case KAIEmulatedProvider::DeepSeek:
-            return makeDeepSeekService(options);
-        case KAIEmulatedProvider::Google:
-            return makeGoogleService(options);
-        case KAIEmulatedProvider::Ollama:
-            return makeOllamaService(options);
-        case KAIEmulatedProvider::OpenAI:
-            break;
+    const KAIEmulatedServiceRow* row = findEmulatedService(options.provider);
+    if (row == nullptr) {
+        throw std::runtime_error("there is no service \"" + options.provider + "\" to emulate");
     }
-    return makeOpenAIService(options);
+    return row->make(options);
 }
 
 }  // namespace
-
-std::optional<KAIEmulatedProvider> findEmulatedProvider(std::string_view name) {
-    static constexpr std::array<std::string_view, 4> kNames{"openai", "google", "deepseek", "ollama"};
-    const auto* const found = std::ranges::find(kNames, name);
-    if (found == kNames.end()) {
-        return std::nullopt;
-    }
-    return static_cast<KAIEmulatedProvider>(found - kNames.begin());
-}
 
 KAIEmulator::KAIEmulator(KAIEmulatorOptions options)
     : m_options(std::move(options)), m_service(makeService(m_options)) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -16,23 +17,29 @@
 
 class KAIEmulatedService;
 
-/// The service that is emulated.
-enum class KAIEmulatedProvider : std::uint8_t { OpenAI, Google, DeepSeek, Ollama };
-
-/// The provider of this name ("openai", "google", "deepseek", "ollama"); nothing when there is none.
-[[nodiscard]] std::optional<KAIEmulatedProvider> findEmulatedProvider(std::string_view name);
-
 struct KAIEmulatorOptions {
-    KAIEmulatedProvider provider = KAIEmulatedProvider::DeepSeek;
+    std::string provider = "deepseek";  ///< the service that is emulated: the name of one of listEmulatedServices()
     LoopbackTLS tls = LoopbackTLS::Valid;
-    /// The key that clients must show. Empty: any key but an empty one. Ollama knows none.
+    /// The key that clients must show. Empty: any key but an empty one. A service without keys ignores it.
     std::string key{};
-    /// DeepSeek only: the path that stands before every route, such as "/v1". Empty: both "" and "/v1", as the service
-    /// has it.
+    /// The path before every route, such as "/v1"; for services that take one. Empty: as the service has it.
     std::string pathPrefix{};
     bool isRecording = true;
     std::uint16_t port = 0;  ///< 0: a free port
 };
+
+/// What the emulator knows of a service before it starts one.
+struct KAIEmulatedServiceRow {
+    std::string_view name;       ///< as options and scenarios name it
+    bool isPlainByDefault;       ///< the program speaks HTTP unless told otherwise
+    bool isPathPrefixSupported;  ///< `pathPrefix` may be set
+    std::unique_ptr<KAIEmulatedService> (*make)(const KAIEmulatorOptions& options);
+};
+
+/// Every service that can be emulated.
+[[nodiscard]] std::span<const KAIEmulatedServiceRow> listEmulatedServices();
+/// The service of this name; null when there is none.
+[[nodiscard]] const KAIEmulatedServiceRow* findEmulatedService(std::string_view name);
 
 /// One reply that does not come about in the usual way.
 struct KAIInterception {
@@ -52,7 +59,7 @@ struct KAIInterception {
 /// one at a time, on threads of the server.
 class KAIEmulator {
 public:
-    /// Listens at once. Throws std::runtime_error when it cannot.
+    /// Listens at once. Throws std::runtime_error when it cannot, and for a provider that does not exist.
     explicit KAIEmulator(KAIEmulatorOptions options = {});
     ~KAIEmulator();
     KAIEmulator(const KAIEmulator&) = delete;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 
@@ -31,13 +32,29 @@ struct Arguments {
     bool isLogging = false;
 };
 
+std::vector<std::string> listServices(const std::function<bool(const KAIEmulatedServiceRow&)>& isWanted) {
+    std::vector<std::string> names;
+    for (const KAIEmulatedServiceRow& service : listEmulatedServices()) {
+        if (isWanted(service)) {
+            names.emplace_back(service.name);
+        }
+    }
+    return names;
+}
+
+std::string joinServices(bool KAIEmulatedServiceRow::*isWanted) {
+    return CLI::detail::join(listServices(std::mem_fn(isWanted)), ", ");
+}
+
 void declareOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--provider", arguments.provider, "Service to emulate")
-        ->check(CLI::IsMember({"openai", "google", "deepseek", "ollama"}))
+        ->check(CLI::IsMember(listServices([](const KAIEmulatedServiceRow&) { return true; })))
         ->capture_default_str();
     app.add_option("--scenario", arguments.scenario, "JSON file that says what is answered")->type_name("FILE");
     app.add_option("--port", arguments.port, "Port of 127.0.0.1; 0: a free one")->capture_default_str();
-    auto* tls = app.add_flag("--tls", arguments.isTLSWanted, "Speak HTTPS (what is done, except for ollama)");
+    auto* tls = app.add_flag(
+        "--tls", arguments.isTLSWanted,
+        "Speak HTTPS (what is done, except for " + joinServices(&KAIEmulatedServiceRow::isPlainByDefault) + ")");
     app.add_flag("--plain", arguments.isPlainWanted, "Speak HTTP")->excludes(tls);
     app.add_option("--ca-file", arguments.caFile, "Write the CA that clients must trust here (PEM)")->type_name("FILE");
     app.add_option("--ready-file", arguments.readyFile, "Write the line that tells the address here as well")
@@ -48,7 +65,9 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
     app.add_option("--key-file", arguments.keyFile, "File with the key to demand")
         ->type_name("FILE")
         ->excludes(variable);
-    app.add_option("--path-prefix", arguments.pathPrefix, "deepseek: the path before every route, such as /v1")
+    app.add_option(
+           "--path-prefix", arguments.pathPrefix,
+           joinServices(&KAIEmulatedServiceRow::isPathPrefixSupported) + ": the path before every route, such as /v1")
         ->type_name("PATH");
     app.add_flag("--log", arguments.isLogging, "Write one line a request (no key, no text) on standard error");
 }
@@ -78,12 +97,15 @@ std::string obtainKey(const Arguments& arguments) {
 }
 
 KAIEmulatorOptions makeOptions(const Arguments& arguments) {
-    const bool isPlain = arguments.isPlainWanted || (arguments.provider == "ollama" && !arguments.isTLSWanted);
-    if (!arguments.pathPrefix.empty() && (arguments.provider != "deepseek" || arguments.pathPrefix.front() != '/' ||
-                                          arguments.pathPrefix.ends_with('/'))) {
-        throw std::runtime_error("--path-prefix goes with deepseek only, begins with \"/\" and does not end with it");
+    const KAIEmulatedServiceRow& service = *findEmulatedService(arguments.provider);
+    const bool isPlain = arguments.isPlainWanted || (service.isPlainByDefault && !arguments.isTLSWanted);
+    const std::string& prefix = arguments.pathPrefix;
+    if (!prefix.empty() && (!service.isPathPrefixSupported || prefix.front() != '/' || prefix.ends_with('/'))) {
+        throw std::runtime_error("--path-prefix goes with " +
+                                 joinServices(&KAIEmulatedServiceRow::isPathPrefixSupported) +
+                                 " only, begins with \"/\" and does not end with it");
     }
-    return {.provider = findEmulatedProvider(arguments.provider).value(),
+    return {.provider = arguments.provider,
             .tls = isPlain ? LoopbackTLS::Off : LoopbackTLS::Valid,
             .key = obtainKey(arguments),
             .pathPrefix = arguments.pathPrefix,

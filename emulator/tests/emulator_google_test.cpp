@@ -23,7 +23,7 @@ protected:
         return body;
     }
 
-    KAIEmulator emulator{{.provider = KAIEmulatedProvider::Google}};
+    KAIEmulator emulator{{.provider = "google"}};
     EmulatorClient client{emulator, ""};
 };
 
@@ -86,7 +86,7 @@ TEST_F(GoogleService, TellsABlockedPromptWithoutCandidates) {
 }
 
 TEST_F(GoogleService, ChecksTheKeyOfTheQuery) {
-    KAIEmulator strict({.provider = KAIEmulatedProvider::Google, .key = "a b&c"});
+    KAIEmulator strict({.provider = "google", .key = "a b&c"});
     EmulatorClient strictClient(strict, "");
     EXPECT_EQ(strictClient.get("/v1beta/models?key=a%20b%26c").status, 200);
     const auto wrong = strictClient.get("/v1beta/models?key=wrong");

@@ -21,7 +21,7 @@ protected:
     }
     PlainResponse chat(const KAIEmulatorJson& body) { return client.post("/api/chat", body); }
 
-    KAIEmulator emulator{{.provider = KAIEmulatedProvider::Ollama, .tls = LoopbackTLS::Off}};
+    KAIEmulator emulator{{.provider = "ollama", .tls = LoopbackTLS::Off}};
     EmulatorClient client{emulator, ""};
 };
 

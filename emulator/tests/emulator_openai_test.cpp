@@ -51,7 +51,7 @@ protected:
         EXPECT_THAT(EmulatorClient::parse(response).at("error").at("message").get<std::string>(), HasSubstr(message));
     }
 
-    KAIEmulator emulator{{.provider = KAIEmulatedProvider::OpenAI}};
+    KAIEmulator emulator{{.provider = "openai"}};
     EmulatorClient client{emulator};
 };
 
@@ -219,7 +219,7 @@ TEST_F(OpenAIService, DoesNotFindWhatIsNotThere) {
 }
 
 TEST_F(OpenAIService, DemandsTheKeyAndTheBetaHeader) {
-    KAIEmulator strict({.provider = KAIEmulatedProvider::OpenAI, .key = "right"});
+    KAIEmulator strict({.provider = "openai", .key = "right"});
     const KAIEmulatorJson body{{"model", "gpt-4o"}};
     EmulatorClient withoutKey(strict, "");
     expectRefusal(withoutKey.get("/v1/models"), 401, "You didn't provide an API key.");

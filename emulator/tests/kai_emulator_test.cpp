@@ -28,6 +28,19 @@ TEST(KAIEmulator, AnswersFromTheQueueThenFromTheFunctionThenFromTheScenario) {
     EXPECT_EQ(readAnswer(client.post("/chat/completions", question)), "by scenario");
 }
 
+TEST(KAIEmulator, StartsEveryServiceByItsName) {
+    for (const KAIEmulatedServiceRow& service : listEmulatedServices()) {
+        KAIEmulator emulator({.provider = std::string(service.name)});
+        EXPECT_EQ(findEmulatedService(service.name), &service);
+        EXPECT_EQ(EmulatorClient(emulator).get("/nothing/there").status, 404) << service.name;
+    }
+}
+
+TEST(KAIEmulator, RefusesAServiceThatDoesNotExist) {
+    EXPECT_EQ(findEmulatedService("nobody"), nullptr);
+    EXPECT_THROW(KAIEmulator({.provider = "nobody"}), std::runtime_error);
+}
+
 TEST(KAIEmulator, RefusesInTheServicesOwnShape) {
     KAIEmulator emulator;
     EmulatorClient client(emulator);

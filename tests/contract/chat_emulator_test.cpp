@@ -6,16 +6,16 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-KAIEmulatedProvider obtainEmulated(KAIAssistantType type) {
+const char* obtainEmulated(KAIAssistantType type) {
     switch (type) {
         case KAIAssistantType::OPENAI:
-            return KAIEmulatedProvider::OpenAI;
+            return "openai";
         case KAIAssistantType::GOOGLE:
-            return KAIEmulatedProvider::Google;
+            return "google";
         case KAIAssistantType::OLLAMA:
-            return KAIEmulatedProvider::Ollama;
+            return "ollama";
         default:
-            return KAIEmulatedProvider::DeepSeek;
+            return "deepseek";
     }
 }
 
@@ -44,8 +44,7 @@ INSTANTIATE_FOR_CHAT_PROVIDERS(ChatEmulator);
 /// A DeepSeek assistant and a service of the chat-completions protocol below "/v1", as many others have it.
 class ChatCompletionsBelowV1 : public testing::Test, protected EmulatorFixture {
 protected:
-    ChatCompletionsBelowV1()
-        : EmulatorFixture({.provider = KAIEmulatedProvider::DeepSeek, .key = "secret", .pathPrefix = "/v1"}) {}
+    ChatCompletionsBelowV1() : EmulatorFixture({.provider = "deepseek", .key = "secret", .pathPrefix = "/v1"}) {}
 };
 
 }  // namespace

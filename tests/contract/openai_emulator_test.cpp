@@ -16,7 +16,7 @@ void fill(IKAIProperties* properties) {
 
 class OpenAIEmulator : public testing::Test, protected EmulatorFixture {
 protected:
-    OpenAIEmulator() : EmulatorFixture({.provider = KAIEmulatedProvider::OpenAI, .key = "secret"}) {
+    OpenAIEmulator() : EmulatorFixture({.provider = "openai", .key = "secret"}) {
         m_emulator.answerWith([this](const KAIEmulatedTurn& turn) {
             const std::lock_guard lock(m_mutex);
             m_turns.push_back(turn);

@@ -145,7 +145,7 @@ TEST_F(KaiCancel, EndsAChatWhenAskedToEnd) {
 }
 
 TEST_F(KaiCancel, CleansUpTheServiceAfterCtrlC) {
-    start(KAIEmulatedProvider::OpenAI).queueAnswer({.runStates = {"in_progress"}});
+    start("openai").queueAnswer({.runStates = {"in_progress"}});
     const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     waitForRequests(5);  // the assistant, the thread, the message, the run, a poll
     process->sendSignal(SIGINT);
@@ -155,7 +155,7 @@ TEST_F(KaiCancel, CleansUpTheServiceAfterCtrlC) {
 
 TEST_F(KaiCancel, CleansUpTheServiceWhenAskedToEnd) {
     for (const int signal : {SIGTERM, SIGHUP}) {
-        start(KAIEmulatedProvider::OpenAI).queueAnswer({.runStates = {"in_progress"}});
+        start("openai").queueAnswer({.runStates = {"in_progress"}});
         const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
         process->write("one\n");
         waitForRequests(5);
@@ -166,7 +166,7 @@ TEST_F(KaiCancel, CleansUpTheServiceWhenAskedToEnd) {
 }
 
 TEST_F(KaiCancel, WaitsForTheNameOfWhatTheServiceIsMaking) {
-    start(KAIEmulatedProvider::OpenAI);
+    start("openai");
     m_emulator->intercept({.method = "POST", .pathPart = "/v1/threads", .change = [](LoopbackReply& reply) {
                                reply.fault = LoopbackFault::StallBeforeReply;
                            }});
@@ -179,7 +179,7 @@ TEST_F(KaiCancel, WaitsForTheNameOfWhatTheServiceIsMaking) {
 }
 
 TEST_F(KaiCancel, GivesUpCleaningAtAnotherCtrlC) {
-    start(KAIEmulatedProvider::OpenAI);
+    start("openai");
     m_emulator->intercept(
         {.method = "DELETE", .reply = LoopbackReply{.fault = LoopbackFault::StallBeforeReply}, .times = 0});
     const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});

@@ -160,7 +160,7 @@ TEST_F(KaiConversation, SaysWhichHostChanges) {
 TEST_F(KaiConversation, GoesOnWithAnotherProviderWhenAsked) {
     start().queueAnswer(KAIEmulatedAnswer::say("first answer"));
     ASSERT_EQ(begin("first question").code, 0);
-    start(KAIEmulatedProvider::Google);
+    start("google");
     expectFailure(proceed("two"), 2, "the conversation was held with deepseek; add --switch-provider");
     expectFailure(proceed("two", {"--switch-provider"}), 2, "no model; name one of google with --model");
     const KaiOutcome outcome = proceed("two", {"--switch-provider", "--model", "model-b"});
@@ -175,7 +175,7 @@ TEST_F(KaiConversation, GoesOnWithAnotherProviderWhenAsked) {
 
     // From now on it is a conversation with google, and goes on with a local server as well.
     EXPECT_EQ(KAIEmulatorJson::parse(readFile(m_file))["provider"], "google");
-    start(KAIEmulatedProvider::Ollama);
+    start("ollama");
     ASSERT_EQ(proceed("three", {"--switch-provider", "--model", "model-a"}).code, 0);
     EXPECT_THAT(lastMessages(), SizeIs(6));
 }
@@ -190,7 +190,7 @@ TEST_F(KaiConversation, NeedsADatabaseToRunSql) {
 }
 
 TEST_F(KaiConversation, IsRefusedWhenTheSessionTextIsNotUsable) {
-    start(KAIEmulatedProvider::OpenAI);
+    start("openai");
     m_folder.write("talk.kai", R"({"kai_conversation":1,"provider":"openai","session":{"model":"m"}})");
     const KaiOutcome outcome = proceed("two");
     EXPECT_EQ(outcome.code, 2);
@@ -205,7 +205,7 @@ TEST_F(KaiConversation, KeepIsForOpenAIAlone) {
 /// Conversations that a service keeps: nothing may be left there by mistake.
 class KaiOpenAI : public KaiConversation {
 protected:
-    void SetUp() override { start(KAIEmulatedProvider::OpenAI); }
+    void SetUp() override { start("openai"); }
 };
 
 TEST_F(KaiOpenAI, CleansUpAfterAQuestion) {

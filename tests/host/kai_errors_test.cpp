@@ -115,7 +115,7 @@ TEST_F(KaiErrors, AnUntrustedCertificateIsAProviderErrorThatNamesTheOption) {
 }
 
 TEST_F(KaiErrors, AWrongHostNameInTheCertificateIsAProviderError) {
-    start(KAIEmulatedProvider::DeepSeek, LoopbackTLS::WrongHostName);
+    start("deepseek", LoopbackTLS::WrongHostName);
     expectFailure(ask(), 4, "certificate was issued for another host name");
 }
 

@@ -4,8 +4,6 @@
 
 namespace {
 
-constexpr std::array<const char*, 4> kProviderNames{"openai", "google", "deepseek", "ollama"};
-
 /// The paths of the requests that carry a question.
 bool isQuestion(const LoopbackRequest& request) {
     const auto endsWith = [&](std::string_view end) { return std::string_view(request.path).ends_with(end); };
@@ -20,9 +18,9 @@ Words operator+(Words first, const Words& second) {
     return first;
 }
 
-KAIEmulator& KaiTest::start(KAIEmulatedProvider provider, LoopbackTLS tls) {
+KAIEmulator& KaiTest::start(const std::string& provider, LoopbackTLS tls) {
     m_provider = provider;
-    const bool isPlain = provider == KAIEmulatedProvider::Ollama;
+    const bool isPlain = findEmulatedService(provider)->isPlainByDefault;
     m_emulator = std::make_unique<KAIEmulator>(
         KAIEmulatorOptions{.provider = provider, .tls = isPlain ? LoopbackTLS::Off : tls, .key = isPlain ? "" : kKey});
     m_emulator->setModels({"model-a", "model-b"});
@@ -30,8 +28,7 @@ KAIEmulator& KaiTest::start(KAIEmulatedProvider provider, LoopbackTLS tls) {
 }
 
 Words KaiTest::reach() const {
-    Words words{"--provider", kProviderNames.at(static_cast<std::size_t>(m_provider)), "--api-host",
-                m_emulator->obtainHost()};
+    Words words{"--provider", m_provider, "--api-host", m_emulator->obtainHost()};
     if (const std::string caFile = m_emulator->obtainServer().obtainCAFile(); !caFile.empty()) {
         words = words + Words{"--ca-file", caFile};
     }

@@ -30,8 +30,7 @@ protected:
     static constexpr const char* kKey = "sk-9b1f4c7e2a60d853";
 
     /// Starts the service. Only one a test, unless told otherwise.
-    KAIEmulator& start(KAIEmulatedProvider provider = KAIEmulatedProvider::DeepSeek,
-                       LoopbackTLS tls = LoopbackTLS::Valid);
+    KAIEmulator& start(const std::string& provider = "deepseek", LoopbackTLS tls = LoopbackTLS::Valid);
     /// The options that lead to the service.
     [[nodiscard]] Words reach() const;
     /// The options of a turn: the service, the database and a model.
@@ -64,7 +63,7 @@ protected:
                                                      {"OPENAI_API_KEY", kKey},   {"PATH", "/usr/bin:/bin"},
                                                      {"TERM", "xterm"},          {"LANG", "C"}};
     bool m_isBoundByPermissions = false;
-    KAIEmulatedProvider m_provider = KAIEmulatedProvider::DeepSeek;
+    std::string m_provider = "deepseek";
     std::unique_ptr<KAIEmulator> m_emulator;
 
 private:
