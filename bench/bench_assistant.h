@@ -7,13 +7,10 @@
 #include "bench_server.h"
 #include "kai.h"
 
-struct ObjectDeleter {
-    void operator()(IKAIObject* object) const noexcept { KAIFreeObject(object); }
-};
-using AssistantPtr = std::unique_ptr<IKAIAssistant, ObjectDeleter>;
-using SessionPtr = std::unique_ptr<IKAISession, ObjectDeleter>;
-using MessagePtr = std::unique_ptr<IKAIMessage, ObjectDeleter>;
-using PropertiesPtr = std::unique_ptr<IKAIProperties, ObjectDeleter>;
+using AssistantPtr = KAIPtr<IKAIAssistant>;
+using SessionPtr = KAIPtr<IKAISession>;
+using MessagePtr = KAIPtr<IKAIMessage>;
+using PropertiesPtr = KAIPtr<IKAIProperties>;
 
 /// The type of a provider's name; ends the program for an unknown one.
 [[nodiscard]] KAIAssistantType obtainProviderType(const std::string& provider);

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -180,6 +181,17 @@ KAI_EXPORT IKAIAssistant* KAICreateAssistant(KAIAssistantType type, ICSHTTPPoolC
 
 /// Frees an object that the library handed to the host. A null pointer is ignored.
 KAI_EXPORT void KAIFreeObject(IKAIObject* object);
+
+/// Frees an object of the library when its std::unique_ptr goes.
+struct KAIObjectDeleter {
+    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
+};
+
+/// Owns an object that the library handed to the host: `KAIPtr<IKAISession>
+/// session(assistant->createSession().first);`. Not for the properties of an OpenAI assistant, which stay the
+/// assistant's.
+template <class Object>
+using KAIPtr = std::unique_ptr<Object, KAIObjectDeleter>;
 
 /// Sets the process-wide callback; null removes it. It is called on the thread of the library operation with the name
 /// of an event and its data; the only event is "KAILocalizeString" (see KAICallbackLocalizationInfo), by which the host

@@ -183,6 +183,18 @@ std::string KAIAssistantProperties::obtainCombinedInstructions() const {
     return instructions;
 }
 
+std::shared_ptr<const std::string> KAIAssistantProperties::obtainWrittenInstructions() const {
+    const std::string instructions = obtainCombinedInstructions();
+    if (instructions.empty()) {
+        return nullptr;
+    }
+    auto written = std::make_shared<std::string>();
+    COJsonWriter writer(*written);
+    writer.writeString(instructions);
+    writer.finish();
+    return written;
+}
+
 CMVariantList KAIAssistantProperties::obtainDatabaseStructure() const {
     return readDatabaseStructure(m_settings.databaseStructure, reportMalformedStructure);
 }

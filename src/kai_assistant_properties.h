@@ -1,6 +1,7 @@
 #ifndef KAI_ASSISTANT_PROPERTIES_H
 #define KAI_ASSISTANT_PROPERTIES_H
 
+#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -48,6 +49,10 @@ public:
     /// The instruction text for the model: the user's instructions, the system instructions in the order of their
     /// names, and the database structure as statements. Empty when nothing is set.
     [[nodiscard]] std::string obtainCombinedInstructions() const;
+
+    /// The instruction text as a JSON string, quotation marks included, as it stands in a request; null when there is
+    /// none. The caller's share of the text stays as it is whatever happens to the properties.
+    [[nodiscard]] std::shared_ptr<const std::string> obtainWrittenInstructions() const;
 
     /// The catalogs of the database structure with the statements made from them.
     [[nodiscard]] CMVariantList obtainDatabaseStructure() const;

@@ -138,7 +138,7 @@ void Assistant::resume(const std::string& sessionText) {
 std::string Assistant::ask(const std::string& question) {
     const ExchangeWatch::Request request(m_watch, ExchangeWatch::Cancelling::AtOnce);
     auto [answer, error] = m_assistant->addMessage(m_session.get(), question);
-    const std::unique_ptr<IKAIMessage, KaiDeleter> message(answer);
+    const KAIPtr<IKAIMessage> message(answer);
     if (!error.empty()) {
         fail(error);
     }
@@ -197,8 +197,7 @@ std::size_t Assistant::measurePrompt() const {
 CMVariant Assistant::readProperty(const std::string& key) const {
     IKAIProperties* properties = m_assistant->obtainAssistantProperties();
     // An OpenAI assistant hands out its own object, the others a copy.
-    const std::unique_ptr<IKAIProperties, KaiDeleter> copy(m_provider.type == KAIAssistantType::OPENAI ? nullptr
-                                                                                                       : properties);
+    const KAIPtr<IKAIProperties> copy(m_provider.type == KAIAssistantType::OPENAI ? nullptr : properties);
     return properties->obtainProperty(key);
 }
 

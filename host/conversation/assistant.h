@@ -35,10 +35,6 @@ struct SessionSummary {
 
 [[nodiscard]] SessionSummary summarizeSession(const std::string& sessionText);
 
-struct KaiDeleter {
-    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
-};
-
 /// One assistant of the library with at most one conversation.
 ///
 /// What it made on a service is deleted there when it is destroyed, unless keepOnService() was called or the
@@ -85,8 +81,8 @@ private:
     const ApiKey& m_key;
     ExchangeWatch& m_watch;
     Console& m_console;
-    std::unique_ptr<IKAIAssistant, KaiDeleter> m_assistant;
-    std::unique_ptr<IKAISession, KaiDeleter> m_session;
+    KAIPtr<IKAIAssistant> m_assistant;
+    KAIPtr<IKAISession> m_session;
     std::size_t m_messageBytes = 0;
     bool m_isOnService = false;  ///< something of this conversation stands on the service
     bool m_isKept = false;

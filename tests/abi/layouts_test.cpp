@@ -25,6 +25,8 @@ static_assert(
     std::is_same_v<decltype(&KAICreateAssistant),
                    IKAIAssistant* (*)(KAIAssistantType, ICSHTTPPoolCenter*, const std::string&, const std::string&)>);
 static_assert(std::is_same_v<decltype(&KAIFreeObject), void (*)(IKAIObject*)>);
+static_assert(std::is_same_v<KAIPtr<IKAISession>, std::unique_ptr<IKAISession, KAIObjectDeleter>>);
+static_assert(sizeof(KAIPtr<IKAIObject>) == sizeof(IKAIObject*));
 static_assert(std::is_same_v<decltype(&KAIRegisterCallback), void (*)(void (*)(const char*, void*))>);
 static_assert(std::is_same_v<decltype(&KAISetHTTPSettings), void (*)(const CMRestGlobalSettings&)>);
 

@@ -101,7 +101,7 @@ TEST_P(ChatConversation, HandsOutAReplyThatOutlivesSessionAndAssistant) {
     SessionHandle session = createSession();
     answerText("lasting");
     auto [rawMessage, error] = m_assistant->addMessage(session.get(), "q");
-    const KAIHandle<IKAIMessage> message(rawMessage);
+    const KAIPtr<IKAIMessage> message(rawMessage);
     ASSERT_NE(message, nullptr) << error;
     session.reset();
     m_assistant.reset();

@@ -102,7 +102,7 @@ void ChatContract::answerText(const std::string& text) {
 ChatAnswer ChatContract::say(IKAIAssistant& assistant, IKAISession& session, const std::string& text) {
     const std::int64_t before = readClock();
     auto [rawMessage, error] = assistant.addMessage(&session, text);
-    const KAIHandle<IKAIMessage> message(rawMessage);
+    const KAIPtr<IKAIMessage> message(rawMessage);
     EXPECT_EQ(message == nullptr, !error.empty()) << error;
     if (!message) {
         return {{}, error};

@@ -13,17 +13,9 @@
 #include "kai.h"
 #include "loopback_server.h"
 
-/// Releases what the library handed out, as a host does.
-struct KAIDeleter {
-    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
-};
-
-template <class Interface>
-using KAIHandle = std::unique_ptr<Interface, KAIDeleter>;
-
-using AssistantHandle = KAIHandle<IKAIAssistant>;
-using SessionHandle = KAIHandle<IKAISession>;
-using PropertiesHandle = KAIHandle<IKAIProperties>;
+using AssistantHandle = KAIPtr<IKAIAssistant>;
+using SessionHandle = KAIPtr<IKAISession>;
+using PropertiesHandle = KAIPtr<IKAIProperties>;
 
 /// What came of addMessage.
 struct ChatAnswer {

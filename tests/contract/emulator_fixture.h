@@ -52,7 +52,7 @@ protected:
     /// The texts of an answer, joined by "|"; the error text in angle brackets where there is none.
     static std::string say(IKAIAssistant& assistant, IKAISession& session, const std::string& text) {
         auto [rawMessage, error] = assistant.addMessage(&session, text);
-        const KAIHandle<IKAIMessage> message(rawMessage);
+        const KAIPtr<IKAIMessage> message(rawMessage);
         if (!message) {
             return "<" + error + ">";
         }
