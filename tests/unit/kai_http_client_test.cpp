@@ -69,14 +69,14 @@ public:
         return run("GET", request, nullptr, response);
     }
     std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) override {
-        return run("POST", request, request.obtainBody(), response);
+        return run("POST", request, request.obtainBodyPieces(), response);
     }
     std::int32_t runDelete(const CMRestDeleteRequest& request, CMRestResourceResponse*& response) override {
         return run("DELETE", request, nullptr, response);
     }
 
 private:
-    static std::int32_t run(const char* method, const CMRestRequest& request, const std::string* body,
+    static std::int32_t run(const char* method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
                             CMRestResourceResponse*& response) {
         EXPECT_EQ(response, nullptr) << "the out pointer is null at first";
         s_transport.runs.push_back({.method = method,
@@ -85,7 +85,7 @@ private:
                                     .url = request.obtainURL(),
                                     .queryParams = request.obtainQueryParams(),
                                     .headerParams = request.obtainHeaderParams(),
-                                    .body = body != nullptr ? *body : "none"});
+                                    .body = body != nullptr ? std::string(body->at(0).text) : "none"});
         if (s_transport.isRunThrowing) {
             throw std::runtime_error("from the transport");
         }

@@ -70,6 +70,12 @@ private:
     bool m_needsComma = false;
 };
 
+/// A part of a JSON text. Shares the ownership of the memory that holds it.
+struct COJsonPiece {
+    std::string_view text;              ///< unchanged as long as `owner` lives
+    std::shared_ptr<const void> owner;  ///< keeps `text` valid; null where the text lives as long as the process
+};
+
 /// Anything that can be written as one JSON value. A request takes its body through this interface, so a body can be
 /// written straight from the data that it is about.
 class CF_EXPORT ICOJsonValue {
@@ -81,6 +87,10 @@ public:
 
     /// The value as compact JSON text.
     [[nodiscard]] std::string obtainJsonString() const;
+
+    /// The same text in pieces, to be joined in their order. They stay valid whatever becomes of this value, so a
+    /// request sends them from where they lie. Unless overridden: one piece, written now.
+    [[nodiscard]] virtual std::vector<COJsonPiece> obtainJsonPieces() const;
 };
 
 class COJson;

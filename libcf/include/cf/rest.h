@@ -44,16 +44,49 @@ private:
 /// A new, empty pool. The caller owns it; handed to an assistant it is the assistant's.
 [[nodiscard]] CF_EXPORT ICSHTTPPoolCenter* cfCreateHTTPPoolCenter();
 
+/// Why an exchange failed other than by its HTTP status. A result code below 100 is one of these; from 100 on it is the
+/// status of the response. Values are never given another meaning; later versions may add some.
+enum class CMRestResult : std::int32_t {
+    Success = 0,                ///< a response arrived whole with a status of 200 to 299
+    InvalidURL = 1,             ///< not a whole http or https URL, or one with a blank or a control character
+    InvalidHeader = 2,          ///< a header or the credential holds a character that is not allowed there
+    UnreadableCABundle = 3,     ///< `caBundleFile` cannot be read or holds no certificate
+    NoSystemTrustStore = 4,     ///< the system has no trusted certificates and no file of them is named
+    UnresolvedHost = 5,         ///< the server's name cannot be resolved
+    NoConnection = 6,           ///< the server cannot be reached or refuses the connection
+    Proxy = 7,                  ///< the proxy cannot be used
+    UntrustedCertificate = 8,   ///< no trusted authority has issued the server's certificate
+    OutdatedCertificate = 9,    ///< the server's certificate is expired or not valid yet
+    WrongHostCertificate = 10,  ///< the server's certificate was issued for another host name
+    TLS = 11,                   ///< the TLS handshake failed for another reason
+    ConnectTimeout = 12,        ///< no connection within `connectTimeout` or `requestTimeout`
+    RequestTimeout = 13,        ///< connected, but no whole response within `requestTimeout`
+    BrokenConnection = 14,      ///< the connection ended before a whole response had arrived
+    OversizedResponse = 15,     ///< the body is longer than `maxResponseBytes`, or the headers than 256 KiB
+    MalformedResponse = 16,     ///< the answer is not valid HTTP, or its compressed body is damaged
+    Cancelled = 17,             ///< `cancelled` said so
+    Interrupted = 18,           ///< an exception ended the exchange; only in a trace record, since it passes through
+    Other = 19,                 ///< a failure inside the HTTP transport
+    OversizedRequest = 20,      ///< the URL or the headers are too long to be sent
+    UserInfoInURL = 21,         ///< the URL holds a user name or password before its host
+    NonASCIIHost = 22,          ///< the host name has characters beyond ASCII: its ASCII form ("xn--...") is needed
+    TLSAlert = 23,              ///< the server ended the TLS handshake with an alert
+    TLSTimeout = 24,            ///< the server accepted the connection but did not finish the TLS handshake in time
+    PlainHTTPServer = 25,       ///< TLS was expected, but the server speaks plain HTTP
+};
+
 /// What is told of an exchange when it ends. It never holds a header, a body or a credential.
 struct CMRestTraceRecord {
     std::string method;                     ///< "GET", "POST" or "DELETE"
     std::string url;                        ///< every query value and any user information replaced by "***"
     std::int32_t status = 0;                ///< HTTP status, also of a response cut short; 0: none came
-    std::int32_t resultCode = 0;            ///< 0: success; otherwise a code of the error-text service
+    std::int32_t resultCode = 0;            ///< below 100: a CMRestResult; otherwise the HTTP status
     std::size_t requestBytes = 0;           ///< bytes of the request's body
     std::size_t responseBytes = 0;          ///< bytes that came of the response's body, after decompression
     std::chrono::microseconds duration{0};  ///< from the start of the exchange to its end
     bool connectionReused = false;          ///< whether a pooled connection carried it
+    /// From the start of the exchange to the first byte of the response's body; 0: none came.
+    std::chrono::microseconds firstByte{0};
 };
 
 /// The User-Agent that libcf sends unless told otherwise: "libcf/" and its version.
@@ -83,6 +116,11 @@ struct CMRestGlobalSettings {
     /// Told of each exchange once, when it ends, refused ones included; on the thread of the exchange. What it throws
     /// passes through, and the response is freed.
     std::function<void(const CMRestTraceRecord&)> trace{};
+    /// Servers without TLS: hosts whose https URLs are requested by plain HTTP. An entry is "name", which means every
+    /// port, or "name:port", which means URLs that give this port; an IPv6 address stands in brackets. Letters are
+    /// compared without case. A URL without a port then goes to port 80. Credentials go out readable, so only hosts on
+    /// this machine or in a trusted network belong here.
+    std::vector<std::string> plainHTTPHosts{};
 };
 
 /// What a conversation's requests share: the credential, the headers sent with every request, and the pool.
@@ -154,6 +192,9 @@ public:
     void addQueryParams(CMRestParams params);
 };
 
+/// Told of a response's body as it comes.
+using CMRestBodyReceiver = std::function<void(std::string_view bytes)>;
+
 /// A POST request, with or without a JSON body.
 class CF_EXPORT CMRestPostRequest : public CMRestRequest {
 public:
@@ -161,15 +202,25 @@ public:
     ~CMRestPostRequest() override;
     /// Adds query parameters; names and values are percent-encoded outside A-Z a-z 0-9 - . _ ~ when sent.
     void addQueryParams(CMRestParams params);
-    /// Sets the body to the value's JSON text, written now: no reference is kept. A null pointer removes the body.
+    /// Sets the body to the value's JSON text as it is now, in the pieces that the value gives: no reference to the
+    /// value is kept, and the pieces are sent from where they lie. A null pointer removes the body.
     void updateJson(const ICOJsonValue* body);
+    /// Sets who is told of the body of a response whose status is 200 to 299, in pieces as they come, after
+    /// decompression. These bytes are not kept: the response's body is empty then. A body with another status arrives
+    /// in its response as ever. Called on the exchange's thread; the bytes are valid during the call. It may throw,
+    /// which ends the exchange, and may run other exchanges. `cancelled` is asked between any two calls, and
+    /// `maxResponseBytes` counts all bytes. After a failure the bytes were not the whole body. Null: none, as at first.
+    void setBodyReceiver(CMRestBodyReceiver receiver);
 
-    /// The body's text, or null when the request has no body.
-    [[nodiscard]] const std::string* obtainBody() const noexcept;
+    /// The body's text in pieces to be joined, or null when the request has no body.
+    [[nodiscard]] const std::vector<COJsonPiece>* obtainBodyPieces() const noexcept;
+    /// Empty when there is none.
+    [[nodiscard]] const CMRestBodyReceiver& obtainBodyReceiver() const noexcept;
 
 private:
-    std::string m_body;
+    std::vector<COJsonPiece> m_body;
     bool m_hasBody = false;
+    CMRestBodyReceiver m_bodyReceiver;
 };
 
 /// A DELETE request.
@@ -210,8 +261,8 @@ public:
     /// Runs a request and blocks until its exchange ends.
     /// @param request   the request, unchanged
     /// @param response  receives a new response owned by the caller, or null when none arrived whole
-    /// @return 0 when a response arrived whole with a status of 200 to 299; otherwise a code that the error-text
-    ///         service describes: the status of the response, or one below 100 when there is no response
+    /// @return 0 when a response arrived whole with a status of 200 to 299; otherwise the status of the response, or a
+    ///         CMRestResult (below 100) when there is no response. The error-text service describes it.
     /// Throws what the host's callbacks and allocation throw; nothing leaks then and `response` is null.
     virtual std::int32_t runGet(const CMRestGetRequest& request, CMRestResourceResponse*& response) = 0;
     virtual std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) = 0;

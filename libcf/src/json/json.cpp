@@ -20,6 +20,12 @@ std::string ICOJsonValue::obtainJsonString() const {
     return text;
 }
 
+std::vector<COJsonPiece> ICOJsonValue::obtainJsonPieces() const {
+    auto text = std::make_shared<const std::string>(obtainJsonString());
+    const std::string_view whole = *text;
+    return {{whole, std::move(text)}};
+}
+
 COJson::COJson() : m_document(std::make_unique<Document>()) {
     m_document->root = COJsonAccess::make<COJsonValue>(&m_document->built.addRoot());
     m_document->root.setObject();

@@ -5,24 +5,24 @@
 
 // What libcurl's result of an exchange means for a person.
 
-CMRestFailure CMRestConnections::classify(CURLcode code) const {
-    if (m_receipt.failure != CMRestFailure::None) {
+CMRestResult CMRestConnections::classify(CURLcode code) const {
+    if (m_receipt.failure != CMRestResult::Success) {
         return m_receipt.failure;
     }
     switch (code) {
         case CURLE_OK:
             return classifyEnd();
         case CURLE_URL_MALFORMAT:
-            return CMRestFailure::InvalidURL;
+            return CMRestResult::InvalidURL;
         case CURLE_COULDNT_RESOLVE_HOST:
-            return CMRestFailure::UnresolvedHost;
+            return CMRestResult::UnresolvedHost;
         case CURLE_COULDNT_CONNECT:
-            return m_proxyURL.empty() ? CMRestFailure::NoConnection : CMRestFailure::Proxy;
+            return m_proxyURL.empty() ? CMRestResult::NoConnection : CMRestResult::Proxy;
         case CURLE_COULDNT_RESOLVE_PROXY:
         case CURLE_PROXY:
-            return CMRestFailure::Proxy;
+            return CMRestResult::Proxy;
         case CURLE_OPERATION_TIMEDOUT:
-            return isRequestBegun() ? CMRestFailure::RequestTimeout : CMRestFailure::ConnectTimeout;
+            return isRequestBegun() ? CMRestResult::RequestTimeout : CMRestResult::ConnectTimeout;
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CERTPROBLEM:
@@ -45,21 +45,21 @@ CMRestFailure CMRestConnections::classify(CURLcode code) const {
         case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_BAD_CONTENT_ENCODING:
-            return CMRestFailure::MalformedResponse;
+            return CMRestResult::MalformedResponse;
         case CURLE_OUT_OF_MEMORY:
             return classifyExhaustion();
         default:
-            return CMRestFailure::Other;
+            return CMRestResult::Other;
     }
 }
 
 /// libcurl takes headers that were cut for a response, and an interim response for the last one.
-CMRestFailure CMRestConnections::classifyEnd() const {
+CMRestResult CMRestConnections::classifyEnd() const {
     if (m_receipt.headers.isWhole && obtainInfo<long>(CURLINFO_RESPONSE_CODE) < 100) {
-        return CMRestFailure::MalformedResponse;
+        return CMRestResult::MalformedResponse;
     }
     const bool isWhole = m_receipt.headers.isWhole && m_receipt.headers.isFinal && isBodyWhole();
-    return isWhole ? CMRestFailure::None : CMRestFailure::BrokenConnection;
+    return isWhole ? CMRestResult::Success : CMRestResult::BrokenConnection;
 }
 
 bool CMRestConnections::isBodyWhole() const {
@@ -79,15 +79,15 @@ bool CMRestConnections::isBodyWhole() const {
     return !headers.hasLength && (m_receipt.isTLSClosed || !isTLSURL(m_url));
 }
 
-CMRestFailure CMRestConnections::classifyBreak() const {
+CMRestResult CMRestConnections::classifyBreak() const {
     const bool isTunnelRefused = !isRequestBegun() && obtainInfo<long>(CURLINFO_HTTP_CONNECTCODE) != 0;
-    return isTunnelRefused ? CMRestFailure::Proxy : CMRestFailure::BrokenConnection;
+    return isTunnelRefused ? CMRestResult::Proxy : CMRestResult::BrokenConnection;
 }
 
 /// libcurl reports a header line that is too long for it like exhausted memory.
-CMRestFailure CMRestConnections::classifyExhaustion() const {
+CMRestResult CMRestConnections::classifyExhaustion() const {
     if (!isRequestBegun()) {
         throw std::bad_alloc();
     }
-    return CMRestFailure::OversizedResponse;
+    return CMRestResult::OversizedResponse;
 }

@@ -41,15 +41,15 @@ bool hasSendableHeaders(const CMRestExchange& exchange) {
 }
 
 /// Why an exchange must not begin.
-CMRestFailure checkExchange(const CMRestExchange& exchange) {
+CMRestResult checkExchange(const CMRestExchange& exchange) {
     if (!isRequestableURL(exchange.url)) {
-        return CMRestFailure::InvalidURL;
+        return CMRestResult::InvalidURL;
     }
     if (!hasSendableHeaders(exchange)) {
-        return CMRestFailure::InvalidHeader;
+        return CMRestResult::InvalidHeader;
     }
     // The proxy's URL is no header, but it too must not smuggle anything into what is sent.
-    return isSendableHeaderValue(exchange.settings.proxyURL) ? CMRestFailure::None : CMRestFailure::Proxy;
+    return isSendableHeaderValue(exchange.settings.proxyURL) ? CMRestResult::Success : CMRestResult::Proxy;
 }
 
 bool isCancelled(const CMRestGlobalSettings& settings) {
@@ -57,32 +57,31 @@ bool isCancelled(const CMRestGlobalSettings& settings) {
 }
 
 /// Applies the TLS settings; says why it cannot.
-CMRestFailure prepareTLS(CMRestConnections& connections, const CMRestGlobalSettings& settings) {
+CMRestResult prepareTLS(CMRestConnections& connections, const CMRestGlobalSettings& settings) {
     CMRestTLSSettings tlsSettings;
     if (settings.verifyPeer) {
         tlsSettings.trustStore = obtainTrustStore(settings.caBundleFile);
         if (!tlsSettings.trustStore) {
-            return settings.caBundleFile.empty() ? CMRestFailure::NoSystemTrustStore
-                                                 : CMRestFailure::UnreadableCABundle;
+            return settings.caBundleFile.empty() ? CMRestResult::NoSystemTrustStore : CMRestResult::UnreadableCABundle;
         }
     }
     connections.useTLSSettings(std::move(tlsSettings));
-    return CMRestFailure::None;
+    return CMRestResult::Success;
 }
 
 CMRestOutcome runExchange(const CMRestExchange& exchange) {
-    if (const CMRestFailure refusal = checkExchange(exchange); refusal != CMRestFailure::None) {
+    if (const CMRestResult refusal = checkExchange(exchange); refusal != CMRestResult::Success) {
         return {.failure = refusal};
     }
     if (isCancelled(exchange.settings)) {
-        return {.failure = CMRestFailure::Cancelled};
+        return {.failure = CMRestResult::Cancelled};
     }
     CMRestConnections::Lease connections(exchange.session == nullptr ? nullptr : exchange.session->obtainPoolCenter());
     CMRestOutcome outcome;
     if (isTLSURL(exchange.url) || isTLSURL(exchange.settings.proxyURL)) {
         outcome.failure = prepareTLS(*connections, exchange.settings);
     }
-    if (outcome.failure == CMRestFailure::None) {
+    if (outcome.failure == CMRestResult::Success) {
         outcome = connections->run(exchange);
     }
     connections.giveBack();
@@ -90,14 +89,13 @@ CMRestOutcome runExchange(const CMRestExchange& exchange) {
 }
 
 std::int32_t toResultCode(const CMRestOutcome& outcome) {
-    if (outcome.failure != CMRestFailure::None) {
+    if (outcome.failure != CMRestResult::Success) {
         return static_cast<std::int32_t>(outcome.failure);
     }
     return outcome.status >= 200 && outcome.status <= 299 ? 0 : outcome.status;
 }
 
-void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, std::size_t responseBytes,
-               Clock::time_point start) {
+void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, Clock::time_point start) {
     if (!exchange.settings.trace) {
         return;
     }
@@ -106,9 +104,13 @@ void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, std
     record.url = redactURL(exchange.url);
     record.status = outcome.status;
     record.resultCode = toResultCode(outcome);
-    record.requestBytes = exchange.body == nullptr ? 0 : exchange.body->size();
-    record.responseBytes = responseBytes;
+    record.requestBytes = exchange.body == nullptr ? 0 : cf::countBytes(*exchange.body);
+    record.responseBytes = outcome.responseBytes;
     record.duration = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+    if (outcome.firstByte) {
+        // Rounded up: 0 means that no byte came.
+        record.firstByte = std::chrono::ceil<std::chrono::microseconds>(*outcome.firstByte - start);
+    }
     record.connectionReused = outcome.isConnectionReused;
     exchange.settings.trace(record);
 }
@@ -116,7 +118,7 @@ void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, std
 /// As tellTrace, while an exception is on its way: that one passes through, not one of the trace.
 void tellTraceOfException(const CMRestExchange& exchange, Clock::time_point start) noexcept {
     try {
-        tellTrace(exchange, {.failure = CMRestFailure::Interrupted}, 0, start);
+        tellTrace(exchange, {.failure = CMRestResult::Interrupted}, start);
     } catch (...) {
     }
 }
@@ -127,43 +129,43 @@ public:
         : m_settings(settings), m_session(session) {}
 
     std::int32_t runGet(const CMRestGetRequest& request, CMRestResourceResponse*& response) override {
-        return run(CMRestMethod::Get, request, nullptr, response);
+        return run(CMRestMethod::Get, request, nullptr, nullptr, response);
     }
     std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) override {
-        return run(CMRestMethod::Post, request, request.obtainBody(), response);
+        const CMRestBodyReceiver& receiver = request.obtainBodyReceiver();
+        return run(CMRestMethod::Post, request, request.obtainBodyPieces(), receiver ? &receiver : nullptr, response);
     }
     std::int32_t runDelete(const CMRestDeleteRequest& request, CMRestResourceResponse*& response) override {
-        return run(CMRestMethod::Delete, request, nullptr, response);
+        return run(CMRestMethod::Delete, request, nullptr, nullptr, response);
     }
 
 private:
-    std::int32_t run(CMRestMethod method, const CMRestRequest& request, const std::string* body,
-                     CMRestResourceResponse*& response);
+    std::int32_t run(CMRestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
+                     const CMRestBodyReceiver* receiver, CMRestResourceResponse*& response);
 
     CMRestGlobalSettings m_settings;
     CMRestSession* m_session;
 };
 
-std::int32_t CMRestClient::run(CMRestMethod method, const CMRestRequest& request, const std::string* body,
-                               CMRestResourceResponse*& response) {
+std::int32_t CMRestClient::run(CMRestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
+                               const CMRestBodyReceiver* receiver, CMRestResourceResponse*& response) {
     response = nullptr;
     const Clock::time_point start = Clock::now();
-    const std::string url = buildRequestURL(request.obtainURL(), request.obtainQueryParams());
-    const CMRestExchange exchange{method, url, request, body, m_session, m_settings};
+    std::string url = buildRequestURL(request.obtainURL(), request.obtainQueryParams());
+    usePlainHTTP(url, m_settings.plainHTTPHosts);
+    const CMRestExchange exchange{method, url, request, body, receiver, m_session, m_settings};
     CMRestOutcome outcome;
     std::unique_ptr<CMRestResourceResponse> arrived;
-    std::size_t responseBytes = 0;
     try {
         outcome = runExchange(exchange);
-        responseBytes = outcome.body.size();
-        if (outcome.failure == CMRestFailure::None) {
+        if (outcome.failure == CMRestResult::Success) {
             arrived = std::make_unique<CMRestResourceResponse>(outcome.status, std::move(outcome.body));
         }
     } catch (...) {
         tellTraceOfException(exchange, start);
         throw;
     }
-    tellTrace(exchange, outcome, responseBytes, start);
+    tellTrace(exchange, outcome, start);
     response = arrived.release();
     return toResultCode(outcome);
 }

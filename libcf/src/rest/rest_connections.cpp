@@ -1,6 +1,7 @@
 #include "rest/rest_connections.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <new>
 #include <string_view>
 #include <utility>
@@ -115,18 +116,18 @@ CMRestOutcome CMRestConnections::run(const CMRestExchange& exchange) {
     setRequest(exchange);
     if (m_optionError != CURLE_OK) {
         resetOptions();
-        return {.failure = CMRestFailure::Other};
+        return {.failure = CMRestResult::Other};
     }
-    CMRestFailure failure = CMRestFailure::None;
+    CMRestResult failure = CMRestResult::Success;
     {
         const Attachment attachment(m_multi.get(), m_easy.get());
-        failure = drive(exchange.settings);
+        failure = drive(exchange);
     }
     if (m_receipt.exception) {
         std::rethrow_exception(m_receipt.exception);
     }
     CMRestOutcome outcome = conclude(failure);
-    if (failure == CMRestFailure::None && m_receipt.sendings == 1) {
+    if (failure == CMRestResult::Success && m_receipt.sendings == 1) {
         forgetRequest();
     } else {
         // libcurl counts the requests that it sends again over the handle's whole life and gives up at the sixth.
@@ -135,48 +136,71 @@ CMRestOutcome CMRestConnections::run(const CMRestExchange& exchange) {
     return outcome;
 }
 
-CMRestFailure CMRestConnections::drive(const CMRestGlobalSettings& settings) {
-    const bool isCancellable = static_cast<bool>(settings.cancelled);
-    Clock::time_point nextQuestion = isCancellable ? Clock::now() + kQuestionInterval : Clock::time_point::max();
-    const auto wait =
-        static_cast<int>(std::chrono::milliseconds(isCancellable ? kQuestionInterval : kLongestWait).count());
+CMRestResult CMRestConnections::drive(const CMRestExchange& exchange) {
+    const std::function<bool()>& isCancelled = exchange.settings.cancelled;
+    const auto longestWait = std::chrono::milliseconds(isCancelled ? kQuestionInterval : kLongestWait);
+    Clock::time_point nextQuestion = isCancelled ? Clock::now() + kQuestionInterval : Clock::time_point::max();
     while (true) {
-        {
-            const CMSigpipeGuard guard;
-            int runningTransfers = 0;
-            if (curl_multi_perform(m_multi.get(), &runningTransfers) != CURLM_OK) {
-                return CMRestFailure::Other;
-            }
-            if (runningTransfers == 0) {
-                return obtainResult();
-            }
-            if (curl_multi_poll(m_multi.get(), nullptr, 0, wait, nullptr) != CURLM_OK) {
-                return CMRestFailure::Other;
-            }
+        const std::optional<CMRestResult> result = advance(exchange.receiver != nullptr, longestWait);
+        // The host's functions are called outside libcurl and outside the guard: they may throw, fork or run another
+        // exchange.
+        const bool isHandedOver = exchange.receiver != nullptr && isBodyToBeHandedOver();
+        if (isHandedOver) {
+            (*exchange.receiver)(m_receipt.body);
+            m_receipt.body.clear();
         }
-        // Asked outside the guard and outside libcurl: the host's function may throw, fork or run another exchange.
-        if (isCancellable && Clock::now() >= nextQuestion) {
-            if (settings.cancelled()) {
-                return CMRestFailure::Cancelled;
+        if (result) {
+            return *result;
+        }
+        if (isCancelled && (isHandedOver || Clock::now() >= nextQuestion)) {
+            if (isCancelled()) {
+                return CMRestResult::Cancelled;
             }
             nextQuestion = Clock::now() + kQuestionInterval;
         }
     }
 }
 
-CMRestFailure CMRestConnections::obtainResult() {
-    int remaining = 0;
-    const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &remaining);
-    return message == nullptr ? CMRestFailure::Other : classify(message->data.result);
+std::optional<CMRestResult> CMRestConnections::advance(bool hasReceiver, std::chrono::milliseconds longestWait) {
+    const CMSigpipeGuard guard;
+    int runningTransfers = 0;
+    if (curl_multi_perform(m_multi.get(), &runningTransfers) != CURLM_OK) {
+        return CMRestResult::Other;
+    }
+    if (runningTransfers == 0) {
+        return obtainResult();
+    }
+    if (hasReceiver && isBodyToBeHandedOver()) {
+        return std::nullopt;
+    }
+    const auto wait = static_cast<int>(longestWait.count());
+    const bool isSound = curl_multi_poll(m_multi.get(), nullptr, 0, wait, nullptr) == CURLM_OK;
+    return isSound ? std::nullopt : std::optional(CMRestResult::Other);
 }
 
-CMRestOutcome CMRestConnections::conclude(CMRestFailure failure) {
+bool CMRestConnections::isBodyToBeHandedOver() const {
+    if (m_receipt.body.empty()) {
+        return false;
+    }
+    const auto status = obtainInfo<long>(CURLINFO_RESPONSE_CODE);
+    return status >= 200 && status <= 299;
+}
+
+CMRestResult CMRestConnections::obtainResult() {
+    int remaining = 0;
+    const CURLMsg* const message = curl_multi_info_read(m_multi.get(), &remaining);
+    return message == nullptr ? CMRestResult::Other : classify(message->data.result);
+}
+
+CMRestOutcome CMRestConnections::conclude(CMRestResult failure) {
     CMRestOutcome outcome{.failure = failure, .status = 0, .body = std::move(m_receipt.body)};
+    outcome.responseBytes = m_receipt.bodyBytes;
+    outcome.firstByte = m_receipt.firstByte;
     m_receipt.decoder.reset();  // its window is not kept between exchanges
     outcome.status = static_cast<std::int32_t>(obtainInfo<long>(CURLINFO_RESPONSE_CODE));
     outcome.isConnectionReused = isRequestBegun() && obtainInfo<long>(CURLINFO_NUM_CONNECTS) == 0;
     const bool isInterim = outcome.status < 200;
-    if (failure != CMRestFailure::None && isInterim) {
+    if (failure != CMRestResult::Success && isInterim) {
         outcome.status = 0;
     }
     return outcome;
@@ -206,7 +230,7 @@ std::size_t CMRestConnections::receiveHeader(char* data, std::size_t unit, std::
     const std::string_view line(data, unit * size);
     receipt.headerBytes += line.size();
     if (receipt.headerBytes > kMostHeaderBytes) {
-        receipt.failure = CMRestFailure::OversizedResponse;
+        receipt.failure = CMRestResult::OversizedResponse;
         return 0;
     }
     connections.readHeaderLine(line);
@@ -237,6 +261,9 @@ std::size_t CMRestConnections::receiveBody(char* data, std::size_t unit, std::si
     auto& connections = *static_cast<CMRestConnections*>(self);
     Receipt& receipt = connections.m_receipt;
     size *= unit;
+    if (size > 0 && !receipt.firstByte) {
+        receipt.firstByte = Clock::now();
+    }
     try {
         const bool isCoded = receipt.headers.coding != CMRestCoding::None;
         const bool isKept = isCoded ? connections.keepDecoded(data, size) : connections.keepBody({data, size});
@@ -248,19 +275,20 @@ std::size_t CMRestConnections::receiveBody(char* data, std::size_t unit, std::si
 }
 
 bool CMRestConnections::keepBody(std::string_view bytes) {
-    if (bytes.size() > m_receipt.bodyLimit - m_receipt.body.size()) {
-        m_receipt.failure = CMRestFailure::OversizedResponse;
+    if (bytes.size() > m_receipt.bodyLimit - m_receipt.bodyBytes) {
+        m_receipt.failure = CMRestResult::OversizedResponse;
         return false;
     }
     makeRoom(bytes.size());
     m_receipt.body.append(bytes);
+    m_receipt.bodyBytes += bytes.size();
     return true;
 }
 
 bool CMRestConnections::keepDecoded(char* bytes, std::size_t size) {
     std::unique_ptr<CMRestDecoder>& decoder = m_receipt.decoder;
     if (m_receipt.headers.coding == CMRestCoding::Unknown) {
-        m_receipt.failure = CMRestFailure::MalformedResponse;
+        m_receipt.failure = CMRestResult::MalformedResponse;
         return false;
     }
     if (size == 0) {
@@ -276,9 +304,19 @@ bool CMRestConnections::keepDecoded(char* bytes, std::size_t size) {
         }
     }
     if (decoder->isMalformed()) {
-        m_receipt.failure = CMRestFailure::MalformedResponse;
+        m_receipt.failure = CMRestResult::MalformedResponse;
     }
     return !decoder->isMalformed();
+}
+
+std::size_t CMRestConnections::sendBody(char* target, std::size_t unit, std::size_t count, void* self) noexcept {
+    return static_cast<CMRestConnections*>(self)->m_bodyReader.read(target, unit * count);
+}
+
+int CMRestConnections::seekBody(void* self, curl_off_t offset, int origin) noexcept {
+    const bool isFound = origin == SEEK_SET && offset >= 0 &&
+                         static_cast<CMRestConnections*>(self)->m_bodyReader.seek(static_cast<std::size_t>(offset));
+    return isFound ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
 }
 
 int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* /*localAddress*/, int /*remotePort*/,
@@ -292,7 +330,7 @@ int CMRestConnections::permitSending(void* self, char* /*remoteAddress*/, char* 
         receipt.firstSending = now;
     }
     if (receipt.method == CMRestMethod::Post && now - receipt.firstSending > kReplayWindow) {
-        receipt.failure = CMRestFailure::BrokenConnection;
+        receipt.failure = CMRestResult::BrokenConnection;
         return CURL_PREREQFUNC_ABORT;
     }
     return CURL_PREREQFUNC_OK;

@@ -9,10 +9,13 @@
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cf/rest.h"
+#include "rest/rest_body.h"
 #include "rest/rest_decoder.h"
 #include "rest/rest_errors.h"
 #include "rest/rest_headers.h"
@@ -23,18 +26,21 @@ enum class CMRestMethod { Get, Post, Delete };
 /// One exchange as it is asked for. All of it is borrowed while the exchange runs, and has been checked before.
 struct CMRestExchange {
     CMRestMethod method;
-    const std::string& url;        ///< whole, with the query parameters
-    const CMRestRequest& request;  ///< for its headers
-    const std::string* body;       ///< null: no body
-    const CMRestSession* session;  ///< null: no credential and no session headers
+    const std::string& url;                ///< whole, with the query parameters
+    const CMRestRequest& request;          ///< for its headers
+    const std::vector<COJsonPiece>* body;  ///< null: no body
+    const CMRestBodyReceiver* receiver;    ///< null: the response keeps its body
+    const CMRestSession* session;          ///< null: no credential and no session headers
     const CMRestGlobalSettings& settings;
 };
 
 /// How an exchange ended.
 struct CMRestOutcome {
-    CMRestFailure failure = CMRestFailure::None;
-    std::int32_t status = 0;          ///< 0: none came
-    std::string body{};               ///< what came of the body; whole when there is no failure
+    CMRestResult failure = CMRestResult::Success;
+    std::int32_t status = 0;        ///< 0: none came
+    std::string body{};             ///< what came of the body and was kept; whole when there is no failure
+    std::size_t responseBytes = 0;  ///< what came of the body, kept or not
+    std::optional<std::chrono::steady_clock::time_point> firstByte{};  ///< when the body began to come
     bool isConnectionReused = false;  ///< whether a connection of an earlier exchange carried it
 };
 
@@ -93,7 +99,9 @@ private:
     struct Receipt {
         CMRestMethod method = CMRestMethod::Get;
         std::size_t bodyLimit = 0;
-        std::string body;
+        std::string body;           ///< what came of it and was not handed over
+        std::size_t bodyBytes = 0;  ///< what came of it
+        std::optional<Clock::time_point> firstByte;
         std::unique_ptr<CMRestDecoder> decoder;  ///< null until the first bytes of a compressed body
         std::size_t headerBytes = 0;
         HeaderBlock headers;
@@ -101,8 +109,8 @@ private:
         long verification = 0;     ///< OpenSSL's result for the certificate that was refused
         int sendings = 0;          ///< how often the request was sent
         Clock::time_point firstSending;
-        CMRestFailure failure = CMRestFailure::None;  ///< why a callback stopped the exchange
-        std::exception_ptr exception;                 ///< an exception that must not pass through libcurl
+        CMRestResult failure = CMRestResult::Success;  ///< why a callback stopped the exchange
+        std::exception_ptr exception;                  ///< an exception that must not pass through libcurl
     };
 
     void open();
@@ -119,18 +127,23 @@ private:
     void setConstantOptions();
     void setTLSOptions();
     void setRequest(const CMRestExchange& exchange);
+    void setBody(const std::vector<COJsonPiece>* pieces);
     void setHeaders(const CMRestExchange& exchange);
     void forgetRequest();
 
     // The exchange.
-    CMRestFailure drive(const CMRestGlobalSettings& settings);
-    CMRestFailure obtainResult();
-    CMRestFailure classify(CURLcode code) const;
-    CMRestFailure classifyTLS(CURLcode code) const;
-    CMRestFailure classifyEnd() const;
-    CMRestFailure classifyBreak() const;
-    CMRestFailure classifyExhaustion() const;
-    CMRestOutcome conclude(CMRestFailure failure);
+    CMRestResult drive(const CMRestExchange& exchange);
+    /// Lets libcurl work, and waits for the network unless there is something to do at once. Gives the result at the
+    /// end of the exchange.
+    std::optional<CMRestResult> advance(bool hasReceiver, std::chrono::milliseconds longestWait);
+    bool isBodyToBeHandedOver() const;
+    CMRestResult obtainResult();
+    CMRestResult classify(CURLcode code) const;
+    CMRestResult classifyTLS(CURLcode code) const;
+    CMRestResult classifyEnd() const;
+    CMRestResult classifyBreak() const;
+    CMRestResult classifyExhaustion() const;
+    CMRestOutcome conclude(CMRestResult failure);
     template <typename Value>
     Value obtainInfo(CURLINFO info) const {
         Value value{};
@@ -148,6 +161,8 @@ private:
     // libcurl's callbacks; they throw nothing.
     static std::size_t receiveHeader(char* data, std::size_t unit, std::size_t size, void* self) noexcept;
     static std::size_t receiveBody(char* data, std::size_t unit, std::size_t size, void* self) noexcept;
+    static std::size_t sendBody(char* target, std::size_t unit, std::size_t count, void* self) noexcept;
+    static int seekBody(void* self, curl_off_t offset, int origin) noexcept;
     static int permitSending(void* self, char* remoteAddress, char* localAddress, int remotePort,
                              int localPort) noexcept;
     static void watchTLS(const SSL* connection, int event, int value) noexcept;
@@ -164,6 +179,8 @@ private:
     std::string m_proxyURL;
     bool m_hasMethodName = false;
     CMRestHeaderList m_headers;
+    cf::BodyReader m_bodyReader;
+    std::string m_shortBody;
     Receipt m_receipt;
 };
 

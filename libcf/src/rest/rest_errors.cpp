@@ -4,44 +4,53 @@
 #include <array>
 #include <string_view>
 
+#include "cf/rest.h"
+
 namespace {
 
 struct FailureText {
-    CMRestFailure failure;
+    CMRestResult failure;
     std::string_view text;
 };
 
 constexpr auto kFailureTexts = std::to_array<FailureText>({
-    {CMRestFailure::None, ""},
-    {CMRestFailure::InvalidURL,
+    {CMRestResult::Success, ""},
+    {CMRestResult::InvalidURL,
      "The URL cannot be requested: it must be a whole http or https URL without blanks or control "
      "characters"},
-    {CMRestFailure::InvalidHeader,
+    {CMRestResult::InvalidHeader,
      "A request header or the API key holds a character that is not allowed there, such as a line break"},
-    {CMRestFailure::UnreadableCABundle, "The file of trusted certificates cannot be read or holds no certificate"},
-    {CMRestFailure::NoSystemTrustStore,
+    {CMRestResult::UnreadableCABundle, "The file of trusted certificates cannot be read or holds no certificate"},
+    {CMRestResult::NoSystemTrustStore,
      "This system has no trusted certificates: install its CA certificates or name a file of them"},
-    {CMRestFailure::UnresolvedHost, "The server's name cannot be resolved: check the host name and the network"},
-    {CMRestFailure::NoConnection,
+    {CMRestResult::UnresolvedHost, "The server's name cannot be resolved: check the host name and the network"},
+    {CMRestResult::NoConnection,
      "No connection to the server: check the host and port, and that the server is running"},
-    {CMRestFailure::Proxy, "The proxy cannot be used: check its address and credentials, and that it is running"},
-    {CMRestFailure::UntrustedCertificate,
-     "The server's certificate is not trusted: no trusted authority has issued it"},
-    {CMRestFailure::OutdatedCertificate,
+    {CMRestResult::Proxy, "The proxy cannot be used: check its address and credentials, and that it is running"},
+    {CMRestResult::UntrustedCertificate, "The server's certificate is not trusted: no trusted authority has issued it"},
+    {CMRestResult::OutdatedCertificate,
      "The server's certificate is expired or not valid yet: check the server and this computer's clock"},
-    {CMRestFailure::WrongHostCertificate, "The server's certificate was issued for another host name"},
-    {CMRestFailure::TLS, "No secure connection to the server: the TLS handshake failed"},
-    {CMRestFailure::ConnectTimeout, "Time-out: no connection to the server within the time limit"},
-    {CMRestFailure::RequestTimeout, "Time-out: the server did not finish its answer within the time limit"},
-    {CMRestFailure::BrokenConnection, "The connection broke before the whole answer had arrived"},
-    {CMRestFailure::OversizedResponse, "The server's answer is larger than the limit"},
-    {CMRestFailure::MalformedResponse, "The server's answer is not valid HTTP"},
-    {CMRestFailure::Cancelled, "The request was cancelled"},
-    {CMRestFailure::Interrupted, "The request was interrupted by an error of the application"},
-    {CMRestFailure::Other, "The request failed inside the HTTP transport"},
+    {CMRestResult::WrongHostCertificate, "The server's certificate was issued for another host name"},
+    {CMRestResult::TLS, "No secure connection to the server: the TLS handshake failed"},
+    {CMRestResult::ConnectTimeout, "Time-out: no connection to the server within the time limit"},
+    {CMRestResult::RequestTimeout, "Time-out: the server did not finish its answer within the time limit"},
+    {CMRestResult::BrokenConnection, "The connection broke before the whole answer had arrived"},
+    {CMRestResult::OversizedResponse, "The server's answer is larger than the limit"},
+    {CMRestResult::MalformedResponse, "The server's answer is not valid HTTP"},
+    {CMRestResult::Cancelled, "The request was cancelled"},
+    {CMRestResult::Interrupted, "The request was interrupted by an error of the application"},
+    {CMRestResult::Other, "The request failed inside the HTTP transport"},
+    {CMRestResult::OversizedRequest, "The request's URL or headers are longer than can be sent"},
+    {CMRestResult::UserInfoInURL, "The host must be named without a user name or password before it"},
+    {CMRestResult::NonASCIIHost,
+     "The host name has characters beyond ASCII: name it in its ASCII form, which begins with xn--"},
+    {CMRestResult::TLSAlert, "No secure connection to the server: it refused the TLS handshake with an alert"},
+    {CMRestResult::TLSTimeout,
+     "Time-out: the server accepted the connection but did not finish the TLS handshake within the time limit"},
+    {CMRestResult::PlainHTTPServer, "No secure connection to the server: it speaks plain HTTP, not TLS"},
 });
 
-std::string_view describeFailure(CMRestFailure failure) {
+std::string_view describeFailure(CMRestResult failure) {
     const auto place = std::ranges::find(kFailureTexts, failure, &FailureText::failure);
     return place == kFailureTexts.end() ? "Unknown error" : place->text;
 }
@@ -120,5 +129,5 @@ std::string describeRestResult(std::int32_t resultCode) {
     if (resultCode >= 100) {
         return describeStatus(resultCode);
     }
-    return std::string(describeFailure(static_cast<CMRestFailure>(resultCode)));
+    return std::string(describeFailure(static_cast<CMRestResult>(resultCode)));
 }

@@ -9,6 +9,9 @@
 
 namespace {
 
+/// Bodies up to this size are joined before they are sent.
+constexpr std::size_t kMostJoined = std::size_t{16} * 1024;
+
 constexpr std::string_view kContentType = "Content-Type";
 
 /// A time limit as libcurl takes it, with its own value for "no limit" (also given for a negative one).
@@ -75,6 +78,11 @@ void CMRestConnections::setConstantOptions() {
     setOption(CURLOPT_HEADERDATA, static_cast<void*>(this));
     setOption(CURLOPT_WRITEFUNCTION, &CMRestConnections::receiveBody);
     setOption(CURLOPT_WRITEDATA, static_cast<void*>(this));
+    setOption(CURLOPT_READFUNCTION, &CMRestConnections::sendBody);
+    setOption(CURLOPT_READDATA, static_cast<void*>(this));
+    // A request that is sent again on a new connection begins at the body's first byte.
+    setOption(CURLOPT_SEEKFUNCTION, &CMRestConnections::seekBody);
+    setOption(CURLOPT_SEEKDATA, static_cast<void*>(this));
     setOption(CURLOPT_PREREQFUNCTION, &CMRestConnections::permitSending);
     setOption(CURLOPT_PREREQDATA, static_cast<void*>(this));
 }
@@ -88,10 +96,7 @@ void CMRestConnections::setRequest(const CMRestExchange& exchange) {
     setOption(CURLOPT_CONNECTTIMEOUT_MS, toCurlTimeout(settings.connectTimeout, INT_MAX));
     setOption(CURLOPT_TIMEOUT_MS, toCurlTimeout(settings.requestTimeout, 0));
     if (exchange.method == CMRestMethod::Post) {
-        // Read in place while it is sent. No body is an empty text: with a null pointer libcurl would ask for one.
-        setOption(CURLOPT_POSTFIELDS, exchange.body == nullptr ? "" : exchange.body->data());
-        setOption(CURLOPT_POSTFIELDSIZE_LARGE,
-                  static_cast<curl_off_t>(exchange.body == nullptr ? 0 : exchange.body->size()));
+        setBody(exchange.body);
     } else {
         setOption(CURLOPT_HTTPGET, 1L);
     }
@@ -101,6 +106,21 @@ void CMRestConnections::setRequest(const CMRestExchange& exchange) {
         m_hasMethodName = needsMethodName;
     }
     setHeaders(exchange);
+}
+
+void CMRestConnections::setBody(const std::vector<COJsonPiece>* pieces) {
+    const std::size_t size = pieces == nullptr ? 0 : cf::countBytes(*pieces);
+    setOption(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
+    m_bodyReader = pieces == nullptr ? cf::BodyReader() : cf::BodyReader(*pieces);
+    if (size <= kMostJoined) {
+        // libcurl then sends head and body in one write.
+        m_shortBody.resize(size);
+        m_bodyReader.read(m_shortBody.data(), size);
+        setOption(CURLOPT_POSTFIELDS, m_shortBody.c_str());
+    } else {
+        // With a null pointer libcurl asks for the body.
+        setOption(CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
+    }
 }
 
 void CMRestConnections::setHeaders(const CMRestExchange& exchange) {
@@ -125,5 +145,5 @@ void CMRestConnections::setHeaders(const CMRestExchange& exchange) {
 
 void CMRestConnections::forgetRequest() {
     setOption(CURLOPT_HTTPHEADER, static_cast<curl_slist*>(nullptr));
-    setOption(CURLOPT_POSTFIELDS, static_cast<const char*>(nullptr));
+    m_bodyReader = cf::BodyReader();
 }

@@ -60,14 +60,20 @@ void CMRestPostRequest::updateJson(const ICOJsonValue* body) {
     if (body == nullptr) {
         return;
     }
-    COJsonWriter writer(m_body);
-    body->writeJson(writer);
-    writer.finish();
+    m_body = body->obtainJsonPieces();
     m_hasBody = true;
 }
 
-const std::string* CMRestPostRequest::obtainBody() const noexcept {
+void CMRestPostRequest::setBodyReceiver(CMRestBodyReceiver receiver) {
+    m_bodyReceiver = std::move(receiver);
+}
+
+const std::vector<COJsonPiece>* CMRestPostRequest::obtainBodyPieces() const noexcept {
     return m_hasBody ? &m_body : nullptr;
+}
+
+const CMRestBodyReceiver& CMRestPostRequest::obtainBodyReceiver() const noexcept {
+    return m_bodyReceiver;
 }
 
 CMRestDeleteRequest::CMRestDeleteRequest() = default;

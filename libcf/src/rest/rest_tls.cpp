@@ -45,24 +45,24 @@ void CMRestConnections::watchTLS(const SSL* connection, int event, int value) no
     }
 }
 
-CMRestFailure CMRestConnections::classifyTLS(CURLcode code) const {
+CMRestResult CMRestConnections::classifyTLS(CURLcode code) const {
     if (isTLSURL(m_proxyURL) && obtainInfo<long>(CURLINFO_PROXY_SSL_VERIFYRESULT) != X509_V_OK) {
-        return CMRestFailure::Proxy;
+        return CMRestResult::Proxy;
     }
     if (m_tlsSettings.trustStore == nullptr) {
-        return CMRestFailure::TLS;
+        return CMRestResult::TLS;
     }
     switch (m_receipt.verification) {
         case X509_V_OK:
             // The chain is sound; the host name is checked by libcurl itself.
-            return code == CURLE_PEER_FAILED_VERIFICATION ? CMRestFailure::WrongHostCertificate : CMRestFailure::TLS;
+            return code == CURLE_PEER_FAILED_VERIFICATION ? CMRestResult::WrongHostCertificate : CMRestResult::TLS;
         case X509_V_ERR_HOSTNAME_MISMATCH:
         case X509_V_ERR_IP_ADDRESS_MISMATCH:
-            return CMRestFailure::WrongHostCertificate;
+            return CMRestResult::WrongHostCertificate;
         case X509_V_ERR_CERT_HAS_EXPIRED:
         case X509_V_ERR_CERT_NOT_YET_VALID:
-            return CMRestFailure::OutdatedCertificate;
+            return CMRestResult::OutdatedCertificate;
         default:
-            return CMRestFailure::UntrustedCertificate;
+            return CMRestResult::UntrustedCertificate;
     }
 }

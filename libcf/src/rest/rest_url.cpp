@@ -78,15 +78,29 @@ URLParts splitURL(std::string_view url) noexcept {
     return parts;
 }
 
-/// Whether this is a host (a bracketed address included), alone or with a decimal port.
-bool isSoundHostPort(std::string_view hostPort) noexcept {
+struct HostAndPort {
+    std::string_view host;  ///< an IPv6 address with its brackets
+    std::string_view port;  ///< empty: none
+};
+
+HostAndPort splitHostPort(std::string_view hostPort) noexcept {
     const std::size_t bracket = hostPort.rfind(']');
     const std::size_t searchStart = bracket == std::string_view::npos ? 0 : bracket;
     const std::size_t colon = hostPort.find(':', searchStart);
-    const std::string_view host = hostPort.substr(0, colon);
-    const std::string_view port = colon == std::string_view::npos ? "" : hostPort.substr(colon + 1);
-    return !host.empty() && port.size() <= 5 &&
-           std::all_of(port.begin(), port.end(), [](char byte) { return cf::isDigit(byte); });
+    return {hostPort.substr(0, colon), colon == std::string_view::npos ? "" : hostPort.substr(colon + 1)};
+}
+
+/// Whether this is a host (a bracketed address included), alone or with a decimal port.
+bool isSoundHostPort(std::string_view hostPort) noexcept {
+    const auto [host, port] = splitHostPort(hostPort);
+    return !host.empty() && port.size() <= 5 && std::all_of(port.begin(), port.end(), cf::isDigit);
+}
+
+/// Whether an entry "name" or "name:port" means the server of a URL.
+bool isServerNamed(const HostAndPort& server, std::string_view entry) noexcept {
+    const auto [host, port] = splitHostPort(entry);
+    const bool isPortNamed = host.size() < entry.size();
+    return !host.empty() && cf::isEqualIgnoringCase(server.host, host) && (!isPortNamed || server.port == port);
 }
 
 /// The query with each value masked. A part without "=" is masked whole: it may be a bare token.
@@ -140,6 +154,16 @@ std::string buildRequestURL(const std::string& url, const CMRestParams& queryPar
         appendEncoded(built, value);
     }
     return built.append(url, fragmentStart);
+}
+
+void usePlainHTTP(std::string& url, const std::vector<std::string>& hosts) {
+    if (hosts.empty() || !isTLSURL(url)) {
+        return;
+    }
+    const HostAndPort server = splitHostPort(splitURL(url).hostPort);
+    if (std::ranges::any_of(hosts, [&](const std::string& host) { return isServerNamed(server, host); })) {
+        url.replace(0, url.find(':'), "http");
+    }
 }
 
 bool isRequestableURL(std::string_view url) noexcept {

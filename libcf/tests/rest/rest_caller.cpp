@@ -44,6 +44,10 @@ RestResult RestCaller::post(const std::string& url, const std::string& text) {
     return post(url, &body);
 }
 
+RestResult RestCaller::post(const CMRestPostRequest& request) {
+    return run(request, &ICSRestClient::runPost);
+}
+
 RestResult RestCaller::remove(const std::string& url) {
     CMRestDeleteRequest request;
     request.setURL(url);

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,23 @@ private:
     std::string m_text;
 };
 
+/// A body that comes in several pieces.
+class RestPiecesBody : public ICOJsonValue {
+public:
+    explicit RestPiecesBody(const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            auto owner = std::make_shared<const std::string>(text);
+            const std::string_view view = *owner;
+            m_pieces.push_back({view, std::move(owner)});
+        }
+    }
+    void writeJson(COJsonWriter& /*writer*/) const override { throw std::logic_error("the pieces are sent"); }
+    std::vector<COJsonPiece> obtainJsonPieces() const override { return m_pieces; }
+
+private:
+    std::vector<COJsonPiece> m_pieces;
+};
+
 /// Runs requests as the library's users do: settings, a session and a pool, all to be changed by the test.
 class RestCaller {
 public:
@@ -37,6 +55,7 @@ public:
     RestResult post(const std::string& url, const ICOJsonValue* body, const CMRestParams& queryParams = {},
                     const CMRestParams& headers = {});
     RestResult post(const std::string& url, const std::string& text);
+    RestResult post(const CMRestPostRequest& request);
     RestResult remove(const std::string& url);
 
     /// Keeps what the trace is told in `records`.

@@ -48,6 +48,28 @@ TEST(RestTrace, TellsOfASuccess) {
     EXPECT_EQ(caller.records[2].method, "DELETE");
 }
 
+TEST(RestTrace, TellsWhenTheBodyBegan) {
+    LoopbackServer server(
+        answer({.body = "0123456789", .fault = LoopbackFault::StallInBody, .faultAt = 5, .stallLimit = 60ms}));
+    RestCaller caller;
+    caller.recordTrace();
+    caller.get(server.obtainURL());
+    ASSERT_EQ(caller.records.size(), 1U);
+    EXPECT_GT(caller.records[0].firstByte, 0us);
+    EXPECT_LE(caller.records[0].firstByte + 50ms, caller.records[0].duration);
+}
+
+TEST(RestTrace, TellsThatNoByteOfABodyCame) {
+    LoopbackServer server(answer({}));
+    RestCaller caller;
+    caller.recordTrace();
+    caller.get(server.obtainURL());
+    caller.get("no URL");
+    ASSERT_EQ(caller.records.size(), 2U);
+    EXPECT_EQ(caller.records[0].firstByte, 0us);
+    EXPECT_EQ(caller.records[1].firstByte, 0us);
+}
+
 TEST(RestTrace, TellsOfAStatusThatIsNoSuccess) {
     LoopbackServer server(answer({.status = 404, .body = "no"}));
     RestCaller caller;
