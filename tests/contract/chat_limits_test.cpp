@@ -199,6 +199,31 @@ TEST_P(ChatLimits, ReplaceIllFormedTextInRequestsAndSessionTexts) {
     EXPECT_NE(obtainLastRequest().body.find(replaced), std::string::npos);
 }
 
+TEST_P(ChatLimits, ReplaceWhatIsNoCharacterInAReply) {
+    const SessionHandle session = createSession();
+    answerBody(GetParam().writeReply("\"a\\ud83d b\xff\""));
+    EXPECT_EQ(say(*session, "q").text, "a" + kReplacement + " b" + kReplacement);
+}
+
+TEST_P(ChatLimits, ReplaceWhatIsNoCharacterInASessionText) {
+    const SessionHandle session = restoreSession(*m_assistant,
+                                                 "{\"messages\":[{\"role\":\"user\",\"content\":\"a\\udc00\"},"
+                                                 "{\"role\":\"assistant\",\"content\":\"b\xed\xa0\x80\"}]}");
+    const std::string text = session->serializeSession();
+    EXPECT_NE(text.find("\"a" + kReplacement + "\""), std::string::npos) << text;
+    EXPECT_NE(text.find("\"b" + kReplacement + kReplacement + kReplacement + "\""), std::string::npos) << text;
+}
+
+TEST_P(ChatLimits, ReplaceWhatIsNoCharacterInAStructure) {
+    set("db_structure",
+        "[{\"schemas\":[{\"tables\":[{\"name\":\"t\\ud800\",\"fields\":[{\"name\":\"\xff\","
+        "\"type\":\"int\"}]}]}]}]");
+    const SessionHandle session = createSession();
+    converse(*session, "q", "a");
+    const std::string statement = "CREATE TABLE `t" + kReplacement + "` (`" + kReplacement + "` int)";
+    EXPECT_NE(obtainLastRequest().body.find(statement), std::string::npos) << obtainLastRequest().body;
+}
+
 TEST_P(ChatLimits, EscapeNULAndControlCharactersOfAUserText) {
     const SessionHandle session = createSession();
     converse(*session, std::string("a\0b\x01\x1f\x7f\t", 7), "reply");

@@ -111,54 +111,31 @@ void appendDouble(std::string& out, double number) {
     out.append(buffer, result.ptr);
 }
 
-void appendNumber(std::string& out, std::string_view token) {
-    const NumberParts parts = cutNumber(token);
-    if (!parts.isWellFormed || (parts.isInteger && isInteger64(token))) {
-        out += token;
-        return;
-    }
-    double number = 0.0;
-    const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
-    if (result.ec == std::errc::result_out_of_range) {
-        number = isHuge(parts) ? std::numeric_limits<double>::max() : 0.0;
-        appendDouble(out, parts.isNegative ? -number : number);
-    } else if (parts.isInteger) {
-        appendDouble(out, number);
-    } else {
-        out += token;
-    }
-}
-
-/// The length of a string token, its closing quote included; of all the text if it is not closed.
-std::size_t measureString(std::string_view text) noexcept {
-    std::size_t end = 1;
-    while (end < text.size() && text[end] != '"') {
-        end += text[end] == '\\' ? 2 : 1;
-    }
-    return std::min(end + 1, text.size());
-}
+}  // namespace
 
 std::size_t measureNumber(std::string_view text) noexcept {
     return std::min(text.find_first_not_of("0123456789+-.eE"), text.size());
 }
 
-}  // namespace
-
-std::string replaceNumbersOutOfRange(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    while (!text.empty()) {
-        std::size_t size = 1;
-        if (isDigit(text.front()) || text.front() == '-') {
-            size = measureNumber(text);
-            appendNumber(out, text.substr(0, size));
-        } else {
-            size = text.front() == '"' ? measureString(text) : 1;
-            out += text.substr(0, size);
-        }
-        text.remove_prefix(size);
+NumberRepair appendRepairedNumber(std::string& out, std::string_view token) {
+    const NumberParts parts = cutNumber(token);
+    if (!parts.isWellFormed || (parts.isInteger && isInteger64(token))) {
+        out += token;
+        return NumberRepair::None;
     }
-    return out;
+    double number = 0.0;
+    const auto result = std::from_chars(token.data(), token.data() + token.size(), number);
+    const bool isOutOfRange = result.ec == std::errc::result_out_of_range;
+    if (!isOutOfRange && !parts.isInteger) {
+        out += token;
+        return NumberRepair::None;
+    }
+    if (isOutOfRange) {
+        number = isHuge(parts) ? std::numeric_limits<double>::max() : 0.0;
+        number = parts.isNegative ? -number : number;
+    }
+    appendDouble(out, number);
+    return parts.isInteger ? NumberRepair::Integer : NumberRepair::Double;
 }
 
 }  // namespace cf

@@ -6,7 +6,7 @@
 #include <new>
 #include <string>
 
-#include "json/json_numbers.h"
+#include "json/json_repair.h"
 
 namespace cf {
 
@@ -76,6 +76,12 @@ error_code parseToDepth(const Source& source, document& target) {
     return isTooDeep ? simdjson::DEPTH_ERROR : deeperError;
 }
 
+/// Whether the engine may have refused what is valid JSON here. It reports a number that its types cannot hold like one
+/// that is malformed, and one character that is not UTF-8 wherever it stands.
+bool isRepairable(error_code error) noexcept {
+    return error == simdjson::NUMBER_ERROR || error == simdjson::STRING_ERROR || error == simdjson::UTF8_ERROR;
+}
+
 std::string_view skipByteOrderMark(std::string_view text) noexcept {
     constexpr std::string_view kMark = "\xEF\xBB\xBF";
     return text.starts_with(kMark) ? text.substr(kMark.size()) : text;
@@ -89,14 +95,13 @@ bool readJson(std::string_view text, bool isPadded, ParsedDocument& target) {
         return false;
     }
     const error_code error = parseToDepth({json, isPadded}, target);
-    if (error != simdjson::NUMBER_ERROR) {
+    if (!isRepairable(error)) {
         return error == simdjson::SUCCESS;
     }
-    // The engine refuses numbers beyond its types as it refuses ill-formed ones; only the latter are wrong.
-    const std::string replaced = replaceNumbersOutOfRange(json);
-    target.hasHugeIntegers = true;
-    return replaced.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
-           parseToDepth({replaced, false}, target) == simdjson::SUCCESS;
+    const RepairedJson repaired = repairJson(json);
+    target.hasHugeIntegers = repaired.hasHugeIntegers;
+    return repaired.text.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
+           parseToDepth({repaired.text, false}, target) == simdjson::SUCCESS;
 }
 
 }  // namespace cf

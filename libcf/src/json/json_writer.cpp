@@ -13,8 +13,6 @@ namespace {
 constexpr std::size_t kSlack = 64;
 static_assert(kSlack >= 2 * cf::kNumberTextSize);
 
-constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
-
 char* append(char* out, std::string_view text) noexcept {
     std::memcpy(out, text.data(), text.size());
     return out + text.size();
@@ -106,7 +104,8 @@ struct COJsonWriter::Text {
 
     static cf::EscapeProgress appendSequence(cf::EscapeProgress progress, std::string_view text) {
         const cf::UTF8Sequence sequence = cf::measureUTF8Sequence(text);
-        const std::string_view written = sequence.isWellFormed ? text.substr(0, sequence.size) : kReplacementCharacter;
+        const std::string_view written =
+            sequence.isWellFormed ? text.substr(0, sequence.size) : cf::kReplacementCharacter;
         return {append(progress.out, written), progress.text + sequence.size};
     }
 

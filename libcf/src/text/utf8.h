@@ -6,6 +6,9 @@
 
 namespace cf {
 
+/// U+FFFD, which stands for each ill-formed sequence.
+inline constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
+
 /// Whether the whole text is well-formed UTF-8.
 [[nodiscard]] bool isValidUTF8(std::string_view text) noexcept;
 

