@@ -1,5 +1,6 @@
 #include "fuzz_targets.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -9,6 +10,9 @@
 #include "kai_assistant_google.h"
 #include "kai_assistant_ollama.h"
 #include "kai_assistant_openai.h"
+#include "kai_chat_stream.h"
+#include "kai_chat_turn.h"
+#include "kai_message.h"
 #include "kai_run_poll.h"
 
 namespace {
@@ -67,14 +71,16 @@ void readJson(std::string_view input) {
 
 void readSession(std::string_view input) {
     KAIAssistantProperties properties;
-    const std::unique_ptr<KAISessionChat> session = obtainDeepSeekProtocol().createSession(properties);
+    const std::unique_ptr<kai::ChatSession> session =
+        obtainDeepSeekProtocol().createSession(properties, obtainDeepSeekProtocol());
     if (!session->loadSession(std::string(input))) {
         require(properties.obtainSettings().assignedKeys.empty(), "a failed load changes nothing");
         return;
     }
     const std::string text = session->serializeSession();
     KAIAssistantProperties others;
-    const std::unique_ptr<KAISessionChat> other = obtainOllamaProtocol().createSession(others);
+    const std::unique_ptr<kai::ChatSession> other =
+        obtainOllamaProtocol().createSession(others, obtainOllamaProtocol());
     require(other->loadSession(text), "a session's text can be loaded");
     require(other->serializeSession() == text, "a loaded session writes the same text");
     require(others.obtainCombinedInstructions() == properties.obtainCombinedInstructions(),
@@ -123,7 +129,30 @@ void readStructure(std::string_view input) {
     require(properties.obtainDatabaseStructureText() == text, "list and text hold the same statements");
 }
 
-void readAnswers(const KAIChatProtocol& protocol, std::string_view input) {
+/// The pieces of a body that arrives in chunks of this size, and what came of it behind them.
+std::string readPieces(const kai::ChatProtocol& protocol, std::string_view body, std::size_t chunkSize) {
+    std::string told;
+    const CMTextStream stream([&told](std::string_view piece) {
+        require(!piece.empty(), "no piece is empty");
+        told += piece;
+        told += '\0';
+    });
+    kai::ChatStreamReader reader(protocol, stream);
+    bool isWhole = true;
+    try {
+        for (; !body.empty(); body.remove_prefix(std::min(chunkSize, body.size()))) {
+            reader.read(body.substr(0, chunkSize));
+        }
+    } catch (const kai::ChatStreamReader::Ended&) {
+        isWhole = false;
+    }
+    const kai::ChatAnswer answer = reader.takeAnswer(isWhole);
+    return told + std::to_string(static_cast<int>(answer.outcome)) + answer.text;
+}
+
+void readAnswers(const kai::ChatProtocol& protocol, std::string_view input) {
+    require(readPieces(protocol, input, 1) == readPieces(protocol, input, input.size() + 1),
+            "it does not matter how the bytes of an answer are cut");
     CMRestResourceResponse response(200, std::string(input));
     protocol.readModelsError(&response);
     protocol.readChatError(&response);
@@ -132,11 +161,12 @@ void readAnswers(const KAIChatProtocol& protocol, std::string_view input) {
         if (const std::optional<std::string> reply = protocol.readReply(*json)) {
             // A reply goes into the next request and the session's text.
             KAIAssistantProperties properties;
-            const std::unique_ptr<KAISessionChat> session = protocol.createSession(properties);
-            session->appendTurn(std::string(input), *reply);
+            const std::unique_ptr<kai::ChatSession> session = protocol.createSession(properties, protocol);
+            session->obtainHistory()->appendMessage(KAI_ROLE_USER, input);
+            session->obtainHistory()->appendMessage(KAI_ROLE_ASSISTANT, *reply);
             require(COJson(session->serializeSession()).getIsValidJson(), "a session's text is valid JSON");
-            const KAIChatTurn turn{properties.obtainSettings(), true, *reply, session->obtainHistory(), input};
-            const std::string body = KAIChatBody(turn, protocol.writeChatBody).obtainJsonString();
+            const std::string body =
+                kai::ChatBody(protocol, properties, session->obtainHistory(), input).obtainJsonString();
             require(COJson(body).getIsValidJson(), "a request's body is valid JSON");
         }
     }

@@ -4,14 +4,29 @@
 
 #include "cf/utilities.h"
 #include "kai_localization.h"
+#include "kai_message.h"
+
+namespace kai {
 
 namespace {
 
-std::string expandModel(std::string_view text, std::string_view model) {
-    constexpr std::string_view kPlaceholder = "{model}";
+/// The text with the first place of the placeholder taken by the value.
+std::string expand(std::string_view text, std::string_view placeholder, std::string_view value) {
     std::string expanded(text);
-    if (const std::size_t place = expanded.find(kPlaceholder); place != std::string::npos) {
-        expanded.replace(place, kPlaceholder.size(), model);
+    if (const std::size_t place = expanded.find(placeholder); place != std::string::npos) {
+        expanded.replace(place, placeholder.size(), value);
+    }
+    return expanded;
+}
+
+std::string expandModel(std::string_view text, std::string_view model) {
+    return expand(text, "{model}", model);
+}
+
+HTTP::Params expandKey(std::span<const ChatParam> params, std::string_view apiKey) {
+    HTTP::Params expanded;
+    for (const ChatParam& param : params) {
+        expanded.emplace_back(param.name, expand(param.value, "{key}", apiKey));
     }
     return expanded;
 }
@@ -19,10 +34,6 @@ std::string expandModel(std::string_view text, std::string_view model) {
 /// The text for a failed exchange: what the service says, otherwise what the transport says.
 std::string chooseErrorText(std::string serviceText, std::string transportText) {
     return serviceText.empty() ? std::move(transportText) : std::move(serviceText);
-}
-
-void clampTemperature(KAIAssistantSettings& settings) {
-    settings.temperature = std::clamp(settings.temperature, 0.0, 2.0);
 }
 
 /// Copies a field and marks its key as assigned, if it was assigned in the source.
@@ -47,24 +58,29 @@ void takeOverAssigned(KAIAssistantSettings& target, KAIAssistantSettings& source
 
 }  // namespace
 
-KAIAssistantChat::KAIAssistantChat(const KAIChatProtocol& protocol, std::unique_ptr<ICSHTTPPoolCenter> poolCenter,
-                                   const std::string& host, const std::string& apiKey)
+ChatAssistant::ChatAssistant(const ChatProtocol& protocol, std::unique_ptr<ICSHTTPPoolCenter> poolCenter,
+                             const std::string& host, const std::string& apiKey)
     : m_protocol(protocol),
-      m_apiKey(apiKey),
+      m_queryParams(expandKey(protocol.queryParams, apiKey)),
+      m_streamParams(expandKey(protocol.streaming.queryParams, apiKey)),
       m_properties(std::make_unique<KAIAssistantProperties>()),
       m_restSession(std::make_unique<CMRestSession>()),
       m_poolCenter(std::move(poolCenter)) {
+    m_streamParams.insert(m_streamParams.end(), m_queryParams.begin(), m_queryParams.end());
     m_restSession->setPoolCenter(m_poolCenter.get());
-    if (m_protocol.authentication == KAIChatAuthentication::BearerHeader) {
-        m_restSession->setAuthorizationHeaderValue("Bearer " + m_apiKey);
+    if (!m_protocol.authorization.empty()) {
+        m_restSession->setAuthorizationHeaderValue(expand(m_protocol.authorization, "{key}", apiKey));
+    }
+    for (auto& [name, value] : expandKey(m_protocol.headers, apiKey)) {
+        m_restSession->addHeaderParam(std::move(name), std::move(value));
     }
     m_properties->changeSettings().apiHost = cfTrimAsString(host);
     ensureHost(m_properties->changeSettings());
 }
 
-std::pair<std::vector<std::string>, std::string> KAIAssistantChat::obtainAvailableModels() {
-    const std::string url = buildURL(m_properties->obtainSettings().apiHost, m_protocol.modelsPath, {});
-    auto [rawResponse, transportText] = HTTP::Get(m_restSession.get(), url, buildQueryParams(), {});
+std::pair<std::vector<std::string>, std::string> ChatAssistant::obtainAvailableModels() {
+    const std::string url = buildURL(m_protocol.modelsPath, {});
+    auto [rawResponse, transportText] = HTTP::Get(m_restSession.get(), url, m_queryParams, {});
     const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
     if (!transportText.empty()) {
         return {{}, chooseErrorText(m_protocol.readModelsError(response.get()), std::move(transportText))};
@@ -80,13 +96,14 @@ std::pair<std::vector<std::string>, std::string> KAIAssistantChat::obtainAvailab
     return {*std::move(models), {}};
 }
 
-std::string KAIAssistantChat::setAssistantProperties(std::function<void(IKAIProperties*)> fill) {
+std::string ChatAssistant::setAssistantProperties(std::function<void(IKAIProperties*)> fill) {
     KAIAssistantProperties fresh;
     if (fill) {
         fill(&fresh);
     }
     if (fresh.isAssigned("temperature")) {
-        clampTemperature(fresh.changeSettings());
+        double& temperature = fresh.changeSettings().temperature;
+        temperature = std::clamp(temperature, m_protocol.temperatures.lowest, m_protocol.temperatures.highest);
     }
     KAIAssistantSettings settings = m_properties->obtainSettings();
     takeOverAssigned(settings, fresh.changeSettings());
@@ -95,85 +112,120 @@ std::string KAIAssistantChat::setAssistantProperties(std::function<void(IKAIProp
     return {};
 }
 
-IKAIProperties* KAIAssistantChat::obtainAssistantProperties() {
+IKAIProperties* ChatAssistant::obtainAssistantProperties() {
     return new KAIAssistantProperties(*m_properties);
 }
 
-std::pair<IKAISession*, std::string> KAIAssistantChat::createSession() {
-    return {m_protocol.createSession(*m_properties).release(), {}};
+std::pair<IKAISession*, std::string> ChatAssistant::createSession() {
+    return {m_protocol.createSession(*m_properties, m_protocol).release(), {}};
 }
 
-std::pair<IKAISession*, std::string> KAIAssistantChat::restoreSession(std::string serializedSession) {
-    std::unique_ptr<KAISessionChat> session = m_protocol.createSession(*m_properties);
-    if (!session->loadSession(serializedSession, m_protocol.defaultHost)) {
+std::pair<IKAISession*, std::string> ChatAssistant::restoreSession(std::string serializedSession) {
+    std::unique_ptr<ChatSession> session = m_protocol.createSession(*m_properties, m_protocol);
+    if (!session->loadSession(serializedSession)) {
         return {nullptr, localizeString("Cannot load session data")};
     }
     return {session.release(), {}};
 }
 
-std::string KAIAssistantChat::destroySession(IKAISession* /*session*/) {
+std::string ChatAssistant::destroySession(IKAISession* /*session*/) {
     return {};
 }
 
-std::pair<IKAIMessage*, std::string> KAIAssistantChat::addMessage(IKAISession* session, std::string text) {
-    KAISessionChat* chat = m_protocol.castSession(session);
+std::pair<IKAIMessage*, std::string> ChatAssistant::addMessage(IKAISession* session, std::string text) {
+    const ChatSession* chat = castSession(session);
     if (chat == nullptr) {
         return {nullptr, "Session is empty"};
     }
-    // A copy: a callback of the host may change the properties while the exchange runs.
-    const std::string model = chat->obtainProperties().obtainSettings().model;
+    // Copies: while the exchange runs, a callback of the host may change the properties and free the session.
+    const std::string model = m_properties->obtainSettings().model;
+    const std::shared_ptr<ChatHistory> history = chat->obtainHistory();
     const auto fail = [&model](const char* message, std::string_view suffix) {
         return std::pair<IKAIMessage*, std::string>(nullptr, localizeString(message) + expandModel(suffix, model));
     };
     if (model.empty()) {
         return fail("Model is empty", m_protocol.emptyModelSuffix);
     }
-    auto [rawResponse, transportText] = sendTurn(*chat, text);
-    const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
-    if (!transportText.empty()) {
-        return {nullptr, chooseErrorText(m_protocol.readChatError(response.get()), std::move(transportText))};
+    const CMTextStream* stream = CMTextStream::obtainCurrent();
+    const bool isStreamed = stream != nullptr && m_protocol.streaming.framing != ChatStreamFraming::None;
+    ChatBody body(m_protocol, *m_properties, history, text, isStreamed);
+    ChatAnswer answer = isStreamed ? askForPieces(body, model, *stream) : askForWhole(body, model);
+    switch (answer.outcome) {
+        case ChatAnswer::Outcome::Failed:
+            return {nullptr, std::move(answer.text)};
+        case ChatAnswer::Outcome::Invalid:
+            return fail("Invalid response", m_protocol.invalidReplySuffix);
+        case ChatAnswer::Outcome::Unsupported:
+            return fail("Unsupported data format", m_protocol.unsupportedReplySuffix);
+        case ChatAnswer::Outcome::Complete:
+            break;
     }
-    const COJson* json = response ? response->getJson() : nullptr;
-    if (json == nullptr) {
-        return fail("Invalid response", m_protocol.invalidReplySuffix);
+    if (stream != nullptr && !isStreamed && !answer.text.empty()) {
+        stream->tell(answer.text);
     }
-    std::optional<std::string> reply = m_protocol.readReply(*json);
-    if (!reply) {
-        return fail("Unsupported data format", m_protocol.unsupportedReplySuffix);
-    }
-    auto message = createTextMessage(KAI_ROLE_ASSISTANT, obtainCurrentTime(), *reply);
-    chat->appendTurn(std::move(text), *std::move(reply));
+    auto message = createTextMessage(KAI_ROLE_ASSISTANT, obtainCurrentTime(), std::move(answer.text));
+    history->appendTurn(body.obtainUserMessage(), *message);
     return {message.release(), {}};
 }
 
-HTTP::Result KAIAssistantChat::sendTurn(const KAISessionChat& session, std::string_view text) const {
-    const KAIAssistantProperties& properties = session.obtainProperties();
-    const KAIAssistantSettings& settings = properties.obtainSettings();
-    const std::string instructions = properties.obtainCombinedInstructions();
-    const KAIChatTurn turn{settings, properties.isAssigned("temperature"), instructions, session.obtainHistory(), text};
-    KAIChatBody body(turn, m_protocol.writeChatBody);
-    const std::string url = buildURL(settings.apiHost, m_protocol.chatPath, settings.model);
-    return HTTP::Post(m_restSession.get(), url, &body, buildQueryParams(), {});
-}
-
-HTTP::Params KAIAssistantChat::buildQueryParams() const {
-    if (m_protocol.authentication == KAIChatAuthentication::KeyParameter) {
-        return {{"key", m_apiKey}};
+ChatAnswer ChatAssistant::askForWhole(ChatBody& body, const std::string& model) const {
+    auto [rawResponse, transportText] =
+        HTTP::Post(m_restSession.get(), buildURL(m_protocol.chatPath, model), &body, m_queryParams, {});
+    const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
+    if (!transportText.empty()) {
+        return {ChatAnswer::Outcome::Failed,
+                chooseErrorText(m_protocol.readChatError(response.get()), std::move(transportText))};
     }
-    return {};
+    const COJson* json = response ? response->getJson() : nullptr;
+    if (json == nullptr) {
+        return {ChatAnswer::Outcome::Invalid};
+    }
+    std::optional<std::string> reply = m_protocol.readReply(*json);
+    if (!reply) {
+        return {ChatAnswer::Outcome::Unsupported};
+    }
+    return {ChatAnswer::Outcome::Complete, *std::move(reply)};
 }
 
-std::string KAIAssistantChat::buildURL(const std::string& host, std::span<const std::string_view> path,
-                                       std::string_view model) const {
-    std::vector<std::string> parts{std::string(m_protocol.scheme) + host};
+ChatAnswer ChatAssistant::askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream) const {
+    const ChatStreaming& streaming = m_protocol.streaming;
+    const std::string url = buildURL(streaming.path.empty() ? m_protocol.chatPath : streaming.path, model);
+    ChatStreamReader reader(m_protocol, stream);
+    try {
+        auto [rawResponse, transportText] = HTTP::Post(m_restSession.get(), url, &body, m_streamParams, {},
+                                                       [&reader](std::string_view bytes) { reader.read(bytes); });
+        const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
+        ChatAnswer answer = reader.takeAnswer(transportText.empty());
+        // After the end mark an answer is complete, however its connection ends.
+        if (!transportText.empty() && answer.outcome != ChatAnswer::Outcome::Complete) {
+            return {ChatAnswer::Outcome::Failed,
+                    chooseErrorText(m_protocol.readChatError(response.get()), std::move(transportText))};
+        }
+        return answer;
+    } catch (const ChatStreamReader::Ended&) {
+        return reader.takeAnswer(false);
+    }
+}
+
+// A session of another assistant is refused, whatever its class: its settings may name a host that is not meant to see
+// this assistant's key.
+ChatSession* ChatAssistant::castSession(IKAISession* session) const {
+    auto* chat = dynamic_cast<ChatSession*>(session);
+    return chat != nullptr && &chat->obtainProperties() == m_properties.get() ? chat : nullptr;
+}
+
+std::string ChatAssistant::buildURL(std::span<const std::string_view> path, std::string_view model) const {
+    std::vector<std::string> parts{std::string(m_protocol.scheme) + m_properties->obtainSettings().apiHost};
     for (const std::string_view part : path) {
         parts.push_back(expandModel(part, model));
     }
     return cfConcatURL(parts);
 }
 
-void KAIAssistantChat::ensureHost(KAIAssistantSettings& settings) const {
+void ChatAssistant::ensureHost(KAIAssistantSettings& settings) const {
     if (settings.apiHost.empty()) {
         settings.apiHost = m_protocol.defaultHost;
     }
 }
+
+}  // namespace kai

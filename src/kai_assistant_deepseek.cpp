@@ -1,5 +1,7 @@
 #include "kai_assistant_deepseek.h"
 
+#include <algorithm>
+
 #include "kai_session_deepseek.h"
 
 namespace {
@@ -19,16 +21,6 @@ std::optional<std::vector<std::string>> readModels(const COJson& response) {
     return models;
 }
 
-void writeChatBody(COJsonWriter& writer, const KAIChatTurn& turn) {
-    writer.beginObject();
-    writer.writeMember("model", turn.settings.model);
-    if (turn.hasTemperature) {
-        writeTemperature(writer, turn);
-    }
-    writeChatMessages(writer, turn);
-    writer.endObject();
-}
-
 // The contents of several choices follow one another; a choice of another form adds nothing.
 std::optional<std::string> readReply(const COJson& response) {
     const COJsonValue choices = response.obtainMember("choices");
@@ -45,34 +37,77 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
+/// Whether the assistant speaks in a choice: only the first piece of one says who does.
+bool isAssistants(std::int64_t index, std::string_view role, kai::ChatPieces& pieces) {
+    std::vector<std::int64_t>& foreign = pieces.foreignChoices;
+    if (!role.empty() && role != "assistant") {
+        foreign.push_back(index);
+    }
+    return std::find(foreign.begin(), foreign.end(), index) == foreign.end();
+}
+
+kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
+    // Some servers say {"object":"error",...} in place of an "error".
+    if (kai::isErrorValue(event.obtainMember("error")) || event.obtainMember("object").obtainString() == "error") {
+        return kai::ChatPieceKind::Error;
+    }
+    const COJsonValue choices = event.obtainMember("choices");
+    if (!choices.isArray()) {
+        // None in the event that counts the tokens.
+        return choices.getIsValidJson() && !choices.isNull() ? kai::ChatPieceKind::Unsupported
+                                                             : kai::ChatPieceKind::Nothing;
+    }
+    auto kind = kai::ChatPieceKind::Nothing;
+    for (const COJsonValue choice : choices.obtainItems()) {
+        const auto [index, delta, reason] = choice.obtainMemberValues({"index", "delta", "finish_reason"});
+        const auto [role, content] = delta.obtainMemberValues({"role", "content"});
+        if (isAssistants(index.obtainInteger(), role.obtainString(), pieces)) {
+            pieces.text += content.obtainString();
+        }
+        const bool isFinished = reason.isString() || kind == kai::ChatPieceKind::Finished;
+        kind = isFinished ? kai::ChatPieceKind::Finished : kai::ChatPieceKind::Text;
+    }
+    return kind;
+}
+
 constexpr std::string_view kModelsPath[] = {"models"};
 constexpr std::string_view kChatPath[] = {"chat", "completions"};
 
-constexpr KAIChatProtocol kProtocol{
+constexpr kai::ChatMember kBody[] = {
+    {kai::ChatValue::Model, R"("model":)"},
+    {kai::ChatValue::WhenStreamed, R"("stream":true)"},
+    {kai::ChatValue::Temperature, R"("temperature":)"},
+    {kai::ChatValue::Messages, R"("messages":[)", "]"},
+};
+
+constexpr kai::ChatProtocol kProtocol{
     .scheme = "https://",
     .defaultHost = "api.deepseek.com",
-    .authentication = KAIChatAuthentication::BearerHeader,
+    .authorization = "Bearer {key}",
     .modelsPath = kModelsPath,
     .chatPath = kChatPath,
     .modelsSuffix = ": g/models",
     .emptyModelSuffix = ": p/chat/completions",
     .invalidReplySuffix = ": p/chat/completions",
     .unsupportedReplySuffix = ": p/chat/completions",
+    .body = kBody,
+    .userMessage = {R"({"role":"user","content":)", "}"},
+    .assistantMessage = {R"({"role":"assistant","content":)", "}"},
+    .systemMessage = {R"({"role":"system","content":)", "}"},
     .readModelsError = readErrorBody,
     .readChatError = readErrorBody,
     .readModels = readModels,
-    .writeChatBody = writeChatBody,
     .readReply = readReply,
-    .createSession = createChatSession<KAISession_DEEPSEEK>,
-    .castSession = castChatSession<KAISession_DEEPSEEK>,
+    .streaming = {.framing = kai::ChatStreamFraming::Events, .endMark = "[DONE]", .readPiece = readPiece},
+    .createSession = kai::createChatSession<KAISession_DEEPSEEK>,
 };
 
 }  // namespace
 
-const KAIChatProtocol& obtainDeepSeekProtocol() {
+const kai::ChatProtocol& obtainDeepSeekProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_DEEPSEEK::KAIAssistant_DEEPSEEK(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                                              const std::string& apiKey)
-    : KAIAssistantChat(obtainDeepSeekProtocol(), std::move(poolCenter), host, apiKey) {}
+    : kai::ChatAssistant(obtainDeepSeekProtocol(), std::move(poolCenter), host, apiKey) {}

@@ -4,13 +4,13 @@
 #include "kai_assistant_chat.h"
 
 /// An assistant of the DeepSeek chat-completions API, or of a service that speaks the same.
-class KAIAssistant_DEEPSEEK : public KAIAssistantChat {
+class KAIAssistant_DEEPSEEK : public kai::ChatAssistant {
 public:
     KAIAssistant_DEEPSEEK(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                           const std::string& apiKey);
 };
 
 /// The API's differences from other chat-completion providers.
-const KAIChatProtocol& obtainDeepSeekProtocol();
+const kai::ChatProtocol& obtainDeepSeekProtocol();
 
 #endif

@@ -38,51 +38,18 @@ std::optional<std::vector<std::string>> readModels(const COJson& response) {
     return models;
 }
 
-void writeText(COJsonWriter& writer, std::string_view text) {
-    writer.beginObject();
-    writer.writeMember("text", text);
-    writer.endObject();
-}
-
-// What stands around the text of a message, written as it is: a conversation has it once a message.
-constexpr std::string_view kUserStart = R"({"role":"user","parts":[{"text":)";
-constexpr std::string_view kModelStart = R"({"role":"model","parts":[{"text":)";
-constexpr std::string_view kContentEnd = "}]}";
-
-void writeContents(COJsonWriter& writer, const KAIChatTurn& turn) {
-    writer.writeKey("contents");
-    writer.beginArray();
-    for (const std::unique_ptr<KAIMessage>& message : turn.history) {
-        const bool isAssistant = message->obtainRole() == KAI_ROLE_ASSISTANT;
-        writer.writeFramed(isAssistant ? kModelStart : kUserStart, obtainFirstText(*message), kContentEnd);
-    }
-    writer.writeFramed(kUserStart, turn.text, kContentEnd);
-    writer.endArray();
-}
-
-void writeChatBody(COJsonWriter& writer, const KAIChatTurn& turn) {
-    writer.beginObject();
-    if (turn.hasTemperature) {
-        writer.writeKey("generationConfig");
-        writer.beginObject();
-        writeTemperature(writer, turn);
-        writer.endObject();
-    }
-    if (!turn.instructions.empty()) {
-        writer.writeKey("system_instruction");
-        writer.beginObject();
-        // One object here, where "contents" have an array: the service takes both.
-        writer.writeKey("parts");
-        writeText(writer, turn.instructions);
-        writer.endObject();
-    }
-    writeContents(writer, turn);
-    writer.endObject();
-}
-
 void appendParts(std::string& reply, const COJsonValue& parts) {
     for (const COJsonValue part : parts.obtainItems()) {
         reply += part.obtainMember("text").obtainString();
+    }
+}
+
+void appendAnswerParts(std::string& text, const COJsonValue& parts) {
+    for (const COJsonValue part : parts.obtainItems()) {
+        const auto [partText, thought] = part.obtainMemberValues({"text", "thought"});
+        if (!thought.obtainBoolean()) {
+            text += partText.obtainString();
+        }
     }
 }
 
@@ -102,13 +69,48 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
+// Each event is a response of its own, in which the model's thoughts are no part of the answer.
+kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
+    if (kai::isErrorValue(event.obtainMember("error"))) {
+        return kai::ChatPieceKind::Error;
+    }
+    const COJsonValue candidates = event.obtainMember("candidates");
+    if (!candidates.isArray()) {
+        return candidates.getIsValidJson() && !candidates.isNull() ? kai::ChatPieceKind::Unsupported
+                                                                   : kai::ChatPieceKind::Nothing;
+    }
+    auto kind = kai::ChatPieceKind::Nothing;
+    for (const COJsonValue candidate : candidates.obtainItems()) {
+        const auto [content, reason] = candidate.obtainMemberValues({"content", "finishReason"});
+        const std::string_view role = content.obtainMember("role").obtainString();
+        if (role.empty() || role == "model") {
+            appendAnswerParts(pieces.text, content.obtainMember("parts"));
+        }
+        const bool isFinished = reason.isString() || kind == kai::ChatPieceKind::Finished;
+        kind = isFinished ? kai::ChatPieceKind::Finished : kai::ChatPieceKind::Text;
+    }
+    return kind;
+}
+
 constexpr std::string_view kModelsPath[] = {"v1beta", "models"};
 constexpr std::string_view kChatPath[] = {"v1beta", "models", "{model}:generateContent"};
 
-constexpr KAIChatProtocol kProtocol{
+constexpr std::string_view kStreamPath[] = {"v1beta", "models", "{model}:streamGenerateContent"};
+
+constexpr kai::ChatParam kStreamParams[] = {{"alt", "sse"}};
+constexpr kai::ChatParam kQueryParams[] = {{"key", "{key}"}};
+
+constexpr kai::ChatMember kBody[] = {
+    {kai::ChatValue::Temperature, R"("generationConfig":{"temperature":)", "}"},
+    // One object here, where "contents" have an array: the service takes both.
+    {kai::ChatValue::Instructions, R"("system_instruction":{"parts":{"text":)", "}}"},
+    {kai::ChatValue::Messages, R"("contents":[)", "]"},
+};
+
+constexpr kai::ChatProtocol kProtocol{
     .scheme = "https://",
     .defaultHost = "generativelanguage.googleapis.com",
-    .authentication = KAIChatAuthentication::KeyParameter,
+    .queryParams = kQueryParams,
     .modelsPath = kModelsPath,
     .chatPath = kChatPath,
     .modelsSuffix = ": g/v1beta/models",
@@ -116,21 +118,26 @@ constexpr KAIChatProtocol kProtocol{
     .emptyModelSuffix = ": p/v1beta/models/generateContent",
     .invalidReplySuffix = ": p/v1beta/models/{model}:generateContent",
     .unsupportedReplySuffix = ": p/v1beta/models/{model}:generateContent",
+    .body = kBody,
+    .userMessage = {R"({"role":"user","parts":[{"text":)", "}]}"},
+    .assistantMessage = {R"({"role":"model","parts":[{"text":)", "}]}"},
     .readModelsError = readError,
     .readChatError = readError,
     .readModels = readModels,
-    .writeChatBody = writeChatBody,
     .readReply = readReply,
-    .createSession = createChatSession<KAISession_GOOGLE>,
-    .castSession = castChatSession<KAISession_GOOGLE>,
+    .streaming = {.framing = kai::ChatStreamFraming::Events,
+                  .path = kStreamPath,
+                  .queryParams = kStreamParams,
+                  .readPiece = readPiece},
+    .createSession = kai::createChatSession<KAISession_GOOGLE>,
 };
 
 }  // namespace
 
-const KAIChatProtocol& obtainGoogleProtocol() {
+const kai::ChatProtocol& obtainGoogleProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_GOOGLE::KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                                          const std::string& apiKey)
-    : KAIAssistantChat(obtainGoogleProtocol(), std::move(poolCenter), host, apiKey) {}
+    : kai::ChatAssistant(obtainGoogleProtocol(), std::move(poolCenter), host, apiKey) {}

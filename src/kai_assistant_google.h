@@ -4,13 +4,13 @@
 #include "kai_assistant_chat.h"
 
 /// An assistant of the Google Generative Language API (Gemini): one "generateContent" call a turn.
-class KAIAssistant_GOOGLE : public KAIAssistantChat {
+class KAIAssistant_GOOGLE : public kai::ChatAssistant {
 public:
     KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                         const std::string& apiKey);
 };
 
 /// The service's differences from other chat-completion providers.
-const KAIChatProtocol& obtainGoogleProtocol();
+const kai::ChatProtocol& obtainGoogleProtocol();
 
 #endif

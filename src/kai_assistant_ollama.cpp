@@ -25,21 +25,6 @@ std::optional<std::vector<std::string>> readModels(const COJson& response) {
     return models;
 }
 
-void writeChatBody(COJsonWriter& writer, const KAIChatTurn& turn) {
-    writer.beginObject();
-    writer.writeMember("model", turn.settings.model);
-    writer.writeKey("stream");
-    writer.writeBoolean(false);
-    if (turn.hasTemperature) {
-        writer.writeKey("options");
-        writer.beginObject();
-        writeTemperature(writer, turn);
-        writer.endObject();
-    }
-    writeChatMessages(writer, turn);
-    writer.endObject();
-}
-
 std::optional<std::string> readReply(const COJson& response) {
     const COJsonValue message = response.obtainMember("message");
     const COJsonValue content = message.obtainMember("content");
@@ -49,13 +34,36 @@ std::optional<std::string> readReply(const COJson& response) {
     return std::string(content.obtainString());
 }
 
+kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
+    if (kai::isErrorValue(event.obtainMember("error"))) {
+        return kai::ChatPieceKind::Error;
+    }
+    const auto [message, done] = event.obtainRoot().obtainMemberValues({"message", "done"});
+    const auto [role, content] = message.obtainMemberValues({"role", "content"});
+    const bool isLast = done.obtainBoolean();
+    const bool hasContent = content.getIsValidJson() && !content.isNull();
+    const bool isForeign = !role.obtainString().empty() && role.obtainString() != "assistant";
+    if (isForeign || (hasContent && !content.isString()) || !(message.isObject() || isLast)) {
+        return kai::ChatPieceKind::Unsupported;
+    }
+    pieces.text += content.obtainString();
+    return isLast ? kai::ChatPieceKind::Last : kai::ChatPieceKind::Text;
+}
+
 constexpr std::string_view kModelsPath[] = {"api", "tags"};
 constexpr std::string_view kChatPath[] = {"api", "chat"};
 
-constexpr KAIChatProtocol kProtocol{
+constexpr kai::ChatMember kBody[] = {
+    {kai::ChatValue::Model, R"("model":)"},
+    {kai::ChatValue::WhenWhole, R"("stream":false)"},
+    {kai::ChatValue::WhenStreamed, R"("stream":true)"},
+    {kai::ChatValue::Temperature, R"("options":{"temperature":)", "}"},
+    {kai::ChatValue::Messages, R"("messages":[)", "]"},
+};
+
+constexpr kai::ChatProtocol kProtocol{
     .scheme = "http://",
     .defaultHost = "localhost:11434",
-    .authentication = KAIChatAuthentication::None,
     .modelsPath = kModelsPath,
     .chatPath = kChatPath,
     .modelsSuffix = ": g/api/tags",
@@ -63,20 +71,23 @@ constexpr KAIChatProtocol kProtocol{
     // Named as a GET although the request is a POST: hosts know the text as it is.
     .invalidReplySuffix = ": g/api/chat",
     .unsupportedReplySuffix = ": p/api/chat",
+    .body = kBody,
+    .userMessage = {R"({"role":"user","content":)", "}"},
+    .assistantMessage = {R"({"role":"assistant","content":)", "}"},
+    .systemMessage = {R"({"role":"system","content":)", "}"},
     .readModelsError = readNoError,
     .readChatError = readErrorBody,
     .readModels = readModels,
-    .writeChatBody = writeChatBody,
     .readReply = readReply,
-    .createSession = createChatSession<KAISession_OLLAMA>,
-    .castSession = castChatSession<KAISession_OLLAMA>,
+    .streaming = {.framing = kai::ChatStreamFraming::Lines, .readPiece = readPiece},
+    .createSession = kai::createChatSession<KAISession_OLLAMA>,
 };
 
 }  // namespace
 
-const KAIChatProtocol& obtainOllamaProtocol() {
+const kai::ChatProtocol& obtainOllamaProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_OLLAMA::KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host)
-    : KAIAssistantChat(obtainOllamaProtocol(), std::move(poolCenter), host, {}) {}
+    : kai::ChatAssistant(obtainOllamaProtocol(), std::move(poolCenter), host, {}) {}

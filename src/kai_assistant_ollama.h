@@ -4,12 +4,12 @@
 #include "kai_assistant_chat.h"
 
 /// An assistant of an Ollama server, by default on the local machine, over plain HTTP and without any key.
-class KAIAssistant_OLLAMA : public KAIAssistantChat {
+class KAIAssistant_OLLAMA : public kai::ChatAssistant {
 public:
     KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host);
 };
 
 /// The service's differences from other chat-completion providers.
-const KAIChatProtocol& obtainOllamaProtocol();
+const kai::ChatProtocol& obtainOllamaProtocol();
 
 #endif

@@ -4,11 +4,23 @@
 #include <cstdint>
 
 #include "cf/assertion.h"
+#include "cf/stream.h"
 #include "cf/utilities.h"
 #include "kai_localization.h"
 #include "kai_message.h"
 
 namespace {
+
+/// Tells an answer as one piece: the service's runs are not streamed.
+void tellWhole(const CMTextStream& stream, IKAIMessage& message) {
+    std::string text;
+    for (IKAIMessageSection* section : message.obtainSections()) {
+        text += section->obtainText();
+    }
+    if (!text.empty()) {
+        stream.tell(text);
+    }
+}
 
 constexpr const char* kDefaultHost = "api.openai.com";
 
@@ -222,6 +234,7 @@ std::string KAIAssistant_OPENAI::destroySession(IKAISession* session) {
 }
 
 std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::addMessage(IKAISession* session, std::string text) {
+    const CMTextStream* const stream = CMTextStream::obtainCurrent();
     auto* const thread = dynamic_cast<KAISession_OPENAI*>(session);
     if (thread == nullptr || text.empty()) {
         return {nullptr, "Session is empty"};
@@ -238,7 +251,12 @@ std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::addMessage(IKAISession
     if (std::string errorText = waitForRun(m_clock, look); !errorText.empty()) {
         return {nullptr, std::move(errorText)};
     }
-    return fetchAnswer(threadID, runID);
+    auto [message, errorText] = fetchAnswer(threadID, runID);
+    std::unique_ptr<IKAIMessage> owned(message);
+    if (stream != nullptr && owned) {
+        tellWhole(*stream, *owned);
+    }
+    return {owned.release(), std::move(errorText)};
 }
 
 std::string KAIAssistant_OPENAI::postMessage(const std::string& threadID, const std::string& text) {

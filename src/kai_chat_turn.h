@@ -1,44 +1,60 @@
 #ifndef KAI_CHAT_TURN_H
 #define KAI_CHAT_TURN_H
 
+#include <array>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "cf/json.h"
-#include "kai_assistant_properties.h"
-#include "kai_session_chat.h"
+#include "kai_chat_history.h"
+#include "kai_chat_protocol.h"
 
-/// What a request of a chat-completion provider is made from. Refers to its parts, which outlive it.
-struct KAIChatTurn {
-    const KAIAssistantSettings& settings;
-    /// Whether the host chose the temperature; it is sent only then.
-    bool hasTemperature;
-    /// The combined instructions; empty: none are sent.
-    const std::string& instructions;
-    const KAIChatHistory& history;
-    /// What the user says now.
-    std::string_view text;
-};
+namespace kai {
 
-/// A turn as the body of a request, written by a provider's function straight from the conversation.
-class KAIChatBody : public ICOJsonValue {
+/// The body of a turn's request. Only what the turn adds is written; the instructions and the history are sent from
+/// where they lie, and are kept alive by the body and by its pieces.
+class ChatBody : public ICOJsonValue {
 public:
-    using Write = void (*)(COJsonWriter& writer, const KAIChatTurn& turn);
+    /// @param text        what the user says now
+    /// @param isStreamed  whether the answer is asked for in pieces
+    ChatBody(const ChatProtocol& protocol, const KAIAssistantProperties& properties,
+             std::shared_ptr<const ChatHistory> history, std::string_view text, bool isStreamed = false);
 
-    KAIChatBody(const KAIChatTurn& turn, Write write) : m_turn(turn), m_write(write) {}
-
+    /// Reads the pieces and writes them again: slow, and not what a request is made of.
     void writeJson(COJsonWriter& writer) const override;
+    [[nodiscard]] std::vector<COJsonPiece> obtainJsonPieces() const override;
+
+    /// The user's text as it stands in the body, valid as long as the body.
+    [[nodiscard]] std::string_view obtainUserMessage() const noexcept {
+        return std::string_view(*m_written).substr(m_userStart, m_userEnd - m_userStart);
+    }
 
 private:
-    const KAIChatTurn& m_turn;
-    Write m_write;
+    enum class Part : std::uint8_t { Instructions, History };
+
+    /// Where in m_written a part belongs.
+    struct Insertion {
+        std::size_t place;
+        Part part;
+    };
+
+    void appendMember(const ChatMember& member, const ChatProtocol& protocol, const KAIAssistantSettings& settings,
+                      std::string_view text);
+    void appendMessages(const ChatProtocol& protocol, std::string_view text);
+    void insert(Part part) noexcept;
+
+    std::shared_ptr<const std::string> m_instructions;
+    std::shared_ptr<const ChatHistory> m_history;
+    // All that is neither the instructions nor the history.
+    std::shared_ptr<std::string> m_written = std::make_shared<std::string>();
+    std::array<Insertion, 2> m_insertions{};
+    std::size_t m_insertionCount = 0;
+    std::size_t m_userStart = 0;
+    std::size_t m_userEnd = 0;
 };
 
-/// Writes "messages": the instructions as the system's message, the history, and the user's text, each an object with
-/// "role" and "content".
-void writeChatMessages(COJsonWriter& writer, const KAIChatTurn& turn);
-
-/// Writes the temperature as a member of the open object.
-void writeTemperature(COJsonWriter& writer, const KAIChatTurn& turn);
+}  // namespace kai
 
 #endif

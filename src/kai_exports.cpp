@@ -1,4 +1,6 @@
 #include <memory>
+#include <type_traits>
+#include <utility>
 
 #include "kai.h"
 #include "kai_assistant_deepseek.h"
@@ -8,23 +10,48 @@
 #include "kai_http.h"
 #include "kai_localization.h"
 
+namespace {
+
+using PoolPtr = std::unique_ptr<ICSHTTPPoolCenter>;
+
+template <class Assistant>
+IKAIAssistant* create(PoolPtr pool, const std::string& host, const std::string& apiKey) {
+    if constexpr (std::is_constructible_v<Assistant, PoolPtr, const std::string&, const std::string&>) {
+        return new Assistant(std::move(pool), host, apiKey);
+    } else {
+        return new Assistant(std::move(pool), host);
+    }
+}
+
+/// For a chat-completion provider without a class of its own.
+template <const kai::ChatProtocol& (*obtainProtocol)()>
+[[maybe_unused]] IKAIAssistant* createChat(PoolPtr pool, const std::string& host, const std::string& apiKey) {
+    return new kai::ChatAssistant(obtainProtocol(), std::move(pool), host, apiKey);
+}
+
+struct Provider {
+    KAIAssistantType type;
+    IKAIAssistant* (*create)(PoolPtr pool, const std::string& host, const std::string& apiKey);
+};
+
+constexpr Provider kProviders[] = {
+    {KAIAssistantType::OPENAI, create<KAIAssistant_OPENAI>},
+    {KAIAssistantType::GOOGLE, create<KAIAssistant_GOOGLE>},
+    {KAIAssistantType::DEEPSEEK, create<KAIAssistant_DEEPSEEK>},
+    {KAIAssistantType::OLLAMA, create<KAIAssistant_OLLAMA>},
+};
+
+}  // namespace
+
 IKAIAssistant* KAICreateAssistant(KAIAssistantType type, ICSHTTPPoolCenter* poolCenter, const std::string& apiKey,
                                   const std::string& host) {
-    // Owned from here on, so that a constructor that throws leaks no pool; an unknown type gives it back.
-    std::unique_ptr<ICSHTTPPoolCenter> ownedPool(poolCenter);
-    switch (type) {
-        case KAIAssistantType::OPENAI:
-            return new KAIAssistant_OPENAI(std::move(ownedPool), host, apiKey);
-        case KAIAssistantType::GOOGLE:
-            return new KAIAssistant_GOOGLE(std::move(ownedPool), host, apiKey);
-        case KAIAssistantType::DEEPSEEK:
-            return new KAIAssistant_DEEPSEEK(std::move(ownedPool), host, apiKey);
-        case KAIAssistantType::OLLAMA:
-            return new KAIAssistant_OLLAMA(std::move(ownedPool), host);
-        default:
-            ownedPool.release();
-            return nullptr;
+    for (const Provider& provider : kProviders) {
+        if (provider.type == type) {
+            // Owned from here on, so that a constructor that throws leaks no pool.
+            return provider.create(PoolPtr(poolCenter), host, apiKey);
+        }
     }
+    return nullptr;
 }
 
 void KAIFreeObject(IKAIObject* object) {

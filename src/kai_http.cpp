@@ -62,13 +62,14 @@ HTTP::Result HTTP::Get(CMRestSession* session, const std::string& url, const Par
 }
 
 HTTP::Result HTTP::Post(CMRestSession* session, const std::string& url, ICOJsonValue* body, const Params& queryParams,
-                        const Params& headerParams) {
+                        const Params& headerParams, CMRestBodyReceiver receiver) {
     CMRestPostRequest request;
     request.m_requestMark = kRequestMark;
     request.setURL(url);
     if (body != nullptr) {
         request.updateJson(body);
     }
+    request.setBodyReceiver(std::move(receiver));
     addParams(request, queryParams, headerParams);
     return runRequest(session, request, &ICSRestClient::runPost);
 }

@@ -26,9 +26,11 @@ void setGlobalSettings(const CMRestGlobalSettings& settings);
 /// @param headerParams  sent behind the session's headers
 Result Get(CMRestSession* session, const std::string& url, const Params& queryParams, const Params& headerParams);
 
-/// @param body  the request's JSON body, written out before the exchange begins; null: no body
+/// @param body      the request's JSON body, in pieces taken before the exchange begins; null: no body
+/// @param receiver  told of the body of a successful response as it comes, which the response then does not hold;
+///                  empty: none
 Result Post(CMRestSession* session, const std::string& url, ICOJsonValue* body, const Params& queryParams,
-            const Params& headerParams);
+            const Params& headerParams, CMRestBodyReceiver receiver = {});
 
 Result Delete(CMRestSession* session, const std::string& url);
 

@@ -22,31 +22,24 @@ KAIMessage::~KAIMessage() {
     }
 }
 
-std::vector<IKAIMessageSection*>& KAIMessage::obtainSections() {
-    if (m_onlyText) {
-        m_sections.reserve(1);
-        m_sections.push_back(new KAIMessageTextSection(std::move(*m_onlyText)));
-        m_onlyText.reset();
-    }
-    return m_sections;
-}
-
 void KAIMessage::addTextSection(std::string text) {
-    if (m_sections.empty() && !m_onlyText) {
-        m_onlyText = std::move(text);
-        return;
-    }
-    std::vector<IKAIMessageSection*>& sections = obtainSections();
     auto section = std::make_unique<KAIMessageTextSection>(std::move(text));
-    sections.push_back(section.get());
+    m_sections.push_back(section.get());
     section.release();
 }
 
-std::string_view KAIMessage::readFirstSection() const {
-    if (m_sections.empty()) {
+std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text) {
+    auto message = std::make_unique<KAIMessage>(role, time);
+    message->addTextSection(std::move(text));
+    return message;
+}
+
+std::string_view obtainFirstText(IKAIMessage& message) {
+    const std::vector<IKAIMessageSection*>& sections = message.obtainSections();
+    if (sections.empty()) {
         throw std::out_of_range("invalid vector subscript");
     }
-    return m_sections.front()->obtainText();
+    return sections.front()->obtainText();
 }
 
 std::int64_t obtainCurrentTime() {

@@ -3,64 +3,46 @@
 
 #include <memory>
 #include <string>
-#include <string_view>
-#include <vector>
 
 #include "kai.h"
 #include "kai_assistant_properties.h"
-#include "kai_message.h"
+#include "kai_chat_history.h"
+#include "kai_chat_protocol.h"
 
-/// A place in the sources, as assertions name it.
-struct KAISourcePlace {
-    const char* sourceFile;
-    int line;
-};
+namespace kai {
 
-/// The messages of a conversation, oldest first.
-using KAIChatHistory = std::vector<std::unique_ptr<KAIMessage>>;
-
-// What stands around the text of a message in a request's "messages" and in a session's text. Written as it is: a
-// conversation has it once a message.
-inline constexpr std::string_view kChatSystemStart = R"({"role":"system","content":)";
-inline constexpr std::string_view kChatUserStart = R"({"role":"user","content":)";
-inline constexpr std::string_view kChatAssistantStart = R"({"role":"assistant","content":)";
-inline constexpr std::string_view kChatNobodyStart = R"({"role":"","content":)";
-inline constexpr std::string_view kChatMessageEnd = "}";
-
-/// A conversation that is kept here and sent whole with every turn: what the sessions of the chat-completion providers
-/// share. Each provider derives its own class, so that sessions of different providers can be told apart.
-class KAISessionChat : public IKAISession {
+/// A conversation that is kept here and sent whole with every turn: the session of every chat-completion provider.
+class ChatSession : public IKAISession {
 public:
+    /// @param properties  the assistant's own, borrowed for the session's life
+    /// @param protocol    the assistant's; lives as long as the program
+    /// @param rolePlace   the place that a report of a message with an unknown role names
+    ChatSession(KAIAssistantProperties& properties, const ChatProtocol& protocol, SourcePlace rolePlace);
+
     std::string serializeSession() override;
 
-    /// Fills the session, and the assistant's properties, from the text of serializeSession.
-    /// @param defaultHost  stands in for a blank host
+    /// Fills the session, and the assistant's properties, from the text of serializeSession. The provider's default
+    /// host stands in for a blank one.
     /// @return false, with nothing changed, when the text is not JSON; whatever else is wrong in it is passed over
-    bool loadSession(const std::string& serializedSession, std::string_view defaultHost = {});
+    bool loadSession(const std::string& serializedSession);
 
-    /// Appends a turn: what the user said and what was answered. All or nothing.
-    void appendTurn(std::string userText, std::string assistantText);
-
-    /// Appends one message as it is.
-    void appendMessage(std::unique_ptr<KAIMessage> message);
-
-    [[nodiscard]] const KAIChatHistory& obtainHistory() const noexcept { return m_history; }
+    /// The messages. A turn that runs keeps them alive, so that a host's callback may free the session meanwhile.
+    [[nodiscard]] const std::shared_ptr<ChatHistory>& obtainHistory() const noexcept { return m_history; }
     [[nodiscard]] const KAIAssistantProperties& obtainProperties() const noexcept { return m_properties; }
 
-protected:
-    /// @param properties  the assistant's own, borrowed for the session's life
-    /// @param rolePlace   the place that a report of a message with an unknown role names
-    KAISessionChat(KAIAssistantProperties& properties, KAISourcePlace rolePlace);
-
 private:
-    std::string_view obtainMessageStart(KAIMessage& message) const;
-
     KAIAssistantProperties& m_properties;
-    KAIChatHistory m_history;
-    KAISourcePlace m_rolePlace;
+    const ChatProtocol& m_protocol;
+    std::shared_ptr<ChatHistory> m_history;
+    SourcePlace m_rolePlace;
 };
 
-/// The bytes that the history's texts and what stands around them will about need when written as JSON.
-std::size_t estimateHistory(const KAIChatHistory& history);
+/// ChatProtocol::createSession for a provider with a session class of its own.
+template <class Session>
+std::unique_ptr<ChatSession> createChatSession(KAIAssistantProperties& properties, const ChatProtocol& /*protocol*/) {
+    return std::make_unique<Session>(properties);
+}
+
+}  // namespace kai
 
 #endif

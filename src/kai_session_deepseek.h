@@ -4,7 +4,7 @@
 #include "kai_session_chat.h"
 
 /// A conversation of a DeepSeek assistant.
-class KAISession_DEEPSEEK : public KAISessionChat {
+class KAISession_DEEPSEEK : public kai::ChatSession {
 public:
     explicit KAISession_DEEPSEEK(KAIAssistantProperties& properties);
 };

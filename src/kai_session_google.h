@@ -4,7 +4,7 @@
 #include "kai_session_chat.h"
 
 /// A conversation of a Google assistant.
-class KAISession_GOOGLE : public KAISessionChat {
+class KAISession_GOOGLE : public kai::ChatSession {
 public:
     explicit KAISession_GOOGLE(KAIAssistantProperties& properties);
 };

@@ -4,7 +4,7 @@
 #include "kai_session_chat.h"
 
 /// A conversation of an Ollama assistant.
-class KAISession_OLLAMA : public KAISessionChat {
+class KAISession_OLLAMA : public kai::ChatSession {
 public:
     explicit KAISession_OLLAMA(KAIAssistantProperties& properties);
 };

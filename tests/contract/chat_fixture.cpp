@@ -136,6 +136,21 @@ void ChatContract::expectFailure(IKAISession& session, const std::string& error,
     EXPECT_EQ(obtainLastRequest().body, writeBody(next));
 }
 
+void ChatContract::expectHeaders(const LoopbackRequest& request, const std::string& key) {
+    const auto find = [&request](const std::string& name) {
+        const std::string* value = request.findHeader(name);
+        return value != nullptr ? std::optional(*value) : std::nullopt;
+    };
+    const std::string& keyHeader = GetParam().keyHeader;
+    EXPECT_EQ(keyHeader.empty() ? std::nullopt : find(keyHeader), GetParam().obtainKeyHeader(key));
+    if (keyHeader != "Authorization") {
+        EXPECT_EQ(find("Authorization"), std::nullopt);
+    }
+    for (const auto& [name, value] : GetParam().extraHeaders) {
+        EXPECT_EQ(find(name), value);
+    }
+}
+
 LoopbackRequest ChatContract::obtainLastRequest() const {
     const std::vector<LoopbackRequest> requests = m_server.requests();
     return requests.empty() ? LoopbackRequest() : requests.back();

@@ -63,7 +63,9 @@ protected:
     void expectFailure(IKAISession& session, const std::string& error, const ExpectedTurn& history = {});
 
     [[nodiscard]] LoopbackRequest obtainLastRequest() const;
-    [[nodiscard]] std::string obtainTarget(const std::string& path) const { return path + GetParam().query; }
+    [[nodiscard]] std::string obtainTarget(const std::string& path) const { return path + GetParam().obtainQuery(); }
+    /// Expects the headers that this provider's requests have, with this key.
+    static void expectHeaders(const LoopbackRequest& request, const std::string& key = "secret");
     [[nodiscard]] static std::string writeBody(const ExpectedTurn& turn) { return GetParam().writeBody(turn); }
 
     std::mutex m_mutex;  // of m_answering

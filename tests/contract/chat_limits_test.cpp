@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "cf/utilities.h"
 #include "chat_fixture.h"
 
 namespace {
@@ -12,8 +13,18 @@ INSTANTIATE_FOR_CHAT_PROVIDERS_THAT(ChatPieces, provider.writeReplyOfPieces != n
 
 const std::string kReplacement = "\xef\xbf\xbd";
 
-bool isGoogle() {
-    return ChatContract::GetParam().type == KAIAssistantType::GOOGLE;
+bool isModelInPath() {
+    return ChatContract::GetParam().isModelInPath;
+}
+
+std::string obtainOddTarget(const std::string& model) {
+    const ChatProvider& provider = ChatContract::GetParam();
+    for (const auto& [odd, target] : provider.oddTargets) {
+        if (odd == model) {
+            return target;
+        }
+    }
+    return provider.chatPath(model) + provider.obtainQuery();
 }
 
 }  // namespace
@@ -77,26 +88,13 @@ TEST_P(ChatLimits, SendAModelNameInTheBodyAsItIsAndInThePathUnencoded) {
 }
 
 TEST_P(ChatLimits, SendAModelNameOfCharactersThatMeanSomethingInAURLAsItIs) {
-    // The name and the target of a provider that has the model in its path.
-    const std::pair<const char*, const char*> cases[] = {
-        {"a?b=c", "a?b=c:generateContent&key=secret"},
-        {"a#b", "a?key=secret"},
-        {"a%2fb", "a%2fb:generateContent?key=secret"},
-        {"a%", "a%:generateContent?key=secret"},
-        {"../models", "../models:generateContent?key=secret"},
-        {"//", "/:generateContent?key=secret"},  // the slash between two parts is not doubled
-        {"&key=x", "&key=x:generateContent?key=secret"},
-        {"a@b", "a@b:generateContent?key=secret"},
-        {"{model}x{model}", "{model}x{model}:generateContent?key=secret"},
-    };
-    for (const auto& [model, target] : cases) {
+    for (const char* model : {"a?b=c", "a#b", "a%2fb", "a%", "../models", "//", "&key=x", "a@b", "{model}x{model}"}) {
         const AssistantHandle assistant = createAssistant("secret", model);
         const SessionHandle session = createSession(*assistant);
         answerText("a");
         EXPECT_EQ(say(*assistant, *session, "q").text, "a") << model;
         EXPECT_EQ(obtainLastRequest().body, writeBody({.model = model, .messages = {{0, "q"}}}));
-        EXPECT_EQ(obtainLastRequest().target,
-                  isGoogle() ? std::string("/v1beta/models/") + target : GetParam().chatPath(model));
+        EXPECT_EQ(obtainLastRequest().target, obtainOddTarget(model));
         answerBody("{}");
         EXPECT_EQ(say(*assistant, *session, "q").error,
                   "Unsupported data format" + GetParam().unsupportedSuffix(model));
@@ -108,8 +106,8 @@ TEST_P(ChatLimits, RequestNoPathWithABlankInIt) {
     const SessionHandle session = createSession(*assistant);
     answerText("a");
     const ChatAnswer result = say(*assistant, *session, "q");
-    EXPECT_EQ(result.text, isGoogle() ? "" : "a");
-    EXPECT_EQ(m_server.countRequests(), isGoogle() ? 0U : 1U);
+    EXPECT_EQ(result.text, isModelInPath() ? "" : "a");
+    EXPECT_EQ(m_server.countRequests(), isModelInPath() ? 0U : 1U);
 }
 
 TEST_P(ChatLimits, SendNoRequestWithALineBreakInItsPath) {
@@ -117,7 +115,7 @@ TEST_P(ChatLimits, SendNoRequestWithALineBreakInItsPath) {
     const SessionHandle session = createSession(*assistant);
     answerText("a");
     const ChatAnswer result = say(*assistant, *session, "q");
-    if (isGoogle()) {
+    if (isModelInPath()) {
         EXPECT_NE(result.error, "");
         EXPECT_EQ(m_server.countRequests(), 0U);
     } else {
@@ -125,63 +123,42 @@ TEST_P(ChatLimits, SendNoRequestWithALineBreakInItsPath) {
     }
 }
 
-TEST_P(ChatLimits, SendAnEmptyKeyTheProvidersWay) {
-    const AssistantHandle assistant = createAssistant("");
-    const SessionHandle session = createSession(*assistant);
-    answerText("a");
-    EXPECT_EQ(say(*assistant, *session, "q").text, "a");
-    const LoopbackRequest request = obtainLastRequest();
-    if (isGoogle()) {
-        EXPECT_EQ(request.target, "/v1beta/models/m:generateContent?key=");
-    } else {
-        EXPECT_TRUE(request.queryParams.empty());
-    }
-    const std::string* authorization = request.findHeader("Authorization");
-    if (GetParam().type == KAIAssistantType::DEEPSEEK) {
-        ASSERT_NE(authorization, nullptr);
-        EXPECT_EQ(*authorization, "Bearer") << "the blank behind it is not part of a header's value";
-    } else {
-        EXPECT_EQ(authorization, nullptr);
-    }
-}
-
-TEST_P(ChatLimits, SendAKeyWithBlanksUntrimmed) {
-    const AssistantHandle assistant = createAssistant("  a b&c=d/+");
-    const SessionHandle session = createSession(*assistant);
-    answerText("a");
-    EXPECT_EQ(say(*assistant, *session, "q").text, "a");
-    const LoopbackRequest request = obtainLastRequest();
-    if (isGoogle()) {
-        EXPECT_EQ(request.target, "/v1beta/models/m:generateContent?key=%20%20a%20b%26c%3Dd%2F%2B");
-    } else if (GetParam().type == KAIAssistantType::DEEPSEEK) {
-        ASSERT_NE(request.findHeader("Authorization"), nullptr);
-        EXPECT_EQ(*request.findHeader("Authorization"), "Bearer   a b&c=d/+");
+TEST_P(ChatLimits, SendAKeyOfAnyCharactersTheProvidersWay) {
+    for (const char* key : {"", "  a b&c=d/+", "{key}{model}", "\xc3\xa9"}) {
+        const AssistantHandle assistant = createAssistant(key);
+        const SessionHandle session = createSession(*assistant);
+        answerText("a");
+        EXPECT_EQ(say(*assistant, *session, "q").text, "a");
+        const LoopbackRequest request = obtainLastRequest();
+        EXPECT_EQ(request.target, GetParam().chatPath("m") + GetParam().obtainQuery(key));
+        // Blanks at the ends are not part of a header's value.
+        const std::string sent = GetParam().obtainKeyHeader(key).value_or("");
+        const std::string* header = request.findHeader(GetParam().keyHeader);
+        EXPECT_EQ(header != nullptr ? *header : "", cfTrimAsString(sent)) << key;
     }
 }
 
 TEST_P(ChatLimits, NeverSendALineBreakOfAKeyInAHeader) {
-    const AssistantHandle assistant = createAssistant("secret\r\nX-Injected: 1");
+    const std::string key = "secret\r\nX-Injected: 1";
+    const AssistantHandle assistant = createAssistant(key);
     const SessionHandle session = createSession(*assistant);
     answerText("a");
     const ChatAnswer result = say(*assistant, *session, "q");
-    if (GetParam().type == KAIAssistantType::DEEPSEEK) {
+    if (!GetParam().keyHeader.empty()) {
         EXPECT_NE(result.error, "");
         EXPECT_EQ(result.error.find("secret"), std::string::npos);
-        EXPECT_EQ(m_server.countRequests(), 0U);
         EXPECT_NE(assistant->obtainAvailableModels().second, "");
         EXPECT_EQ(m_server.countRequests(), 0U);
         return;
     }
     EXPECT_EQ(result.text, "a");
     EXPECT_EQ(obtainLastRequest().findHeader("X-Injected"), nullptr);
-    if (isGoogle()) {
-        EXPECT_EQ(obtainLastRequest().target, "/v1beta/models/m:generateContent?key=secret%0D%0AX-Injected%3A%201");
-    }
+    EXPECT_EQ(obtainLastRequest().target, GetParam().chatPath("m") + GetParam().obtainQuery(key));
 }
 
 TEST_P(ChatLimits, ReplaceIllFormedTextInRequestsAndSessionTexts) {
     set("model", "m\xff");
-    if (isGoogle()) {
+    if (isModelInPath()) {
         set("model", "m");
     }
     set("user_instructions", "\xc3(");
@@ -189,7 +166,7 @@ TEST_P(ChatLimits, ReplaceIllFormedTextInRequestsAndSessionTexts) {
     converse(*session, "a\xe2\x82z\xed\xa0\x80", "reply");
     // A truncated sequence counts as one; each byte of an encoded surrogate as one of its own.
     const std::string replaced = "a" + kReplacement + "z" + kReplacement + kReplacement + kReplacement;
-    const std::string model = isGoogle() ? "m" : "m" + kReplacement;
+    const std::string model = isModelInPath() ? "m" : "m" + kReplacement;
     EXPECT_EQ(obtainLastRequest().body,
               writeBody({.model = model, .instructions = kReplacement + "(\n\n", .messages = {{0, replaced}}}));
     const std::string text = session->serializeSession();

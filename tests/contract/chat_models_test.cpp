@@ -51,8 +51,7 @@ TEST_P(ChatModels, AreListedInTheServersOrderByOneRequest) {
     EXPECT_EQ(request.target, obtainTarget(GetParam().modelsPath));
     EXPECT_EQ(request.body, "");
     EXPECT_EQ(request.findHeader("Content-Type"), nullptr);
-    const std::string* authorization = request.findHeader("Authorization");
-    EXPECT_EQ(authorization != nullptr ? *authorization : "", GetParam().authorization);
+    expectHeaders(request);
 }
 
 TEST_P(ChatModels, AreListedWithoutAModelSet) {

@@ -1,7 +1,9 @@
 #include "chat_provider.h"
 
 #include <algorithm>
+#include <cctype>
 #include <iterator>
+#include <nlohmann/json.hpp>
 
 namespace {
 
@@ -34,7 +36,8 @@ std::string writeMessages(const ExpectedTurn& turn) {
 
 std::string writeDeepSeekBody(const ExpectedTurn& turn) {
     const std::string temperature = turn.temperature.empty() ? "" : "\"temperature\":" + turn.temperature + ",";
-    return "{" + writeMember("model", turn.model) + "," + temperature + writeMessages(turn) + "}";
+    const std::string stream = turn.isStreamed ? "\"stream\":true," : "";
+    return "{" + writeMember("model", turn.model) + "," + stream + temperature + writeMessages(turn) + "}";
 }
 
 std::string writeDeepSeekReplyOfPieces(std::size_t count, const std::string& jsonText) {
@@ -49,6 +52,11 @@ std::string writeDeepSeekModels(const std::vector<std::string>& names) {
         items.push_back("{" + writeMember("id", name) + R"(,"object":"model","owned_by":"x"})");
     }
     return R"({"object":"list","data":[)" + join(items) + "]}";
+}
+
+std::string writeDeepSeekPiece(const std::string& jsonText) {
+    return R"(data: {"id":"1","object":"chat.completion.chunk","choices":[{"index":0,"delta":{"content":)" + jsonText +
+           R"(},"finish_reason":null}]})" + "\n\n";
 }
 
 std::string writeGoogleContent(const std::string& role, const std::string& text) {
@@ -89,6 +97,15 @@ std::string obtainGooglePath(const std::string& model) {
     return "/v1beta/models/" + model + ":generateContent";
 }
 
+std::string obtainGoogleStreamTarget(const std::string& model) {
+    return "/v1beta/models/" + model + ":streamGenerateContent?alt=sse&key=secret";
+}
+
+std::string writeGooglePiece(const std::string& jsonText) {
+    return R"(data: {"candidates":[{"content":{"parts":[{"text":)" + jsonText +
+           R"(}],"role":"model"},"index":0}],"modelVersion":"m"})" + "\r\n\r\n";
+}
+
 std::string obtainGoogleSuffix(const std::string& model) {
     return ": p" + obtainGooglePath(model);
 }
@@ -96,12 +113,18 @@ std::string obtainGoogleSuffix(const std::string& model) {
 std::string writeOllamaBody(const ExpectedTurn& turn) {
     const std::string options =
         turn.temperature.empty() ? "" : R"("options":{"temperature":)" + turn.temperature + "},";
-    return "{" + writeMember("model", turn.model) + R"(,"stream":false,)" + options + writeMessages(turn) + "}";
+    const std::string stream = turn.isStreamed ? "true" : "false";
+    return "{" + writeMember("model", turn.model) + ",\"stream\":" + stream + "," + options + writeMessages(turn) + "}";
 }
 
 std::string writeOllamaReply(const std::string& jsonText) {
     return R"({"model":"m","message":{"role":"assistant","content":)" + jsonText +
            R"(},"done_reason":"stop","done":true,"total_duration":12345678901})";
+}
+
+std::string writeOllamaPiece(const std::string& jsonText) {
+    return R"({"model":"m","created_at":"t","message":{"role":"assistant","content":)" + jsonText +
+           R"(},"done":false})" + "\n";
 }
 
 std::string writeOllamaModels(const std::vector<std::string>& names) {
@@ -110,6 +133,21 @@ std::string writeOllamaModels(const std::vector<std::string>& names) {
         items.push_back("{" + writeMember("name", name) + R"(,"size":4661224676,"details":{}})");
     }
     return R"({"models":[)" + join(items) + "]}";
+}
+
+/// Outside letters, digits and - . _ ~.
+std::string percentEncode(const std::string& text) {
+    constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string encoded;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (std::isalnum(byte) != 0 || c == '-' || c == '.' || c == '_' || c == '~') {
+            encoded += c;
+        } else {
+            encoded += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+        }
+    }
+    return encoded;
 }
 
 template <const char* Text>
@@ -127,13 +165,19 @@ ChatProvider describeDeepSeek() {
     return {
         .name = "DEEPSEEK",
         .type = KAIAssistantType::DEEPSEEK,
+        .emulatedService = "deepseek",
         .tls = LoopbackTLS::Valid,
         .defaultHost = "api.deepseek.com",
-        .authorization = "Bearer secret",
-        .query = "",
+        .keyHeader = "Authorization",
+        .beforeKey = "Bearer ",
         .modelsPath = "/models",
         .modelsSuffix = ": g/models",
         .modelsErrors = ErrorReading::MessageOrBody,
+        .modelShapes = {R"({"data":[{"id":"a","object":"model"},{"id":"b","object":"model"}]})",
+                        {{"/data", "array", nullptr, ""},
+                         {"/data/0", "object", "b,", "b,"},
+                         {"/data/0/id", "string", "b,", "other,b,"},
+                         {"/data/0/object", "string", "b,", "b,"}}},
         .writeModels = writeDeepSeekModels,
         .chatPath = obtainFixed<kDeepseekPath>,
         .emptyModelSuffix = ": p/chat/completions",
@@ -143,6 +187,24 @@ ChatProvider describeDeepSeek() {
         .writeBody = writeDeepSeekBody,
         .writeReply = [](const std::string& jsonText) { return writeDeepSeekReplyOfPieces(1, jsonText); },
         .writeReplyOfPieces = writeDeepSeekReplyOfPieces,
+        .replyShapes = {R"({"choices":[{"message":{"role":"assistant","content":"A"}},)"
+                        R"({"message":{"role":"assistant","content":"B"}}]})",
+                        {{"/choices", "array", nullptr, ""},
+                         {"/choices/0", "object", "B", "B"},
+                         {"/choices/0/message", "object", "B", "B"},
+                         {"/choices/0/message/role", "string", "B", "B"},
+                         {"/choices/0/message/content", "string", "B", "otherB"},
+                         {"/choices/1/message/content", "string", "A", "Aother"}}},
+        .stream = {.target = obtainFixed<kDeepseekPath>,
+                   .writePiece = writeDeepSeekPiece,
+                   .end = "data: [DONE]\n\n",
+                   .noise = {": keep-alive\n\n", "\r\n",
+                             "data: {\"choices\":[{\"delta\":{\"role\":\"assistant\",\"content\":null}}]}\n\n",
+                             "data: {\"choices\":[{\"delta\":{\"reasoning_content\":\"hm\"}}]}\n\n",
+                             "data: {\"choices\":[],\"usage\":{\"total_tokens\":3}}\n\n",
+                             "data: {\"choices\":null}\n\n"},
+                   .error = "data: {\"error\":{\"message\":\"overloaded\"}}\n\n",
+                   .errorText = "overloaded"},
     };
 }
 
@@ -150,15 +212,28 @@ ChatProvider describeGoogle() {
     return {
         .name = "GOOGLE",
         .type = KAIAssistantType::GOOGLE,
+        .emulatedService = "google",
         .tls = LoopbackTLS::Valid,
         .defaultHost = "generativelanguage.googleapis.com",
-        .authorization = "",
-        .query = "?key=secret",
+        .keyParam = "key",
         .modelsPath = "/v1beta/models",
         .modelsSuffix = ": g/v1beta/models",
         .modelsErrors = ErrorReading::MessageOnly,
+        .modelShapes = {R"({"models":[{"name":"models/a","supportedGenerationMethods":["x","generateContent"]},)"
+                        R"({"name":"models/b","supportedGenerationMethods":["generateContent"]}]})",
+                        {{"/models", "array", nullptr, ""},
+                         {"/models/0", "object", "b,", "b,"},
+                         {"/models/0/name", "string", "b,", "other,b,"},
+                         {"/models/0/supportedGenerationMethods", "array", "b,", "b,"},
+                         {"/models/0/supportedGenerationMethods/0", "string", "a,b,", "a,b,"},
+                         {"/models/0/supportedGenerationMethods/1", "string", "b,", "b,"}}},
         .writeModels = writeGoogleModels,
         .chatPath = obtainGooglePath,
+        .isModelInPath = true,
+        .oddTargets = {{"a?b=c", "/v1beta/models/a?b=c:generateContent&key=secret"},
+                       {"a#b", "/v1beta/models/a?key=secret"},
+                       // The slash between two parts is not doubled.
+                       {"//", "/v1beta/models//:generateContent?key=secret"}},
         .emptyModelSuffix = ": p/v1beta/models/generateContent",
         .invalidSuffix = obtainGoogleSuffix,
         .unsupportedSuffix = obtainGoogleSuffix,
@@ -166,6 +241,25 @@ ChatProvider describeGoogle() {
         .writeBody = writeGoogleBody,
         .writeReply = [](const std::string& jsonText) { return writeGoogleReplyOfPieces(1, jsonText); },
         .writeReplyOfPieces = writeGoogleReplyOfPieces,
+        .replyShapes = {R"({"candidates":[{"content":{"parts":[{"text":"A"},{"text":"B"}],"role":"model"}},)"
+                        R"({"content":{"role":"model","parts":[{"text":"C"}]}}]})",
+                        {{"/candidates", "array", nullptr, ""},
+                         {"/candidates/0", "object", "C", "C"},
+                         {"/candidates/0/content", "object", "C", "C"},
+                         {"/candidates/0/content/role", "string", "C", "C"},
+                         {"/candidates/0/content/parts", "array", "C", "C"},
+                         {"/candidates/0/content/parts/0", "object", "BC", "BC"},
+                         {"/candidates/0/content/parts/0/text", "string", "BC", "otherBC"},
+                         {"/candidates/1/content/parts/0/text", "string", "AB", "ABother"}}},
+        .stream = {.target = obtainGoogleStreamTarget,
+                   .writePiece = writeGooglePiece,
+                   .end =
+                       "data: {\"candidates\":[{\"finishReason\":\"STOP\",\"index\":0}],\"usageMetadata\":{}}\r\n\r\n",
+                   .noise = {": comment\r\n\r\n", "data: {\"usageMetadata\":{\"totalTokenCount\":3}}\r\n\r\n",
+                             "data: {\"candidates\":[{\"content\":{\"role\":\"model\",\"parts\":[{\"text\":\"hm\","
+                             "\"thought\":true}]}}]}\r\n\r\n"},
+                   .error = "data: {\"error\":{\"code\":503,\"message\":\"overloaded\"}}\r\n\r\n",
+                   .errorText = "overloaded"},
     };
 }
 
@@ -173,13 +267,16 @@ ChatProvider describeOllama() {
     return {
         .name = "OLLAMA",
         .type = KAIAssistantType::OLLAMA,
+        .emulatedService = "ollama",
         .tls = LoopbackTLS::Off,
         .defaultHost = "localhost:11434",
-        .authorization = "",
-        .query = "",
         .modelsPath = "/api/tags",
         .modelsSuffix = ": g/api/tags",
         .modelsErrors = ErrorReading::Nothing,
+        .modelShapes = {R"({"models":[{"name":"a"},{"name":"b"}]})",
+                        {{"/models", "array", nullptr, ""},
+                         {"/models/0", "object", "b,", "b,"},
+                         {"/models/0/name", "string", "b,", "other,b,"}}},
         .writeModels = writeOllamaModels,
         .chatPath = obtainFixed<kOllamaPath>,
         .emptyModelSuffix = ": p/api/chat",
@@ -189,10 +286,29 @@ ChatProvider describeOllama() {
         .writeBody = writeOllamaBody,
         .writeReply = writeOllamaReply,
         .writeReplyOfPieces = nullptr,
+        .replyShapes = {R"({"message":{"role":"assistant","content":"A"},"done":true})",
+                        {{"/message", "object", nullptr, nullptr},
+                         {"/message/role", "string", nullptr, nullptr},
+                         {"/message/content", "string", nullptr, "other"},
+                         {"/done", "boolean", "A", "A"}}},
+        .stream = {.target = obtainFixed<kOllamaPath>,
+                   .writePiece = writeOllamaPiece,
+                   .end = "{\"model\":\"m\",\"message\":{\"role\":\"assistant\",\"content\":\"\"},\"done\":true}\n",
+                   .noise = {"\n", "{\"message\":{\"role\":\"assistant\",\"content\":\"\",\"thinking\":\"hm\"}}\n"},
+                   .error = "{\"error\":\"overloaded\"}\n",
+                   .errorText = "{\"error\":\"overloaded\"}"},
     };
 }
 
 }  // namespace
+
+std::string ChatProvider::obtainQuery(const std::string& key) const {
+    return keyParam.empty() ? "" : "?" + keyParam + "=" + percentEncode(key);
+}
+
+std::optional<std::string> ChatProvider::obtainKeyHeader(const std::string& key) const {
+    return keyHeader.empty() ? std::nullopt : std::optional(beforeKey + key);
+}
 
 const std::vector<ChatProvider>& obtainChatProviders() {
     static const std::vector<ChatProvider> providers{describeDeepSeek(), describeGoogle(), describeOllama()};
@@ -210,21 +326,5 @@ void PrintTo(const ChatProvider& provider, std::ostream* out) {
 }
 
 std::string quote(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char c : text) {
-        switch (c) {
-            case '"':
-                quoted += "\\\"";
-                break;
-            case '\\':
-                quoted += "\\\\";
-                break;
-            case '\n':
-                quoted += "\\n";
-                break;
-            default:
-                quoted += c;
-        }
-    }
-    return quoted + "\"";
+    return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }

@@ -13,72 +13,6 @@ using Json = nlohmann::ordered_json;
 
 namespace {
 
-/// A member of an answer, as a JSON pointer, and what becomes of the answer when it is not what it should be.
-struct Place {
-    const char* pointer;
-    Json::value_t rightType;
-    const char* textWhenWrong;  ///< null: the answer is refused
-    const char* textWhenOther;  ///< when it is of the right type, yet another value ("other", or empty)
-};
-
-struct Shapes {
-    Json answer;
-    std::vector<Place> places;
-};
-
-using Type = Json::value_t;
-
-const Shapes& obtainReplyShapes(KAIAssistantType type) {
-    static const Shapes deepSeek{Json::parse(R"({"choices":[{"message":{"role":"assistant","content":"A"}},)"
-                                             R"({"message":{"role":"assistant","content":"B"}}]})"),
-                                 {{"/choices", Type::array, nullptr, ""},
-                                  {"/choices/0", Type::object, "B", "B"},
-                                  {"/choices/0/message", Type::object, "B", "B"},
-                                  {"/choices/0/message/role", Type::string, "B", "B"},
-                                  {"/choices/0/message/content", Type::string, "B", "otherB"},
-                                  {"/choices/1/message/content", Type::string, "A", "Aother"}}};
-    static const Shapes google{
-        Json::parse(R"({"candidates":[{"content":{"parts":[{"text":"A"},{"text":"B"}],"role":"model"}},)"
-                    R"({"content":{"role":"model","parts":[{"text":"C"}]}}]})"),
-        {{"/candidates", Type::array, nullptr, ""},
-         {"/candidates/0", Type::object, "C", "C"},
-         {"/candidates/0/content", Type::object, "C", "C"},
-         {"/candidates/0/content/role", Type::string, "C", "C"},
-         {"/candidates/0/content/parts", Type::array, "C", "C"},
-         {"/candidates/0/content/parts/0", Type::object, "BC", "BC"},
-         {"/candidates/0/content/parts/0/text", Type::string, "BC", "otherBC"},
-         {"/candidates/1/content/parts/0/text", Type::string, "AB", "ABother"}}};
-    static const Shapes ollama{Json::parse(R"({"message":{"role":"assistant","content":"A"},"done":true})"),
-                               {{"/message", Type::object, nullptr, nullptr},
-                                {"/message/role", Type::string, nullptr, nullptr},
-                                {"/message/content", Type::string, nullptr, "other"},
-                                {"/done", Type::boolean, "A", "A"}}};
-    return type == KAIAssistantType::DEEPSEEK ? deepSeek : type == KAIAssistantType::GOOGLE ? google : ollama;
-}
-
-/// The names of the models are joined by commas.
-const Shapes& obtainModelShapes(KAIAssistantType type) {
-    static const Shapes deepSeek{Json::parse(R"({"data":[{"id":"a","object":"model"},{"id":"b","object":"model"}]})"),
-                                 {{"/data", Type::array, nullptr, ""},
-                                  {"/data/0", Type::object, "b,", "b,"},
-                                  {"/data/0/id", Type::string, "b,", "other,b,"},
-                                  {"/data/0/object", Type::string, "b,", "b,"}}};
-    static const Shapes google{
-        Json::parse(R"({"models":[{"name":"models/a","supportedGenerationMethods":["x","generateContent"]},)"
-                    R"({"name":"models/b","supportedGenerationMethods":["generateContent"]}]})"),
-        {{"/models", Type::array, nullptr, ""},
-         {"/models/0", Type::object, "b,", "b,"},
-         {"/models/0/name", Type::string, "b,", "other,b,"},
-         {"/models/0/supportedGenerationMethods", Type::array, "b,", "b,"},
-         {"/models/0/supportedGenerationMethods/0", Type::string, "a,b,", "a,b,"},
-         {"/models/0/supportedGenerationMethods/1", Type::string, "b,", "b,"}}};
-    static const Shapes ollama{Json::parse(R"({"models":[{"name":"a"},{"name":"b"}]})"),
-                               {{"/models", Type::array, nullptr, ""},
-                                {"/models/0", Type::object, "b,", "b,"},
-                                {"/models/0/name", Type::string, "b,", "other,b,"}}};
-    return type == KAIAssistantType::DEEPSEEK ? deepSeek : type == KAIAssistantType::GOOGLE ? google : ollama;
-}
-
 /// A value of each type; the string is "other", arrays and objects are empty or hold something of no use.
 const std::vector<Json>& obtainValues() {
     static const std::vector<Json> values{nullptr,
@@ -108,20 +42,17 @@ std::optional<std::string> toOptional(const char* text) {
     return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
 }
 
-bool isOfType(const Json& value, Type type) {
-    return value.type() == type;
-}
-
 /// Calls check(answer, expected text) for the answer with each place wrong in each way; none: to be refused.
-void forEachShape(const Shapes& shapes,
+void forEachShape(const AnswerShapes& shapes,
                   const std::function<void(const std::string&, const std::optional<std::string>&)>& check) {
-    for (const Place& place : shapes.places) {
+    const Json right = Json::parse(shapes.answer);
+    for (const AnswerPlace& place : shapes.places) {
         const Json::json_pointer pointer(place.pointer);
-        check(removeAt(shapes.answer, pointer).dump(), toOptional(place.textWhenWrong));
+        check(removeAt(right, pointer).dump(), toOptional(place.textWhenWrong));
         for (const Json& value : obtainValues()) {
-            Json answer = shapes.answer;
+            Json answer = right;
             answer.at(pointer) = value;
-            const bool isRight = isOfType(value, place.rightType);
+            const bool isRight = value.type_name() == std::string(place.rightType);
             check(answer.dump(), toOptional(isRight ? place.textWhenOther : place.textWhenWrong));
         }
     }
@@ -136,7 +67,7 @@ TEST_P(ChatShapes, OfAReplyAreReadPassedOverOrRefusedWithTheHistoryUntouched) {
     const SessionHandle session = createSession();
     ExpectedTurn history;
     int count = 0;
-    forEachShape(obtainReplyShapes(GetParam().type), [&](const std::string& body, const auto& expected) {
+    forEachShape(GetParam().replyShapes, [&](const std::string& body, const auto& expected) {
         ++count;
         answerBody(body);
         const ChatAnswer result = say(*session, "q");
@@ -154,7 +85,7 @@ TEST_P(ChatShapes, OfAReplyAreReadPassedOverOrRefusedWithTheHistoryUntouched) {
 }
 
 TEST_P(ChatShapes, OfAModelListAreReadPassedOverOrRefused) {
-    forEachShape(obtainModelShapes(GetParam().type), [&](const std::string& body, const auto& expected) {
+    forEachShape(GetParam().modelShapes, [&](const std::string& body, const auto& expected) {
         answerBody(body);
         const auto [models, error] = m_assistant->obtainAvailableModels();
         std::string joined;

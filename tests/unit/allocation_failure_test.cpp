@@ -8,6 +8,7 @@
 #include "kai_assistant_google.h"
 #include "kai_assistant_ollama.h"
 #include "kai_assistant_openai.h"
+#include "kai_message.h"
 #include "loopback_server.h"
 
 namespace {
@@ -171,8 +172,9 @@ TEST_F(PlainAllocationFailure, OfARestoreLeavesTheAssistantsProperties) {
     KAIAssistantProperties saved;
     setUp(saved);
     saved.setProperty("api_host", "a host name of some length");
-    const std::unique_ptr<KAISessionChat> former = obtainOllamaProtocol().createSession(saved);
-    former->appendTurn(kLongText, kLongText);
+    const std::unique_ptr<kai::ChatSession> former =
+        obtainOllamaProtocol().createSession(saved, obtainOllamaProtocol());
+    former->obtainHistory()->appendMessage(KAI_ROLE_USER, kLongText);
     const std::string text = former->serializeSession();
     KAIAssistant_OLLAMA assistant(nullptr, "host");
     const auto read = [&assistant] {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "assertion_recorder.h"
 #include "chat_text.h"
 
@@ -11,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-const KAIChatProtocol& s_protocol = obtainDeepSeekProtocol();
+const kai::ChatProtocol& s_protocol = obtainDeepSeekProtocol();
 
 std::string read(const std::string& choices) {
     return readReply(s_protocol, R"({"choices":[)" + choices + "]}");
@@ -33,7 +31,7 @@ TEST(KAIAssistant_DEEPSEEK, WritesTemperatureInstructionsHistoryAndTextInOrder) 
     properties.setProperty("temperature", "0.2");
     properties.setProperty("user_instructions", "U");
     properties.setProperty("system_instructions", CMVariantMap{{"n", "S"}});
-    const KAIChatHistory history = makeHistory({{0, "q1"}, {1, "a1"}, {0, "q2"}, {1, ""}});
+    const Messages history = {{0, "q1"}, {1, "a1"}, {0, "q2"}, {1, ""}};
     EXPECT_EQ(writeBody(s_protocol, properties, history, "q3"),
               R"({"model":"m","temperature":0.2,"messages":[{"role":"system","content":"U\n\nS\n"},)"
               R"({"role":"user","content":"q1"},{"role":"assistant","content":"a1"},)"
@@ -54,20 +52,9 @@ TEST(KAIAssistant_DEEPSEEK, WritesTheTemperatureOnlyWhenItWasAssigned) {
 TEST(KAIAssistant_DEEPSEEK, WritesAnyOtherRoleThanTheAssistantsAsTheUsers) {
     KAIAssistantProperties properties;
     properties.setProperty("model", "m");
-    EXPECT_EQ(writeBody(s_protocol, properties, makeHistory({{7, "x"}, {-1, "y"}}), "t"),
+    EXPECT_EQ(writeBody(s_protocol, properties, {{7, "x"}, {-1, "y"}}, "t"),
               R"({"model":"m","messages":[{"role":"user","content":"x"},{"role":"user","content":"y"},)"
               R"({"role":"user","content":"t"}]})");
-}
-
-TEST(KAIAssistant_DEEPSEEK, WritesTheFirstSectionOfAMessageOfSeveral) {
-    KAIAssistantProperties properties;
-    KAIChatHistory history;
-    auto message = std::make_unique<KAIMessage>();
-    message->addTextSection("first");
-    message->addTextSection("second");
-    history.push_back(std::move(message));
-    EXPECT_EQ(writeBody(s_protocol, properties, history, "t"),
-              R"({"model":"","messages":[{"role":"assistant","content":"first"},{"role":"user","content":"t"}]})");
 }
 
 TEST(KAIAssistant_DEEPSEEK, EscapesControlCharactersAndReplacesIllFormedText) {
@@ -79,18 +66,6 @@ TEST(KAIAssistant_DEEPSEEK, EscapesControlCharactersAndReplacesIllFormedText) {
     const COJson json(body);
     ASSERT_TRUE(json.getIsValidJson());
     EXPECT_EQ(json.obtainMember("model").obtainString(), std::string_view("a\0\"\\\x1f\x7f", 6));
-}
-
-TEST(KAIAssistant_DEEPSEEK, ThrowsForAHistoryMessageWithoutASection) {
-    KAIAssistantProperties properties;
-    KAIChatHistory history;
-    history.push_back(std::make_unique<KAIMessage>());
-    try {
-        writeBody(s_protocol, properties, history, "t");
-        FAIL() << "nothing was thrown";
-    } catch (const std::out_of_range& error) {
-        EXPECT_STREQ(error.what(), "invalid vector subscript");
-    }
 }
 
 TEST(KAIAssistant_DEEPSEEK, JoinsTheContentsOfSeveralChoicesWithNothingBetween) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "assertion_recorder.h"
 #include "chat_text.h"
 
@@ -11,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-const KAIChatProtocol& s_protocol = obtainOllamaProtocol();
+const kai::ChatProtocol& s_protocol = obtainOllamaProtocol();
 
 }  // namespace
 
@@ -36,15 +34,9 @@ TEST(KAIAssistant_OLLAMA, WritesTheSystemEntryFirstOnEveryTurn) {
     KAIAssistantProperties properties;
     properties.setProperty("model", "m");
     properties.setProperty("user_instructions", "U");
-    EXPECT_EQ(writeBody(s_protocol, properties, makeHistory({{0, "q1"}, {1, "a1"}}), "q2"),
+    EXPECT_EQ(writeBody(s_protocol, properties, {{0, "q1"}, {1, "a1"}}, "q2"),
               R"({"model":"m","stream":false,"messages":[{"role":"system","content":"U\n\n"},)"
               R"({"role":"user","content":"q1"},{"role":"assistant","content":"a1"},{"role":"user","content":"q2"}]})");
-}
-
-TEST(KAIAssistant_OLLAMA, ThrowsForAHistoryMessageWithoutASection) {
-    KAIChatHistory history;
-    history.push_back(std::make_unique<KAIMessage>());
-    EXPECT_THROW(writeBody(s_protocol, KAIAssistantProperties(), history, "q"), std::out_of_range);
 }
 
 TEST(KAIAssistant_OLLAMA, ReadsTheContentOfTheAssistantsMessage) {

@@ -62,9 +62,10 @@ TEST_F(KAINoAssertions, WriteAnUnknownRoleAsAnEmptyText) {
     KAISession_DEEPSEEK deepSeek(m_properties);
     KAISession_GOOGLE google(m_properties);
     KAISession_OLLAMA ollama(m_properties);
-    for (KAISessionChat* session : {static_cast<KAISessionChat*>(&deepSeek), static_cast<KAISessionChat*>(&google),
-                                    static_cast<KAISessionChat*>(&ollama)}) {
-        session->appendMessage(createTextMessage(7, 0, "x"));
+    for (kai::ChatSession* session :
+         {static_cast<kai::ChatSession*>(&deepSeek), static_cast<kai::ChatSession*>(&google),
+          static_cast<kai::ChatSession*>(&ollama)}) {
+        session->obtainHistory()->appendMessage(7, "x");
         EXPECT_NE(session->serializeSession().find(R"({"role":"","content":"x"})"), std::string::npos);
     }
 }

@@ -2,9 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "assertion_recorder.h"
+#include "chat_text.h"
 #include "kai_session_deepseek.h"
 #include "kai_session_google.h"
 #include "kai_session_ollama.h"
@@ -13,12 +12,12 @@ namespace {
 
 struct SessionKind {
     const char* name;
-    std::unique_ptr<KAISessionChat> (*create)(KAIAssistantProperties&);
+    std::unique_ptr<kai::ChatSession> (*create)(KAIAssistantProperties&);
     const char* sourceFile;
 };
 
 template <class Session>
-std::unique_ptr<KAISessionChat> createSession(KAIAssistantProperties& properties) {
+std::unique_ptr<kai::ChatSession> createSession(KAIAssistantProperties& properties) {
     return std::make_unique<Session>(properties);
 }
 
@@ -31,7 +30,7 @@ const SessionKind s_kinds[] = {
 class KAISessionChatText : public testing::TestWithParam<SessionKind> {
 protected:
     KAIAssistantProperties m_properties;
-    std::unique_ptr<KAISessionChat> m_session = GetParam().create(m_properties);
+    std::unique_ptr<kai::ChatSession> m_session = GetParam().create(m_properties);
 };
 
 INSTANTIATE_TEST_SUITE_P(Providers, KAISessionChatText, testing::ValuesIn(s_kinds),
@@ -52,8 +51,8 @@ TEST_P(KAISessionChatText, HoldsEveryMemberInOrder) {
     m_properties.setProperty("user_instructions", "U");
     m_properties.setProperty("system_instructions", CMVariantMap{{"b", "B"}, {"a", "A"}});
     m_properties.setProperty("db_structure", R"([ {"schemas":[]} ])");
-    m_session->appendTurn("question", "answer");
-    m_session->appendTurn("", "\"two\"\nlines");
+    appendTurn(*m_session, "question", "answer");
+    appendTurn(*m_session, "", "\"two\"\nlines");
     EXPECT_EQ(m_session->serializeSession(),
               R"({"api_host":"example.com","model":"m","temperature":0.2,"user_instructions":"U",)"
               R"("system_instructions":[{"key":"a","value":"A"},{"key":"b","value":"B"}],)"
@@ -67,19 +66,10 @@ TEST_P(KAISessionChatText, HoldsTheTemperatureAlsoWhenItWasNeverAssigned) {
     EXPECT_NE(m_session->serializeSession().find(R"("temperature":0.75,)"), std::string::npos);
 }
 
-TEST_P(KAISessionChatText, HoldsTheFirstSectionOfAMessageOfSeveral) {
-    auto message = std::make_unique<KAIMessage>();
-    message->addTextSection("first");
-    message->addTextSection("second");
-    m_session->appendMessage(std::move(message));
-    EXPECT_NE(m_session->serializeSession().find(R"("messages":[{"role":"assistant","content":"first"}])"),
-              std::string::npos);
-}
-
 TEST_P(KAISessionChatText, ReportsAnUnknownRoleAtLine45OfTheSessionsOwnSourceAndWritesItEmpty) {
     AssertionRecorder recorder;
-    m_session->appendMessage(createTextMessage(7, 0, "x"));
-    m_session->appendMessage(createTextMessage(0, 0, "y"));
+    m_session->obtainHistory()->appendMessage(7, "x");
+    m_session->obtainHistory()->appendMessage(0, "y");
     EXPECT_NE(
         m_session->serializeSession().find(R"("messages":[{"role":"","content":"x"},{"role":"user","content":"y"}])"),
         std::string::npos);
@@ -94,28 +84,12 @@ TEST_P(KAISessionChatText, IsValidJSONWhateverBytesTheTextsHold) {
     m_properties.setProperty("model", std::string("\0\xff", 2));
     m_properties.setProperty("user_instructions", "\xed\xa0\x80");
     m_properties.setProperty("system_instructions", CMVariantMap{{"\xfe", "\xc0\xaf"}});
-    m_session->appendTurn("\x80", std::string("a\0b", 3));
+    appendTurn(*m_session, "\x80", std::string("a\0b", 3));
     const COJson json(m_session->serializeSession());
     ASSERT_TRUE(json.getIsValidJson());
     EXPECT_EQ(json.obtainMember("model").obtainString(), std::string_view("\0\xef\xbf\xbd", 4));
     const COJsonValue answer = *++json.obtainMember("messages").obtainItems().begin();
     EXPECT_EQ(answer.obtainMember("content").obtainString(), std::string_view("a\0b", 3));
-}
-
-TEST_P(KAISessionChatText, CannotBeMadeOfAMessageWithoutASection) {
-    m_session->appendMessage(std::make_unique<KAIMessage>());
-    EXPECT_THROW(m_session->serializeSession(), std::out_of_range);
-}
-
-TEST_P(KAISessionChatText, KeepsTheTurnsAsEntriesAtTimeZero) {
-    m_session->appendTurn("q", "a");
-    const KAIChatHistory& history = m_session->obtainHistory();
-    ASSERT_EQ(history.size(), 2U);
-    for (std::size_t i = 0; i < 2; ++i) {
-        EXPECT_EQ(history[i]->obtainTime(), 0);
-        EXPECT_EQ(history[i]->obtainRole(), static_cast<std::int32_t>(i));
-        EXPECT_EQ(history[i]->obtainSections().size(), 1U);
-    }
 }
 
 TEST_P(KAISessionChatText, LeavesThePropertiesAliveWhenTheSessionIsFreed) {

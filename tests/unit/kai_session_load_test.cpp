@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "assertion_recorder.h"
+#include "chat_text.h"
 #include "kai_session_deepseek.h"
 #include "kai_session_settings.h"
 
@@ -15,8 +16,8 @@ protected:
     /// "ROLE:TEXT" of each message of the history.
     std::vector<std::string> readHistory() {
         std::vector<std::string> history;
-        for (const auto& message : m_session.obtainHistory()) {
-            history.push_back(std::to_string(message->obtainRole()) + ":" + std::string(obtainFirstText(*message)));
+        for (const auto& [role, text] : readMessages(m_session)) {
+            history.push_back(std::to_string(role) + ":" + text);
         }
         return history;
     }
@@ -37,8 +38,8 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
     saved.setProperty("system_instructions", CMVariantMap{{"b", "B"}, {"a", "A"}});
     saved.setProperty("db_structure", kOneTable);
     KAISession_DEEPSEEK session(saved);
-    session.appendTurn("q", "a");
-    session.appendTurn("line\nline", "");
+    appendTurn(session, "q", "a");
+    appendTurn(session, "line\nline", "");
     ASSERT_TRUE(load(session.serializeSession()));
     EXPECT_EQ(readHistory(), (std::vector<std::string>{"0:q", "1:a", "0:line\nline", "1:"}));
     EXPECT_EQ(m_properties.obtainSettings().apiHost, "example.com");
@@ -46,16 +47,13 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
     EXPECT_EQ(m_properties.obtainSettings().temperature, 1.0);
     EXPECT_EQ(m_properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(m_properties.obtainCombinedInstructions(), saved.obtainCombinedInstructions());
-    for (const auto& message : m_session.obtainHistory()) {
-        EXPECT_EQ(message->obtainTime(), 0);
-    }
 }
 
 TEST_F(KAISessionLoad, GivesTheSameTextAgainForTheSameTemperature) {
     m_properties.setProperty("api_host", "h");
     m_properties.setProperty("db_structure", kOneTable);
     m_properties.setProperty("system_instructions", CMVariantMap{{"a", "A"}});
-    m_session.appendTurn("q", "a");
+    appendTurn(m_session, "q", "a");
     const std::string text = m_session.serializeSession();
     KAIAssistantProperties properties;
     KAISession_DEEPSEEK restored(properties);
@@ -80,7 +78,7 @@ TEST_F(KAISessionLoad, SucceedsForAnEmptyObjectAndChangesNothing) {
     m_properties.setProperty("model", "m");
     const auto assignedKeys = m_properties.obtainSettings().assignedKeys;
     EXPECT_TRUE(load("{}"));
-    EXPECT_TRUE(m_session.obtainHistory().empty());
+    EXPECT_TRUE(readMessages(m_session).empty());
     EXPECT_EQ(m_properties.obtainSettings().model, "m");
     EXPECT_EQ(m_properties.obtainSettings().assignedKeys, assignedKeys);
 }
@@ -88,7 +86,7 @@ TEST_F(KAISessionLoad, SucceedsForAnEmptyObjectAndChangesNothing) {
 TEST_F(KAISessionLoad, SucceedsForValidJSONThatIsNoObject) {
     for (const char* text : {"[]", "null", "1", "\"text\"", "true", R"([{"model":"m","messages":[]}])"}) {
         EXPECT_TRUE(load(text)) << text;
-        EXPECT_TRUE(m_session.obtainHistory().empty()) << text;
+        EXPECT_TRUE(readMessages(m_session).empty()) << text;
     }
     EXPECT_TRUE(m_properties.obtainSettings().assignedKeys.empty());
 }
@@ -96,13 +94,19 @@ TEST_F(KAISessionLoad, SucceedsForValidJSONThatIsNoObject) {
 TEST_F(KAISessionLoad, FailsForATextThatIsNotJSONAndChangesNothing) {
     for (const std::string& text :
          {std::string(), std::string(" "), std::string("not JSON"), std::string(R"({"model":"m")"),
-          std::string(R"({"model":"m"} x)"), std::string("{\"model\":\"\xff\"}"), std::string(R"({"model":"\ud800"})"),
+          std::string(R"({"model":"m"} x)"), std::string("{\"model\":\"\xff}"), std::string(R"({"model":"\ud80"})"),
           std::string("{\"model\":\"m\"}\0", 14), std::string(R"({"model":"m",})"),
           std::string(513, '[') + std::string(513, ']')}) {
         EXPECT_FALSE(load(text)) << text;
         EXPECT_TRUE(m_properties.obtainSettings().assignedKeys.empty()) << text;
         EXPECT_EQ(m_properties.obtainSettings().model, "") << text;
     }
+}
+
+TEST_F(KAISessionLoad, ReadsWhatIsNoCharacterAsAReplacement) {
+    EXPECT_TRUE(load("{\"model\":\"\xff\",\"messages\":[{\"role\":\"user\",\"content\":\"\\ud800\"}]}"));
+    EXPECT_EQ(m_properties.obtainSettings().model, "\xef\xbf\xbd");
+    EXPECT_EQ(readHistory(), std::vector<std::string>{"0:\xef\xbf\xbd"});
 }
 
 TEST_F(KAISessionLoad, LeavesTheTemperatureAsItWasAndMarksItAsAssigned) {
@@ -121,11 +125,11 @@ TEST_F(KAISessionLoad, LeavesTheTemperatureAloneWhenItIsNoNumber) {
     }
 }
 
-TEST_F(KAISessionLoad, StoresTheHostTrimmedAndAnEmptyOneToo) {
+TEST_F(KAISessionLoad, StoresTheHostTrimmedAndTheDefaultHostForABlankOne) {
     EXPECT_TRUE(load(R"({"api_host":" h\t"})"));
     EXPECT_EQ(m_properties.obtainSettings().apiHost, "h");
-    EXPECT_TRUE(load(R"({"api_host":""})"));
-    EXPECT_EQ(m_properties.obtainSettings().apiHost, "");
+    EXPECT_TRUE(load(R"({"api_host":" "})"));
+    EXPECT_EQ(m_properties.obtainSettings().apiHost, "api.deepseek.com");
 }
 
 TEST_F(KAISessionLoad, LeavesSettingsOfAnotherTypeAlone) {
@@ -172,7 +176,7 @@ TEST_F(KAISessionLoad, KeepsTheStoredStructureWhenTheSavedOneIsEmptyOrNotJSON) {
 }
 
 TEST_F(KAISessionLoad, HasAnEmptyHistoryWhenMessagesAreMissingOrNoArray) {
-    m_session.appendTurn("q", "a");
+    appendTurn(m_session, "q", "a");
     for (const char* messages : {"null", "1", "\"m\"", R"({"role":"user","content":"x"})", "true"}) {
         EXPECT_TRUE(load(R"({"model":"m","messages":)" + std::string(messages) + "}"));
         EXPECT_TRUE(readHistory().empty()) << messages;
