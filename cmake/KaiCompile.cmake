@@ -1,14 +1,28 @@
-# How every target of this repository is compiled. Included by both projects; sets nothing for their consumers.
+# How every target of this repository is compiled. Included by both projects, after project().
+#
+# Inside another project's build only the libraries are made: nothing of that project's settings is changed, and tests,
+# tools and warnings are left to builds of this repository itself.
 include_guard(GLOBAL)
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
-  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+if(DEFINED BUILD_SHARED_LIBS AND NOT BUILD_SHARED_LIBS)
+  message(FATAL_ERROR
+    "libkai and libcf are made as shared libraries only: what a host shares with them is one copy of libcf, whose "
+    "state is the process's. Set BUILD_SHARED_LIBS to ON, or leave it unset, where ${PROJECT_NAME} is added.")
 endif()
-# -O3 makes the libraries larger and no turn cheaper.
-set(CMAKE_CXX_FLAGS_RELEASE "-O2" CACHE STRING "Release flags" FORCE)
-set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
-set(CMAKE_CXX_EXTENSIONS OFF)
 
+if(PROJECT_IS_TOP_LEVEL)
+  if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+  endif()
+  set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+  include(CTest)
+  set(KAI_BUILD_TESTS ${BUILD_TESTING})
+else()
+  set(KAI_BUILD_TESTS OFF)
+endif()
+
+option(KAI_BUILD_TOOLS "Build the reference host and the provider emulator" ${PROJECT_IS_TOP_LEVEL})
+option(KAI_WARNINGS "Compile with warnings" ${PROJECT_IS_TOP_LEVEL})
 option(KAI_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for this repository's own builds)" OFF)
 
 # The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths. A compiler cache
@@ -17,8 +31,17 @@ get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLU
 file(RELATIVE_PATH KAI_REPOSITORY_ROOT_FROM_BUILD "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
 string(REGEX REPLACE "/$" "" KAI_REPOSITORY_ROOT_FROM_BUILD "${KAI_REPOSITORY_ROOT_FROM_BUILD}")
 
+# The number in the libraries' SONAMEs. Before 1.0 a minor version may change the interface, so the minor number is
+# part of it: libkai.so.0.1.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(KAI_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+else()
+  set(KAI_SOVERSION ${PROJECT_VERSION_MAJOR})
+endif()
+
 # kai_compile_options(TARGET [STANDARD]): the language standard (20 unless told), the warnings, hidden visibility.
 function(kai_compile_options target)
+  string(REGEX MATCH "(^| )-O3( |$)" kai_is_o3 "${CMAKE_CXX_FLAGS_RELEASE}")
   set(standard 20)
   if(ARGC GREATER 1)
     set(standard ${ARGV1})
@@ -26,11 +49,14 @@ function(kai_compile_options target)
   set_target_properties(${target} PROPERTIES
     CXX_STANDARD ${standard}
     CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF
     CXX_VISIBILITY_PRESET hidden
     VISIBILITY_INLINES_HIDDEN ON)
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    "$<$<BOOL:${KAI_WARNINGS}>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wnon-virtual-dtor;-Woverloaded-virtual>"
     $<$<BOOL:${KAI_WARNINGS_AS_ERRORS}>:-Werror>
+    # CMake's own choice for Release is -O3, which makes the libraries larger and no turn cheaper. Other flags stay.
+    $<$<AND:$<CONFIG:Release>,$<BOOL:${kai_is_o3}>>:-O2>
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT}/="
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT_FROM_BUILD}/=")
 endfunction()
