@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the host that README.md shows, against an installed copy, and runs it where no server is: it says so.
+# Builds the host that README.md shows, which is the first of the examples, against an installed copy, and runs it where
+# no server is: it says so.
 #   build_readme_host.sh PREFIX WORK README COMPILER FLAGS
 set -euo pipefail
 prefix=$1 work=$2 readme=$3 compiler=$4
@@ -13,6 +14,7 @@ read -ra answer <<<"$(pkg-config --cflags --libs libkai)"
 rm -rf -- "$work"
 mkdir -p -- "$work"
 awk '/^```cpp$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$readme" >"$work/host.cpp"
+diff -u -- "$(dirname -- "$readme")/examples/first/host.cpp" "$work/host.cpp"
 "$compiler" -std=c++17 "${flags[@]}" "$work/host.cpp" "${answer[@]}" -o "$work/host"
 
 # Port 1 of this machine: nothing listens there.

@@ -1,0 +1,32 @@
+#include <kai.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+struct FreeObject {
+    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
+};
+
+int main(int argc, char** argv) {
+    const char* key = std::getenv("DEEPSEEK_API_KEY");
+    std::unique_ptr<IKAIAssistant, FreeObject> assistant(KAICreateAssistant(
+        KAIAssistantType::DEEPSEEK, cfCreateHTTPPoolCenter(), key ? key : "", argc > 1 ? argv[1] : ""));
+    assistant->setAssistantProperties([](IKAIProperties* properties) {
+        properties->setProperty("model", "deepseek-v4-flash");
+        properties->setProperty("user_instructions", "Answer with one SQL statement.");
+        properties->setProperty("db_structure", R"([{"schemas": [{"tables": [{"name": "users",
+            "fields": [{"name": "id", "type": "int"}, {"name": "email", "type": "text"}], "pkeys": ["id"]}]}]}])");
+    });
+    std::unique_ptr<IKAISession, FreeObject> session(assistant->createSession().first);
+    const auto [message, error] = assistant->addMessage(session.get(), "How many users are there?");
+    const std::unique_ptr<IKAIMessage, FreeObject> answer(message);
+    if (!answer) {
+        std::cerr << error << '\n';
+        return 1;
+    }
+    for (IKAIMessageSection* section : answer->obtainSections()) {
+        std::cout << section->obtainText() << '\n';
+    }
+    assistant->destroySession(session.get());
+}
