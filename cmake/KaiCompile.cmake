@@ -31,6 +31,11 @@ get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLU
 file(RELATIVE_PATH KAI_REPOSITORY_ROOT_FROM_BUILD "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
 string(REGEX REPLACE "/$" "" KAI_REPOSITORY_ROOT_FROM_BUILD "${KAI_REPOSITORY_ROOT_FROM_BUILD}")
 
+# CMake's own choice for Release is -O3, which makes the libraries larger and no turn cheaper. Other flags stay.
+if(CMAKE_CXX_FLAGS_RELEASE MATCHES "(^| )-O3( |$)")
+  add_compile_options($<$<CONFIG:Release>:-O2>)
+endif()
+
 # The number in the libraries' SONAMEs. Before 1.0 a minor version may change the interface, so the minor number is
 # part of it: libkai.so.0.1.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
@@ -41,7 +46,6 @@ endif()
 
 # kai_compile_options(TARGET [STANDARD]): the language standard (20 unless told), the warnings, hidden visibility.
 function(kai_compile_options target)
-  string(REGEX MATCH "(^| )-O3( |$)" kai_is_o3 "${CMAKE_CXX_FLAGS_RELEASE}")
   set(standard 20)
   if(ARGC GREATER 1)
     set(standard ${ARGV1})
@@ -55,8 +59,6 @@ function(kai_compile_options target)
   target_compile_options(${target} PRIVATE
     "$<$<BOOL:${KAI_WARNINGS}>:-Wall;-Wextra;-Wpedantic;-Wshadow;-Wnon-virtual-dtor;-Woverloaded-virtual>"
     $<$<BOOL:${KAI_WARNINGS_AS_ERRORS}>:-Werror>
-    # CMake's own choice for Release is -O3, which makes the libraries larger and no turn cheaper. Other flags stay.
-    $<$<AND:$<CONFIG:Release>,$<BOOL:${kai_is_o3}>>:-O2>
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT}/="
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT_FROM_BUILD}/=")
 endfunction()

@@ -2,15 +2,10 @@
 
 #include <cstdlib>
 #include <iostream>
-#include <memory>
-
-struct FreeObject {
-    void operator()(IKAIObject* object) const { KAIFreeObject(object); }
-};
 
 int main(int argc, char** argv) {
     const char* key = std::getenv("DEEPSEEK_API_KEY");
-    std::unique_ptr<IKAIAssistant, FreeObject> assistant(KAICreateAssistant(
+    KAIPtr<IKAIAssistant> assistant(KAICreateAssistant(
         KAIAssistantType::DEEPSEEK, cfCreateHTTPPoolCenter(), key ? key : "", argc > 1 ? argv[1] : ""));
     assistant->setAssistantProperties([](IKAIProperties* properties) {
         properties->setProperty("model", "deepseek-v4-flash");
@@ -18,9 +13,9 @@ int main(int argc, char** argv) {
         properties->setProperty("db_structure", R"([{"schemas": [{"tables": [{"name": "users",
             "fields": [{"name": "id", "type": "int"}, {"name": "email", "type": "text"}], "pkeys": ["id"]}]}]}])");
     });
-    std::unique_ptr<IKAISession, FreeObject> session(assistant->createSession().first);
+    KAIPtr<IKAISession> session(assistant->createSession().first);
     const auto [message, error] = assistant->addMessage(session.get(), "How many users are there?");
-    const std::unique_ptr<IKAIMessage, FreeObject> answer(message);
+    const KAIPtr<IKAIMessage> answer(message);
     if (!answer) {
         std::cerr << error << '\n';
         return 1;
