@@ -35,6 +35,7 @@ public:
         std::size_t openCount = 0;
         std::size_t handshakeCount = 0;
         std::size_t resumedCount = 0;
+        std::size_t lateCount = 0;
         std::size_t releasedUpTo = 0;
         bool isStopping = false;
     };
@@ -80,6 +81,7 @@ private:
     bool send(LoopbackConnection& connection, const LoopbackReply& reply, const LoopbackWireReply& wire,
               std::size_t ordinal);
     bool sendBody(LoopbackConnection& connection, const LoopbackReply& reply, std::string_view bytes);
+    bool sendLate(LoopbackConnection& connection, const LoopbackReply& reply);
     bool stall(LoopbackConnection& connection, const LoopbackReply& reply, std::size_t ordinal);
     std::size_t record(const LoopbackRequest& request);
     LoopbackReply askHandler(const LoopbackRequest& request) const;
@@ -269,7 +271,21 @@ bool LoopbackServer::Inside::answer(Worker& worker, LoopbackRequest request) {
             break;
     }
     const LoopbackWireReply wire = writeLoopbackReply(reply, request.method);
-    return send(connection, reply, wire, request.ordinal) && !wire.isConnectionClosed && !isCloseRequested(request);
+    return send(connection, reply, wire, request.ordinal) && sendLate(connection, reply) && !wire.isConnectionClosed &&
+           !isCloseRequested(request);
+}
+
+bool LoopbackServer::Inside::sendLate(LoopbackConnection& connection, const LoopbackReply& reply) {
+    if (reply.late.empty()) {
+        return true;
+    }
+    if (!connection.pause(reply.lateDelay, [] { return false; }) || !connection.write(reply.late)) {
+        return false;
+    }
+    const std::scoped_lock lock(m_mutex);
+    ++m_records.lateCount;
+    m_changed.notify_all();
+    return true;
 }
 
 bool LoopbackServer::Inside::send(LoopbackConnection& connection, const LoopbackReply& reply,
@@ -385,6 +401,10 @@ bool LoopbackServer::waitForRequests(std::size_t count, std::chrono::millisecond
 
 bool LoopbackServer::waitForConnections(std::size_t count, std::chrono::milliseconds limit) {
     return m_inside->waitUntil(limit, [&](const auto& records) { return records.connectionCount >= count; });
+}
+
+bool LoopbackServer::waitForLateBytes(std::size_t count, std::chrono::milliseconds limit) {
+    return m_inside->waitUntil(limit, [&](const auto& records) { return records.lateCount >= count; });
 }
 
 bool LoopbackServer::waitForOpenConnections(std::size_t count, std::chrono::milliseconds limit) {

@@ -71,7 +71,10 @@ struct LoopbackReply {
     /// The body (or `raw`) goes out in pieces of this many bytes with a pause of `dripInterval` between; 0: at once.
     std::size_t dripBytes = 0;
     std::chrono::milliseconds dripInterval{1};
-    /// End the connection after the reply without having announced it. (A "Connection: close" header ends it as well.)
+    /// Sent as it is when the reply is complete and `lateDelay` has passed, whether or not the client asks for more.
+    std::string late{};
+    std::chrono::milliseconds lateDelay{0};
+    /// End the connection after all that without having announced it. (A "Connection: close" header ends it as well.)
     bool isClosedAfter = false;
 };
 
@@ -138,6 +141,8 @@ public:
     /// Waits until at least `count` connections were accepted. False when `limit` passes first.
     [[nodiscard]] bool waitForConnections(std::size_t count,
                                           std::chrono::milliseconds limit = std::chrono::seconds{30});
+    /// Waits until the late bytes of at least `count` replies were sent. False when `limit` passes first.
+    [[nodiscard]] bool waitForLateBytes(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds{30});
     /// Waits until at most `count` connections are open. False when `limit` passes first.
     [[nodiscard]] bool waitForOpenConnections(std::size_t count,
                                               std::chrono::milliseconds limit = std::chrono::seconds{30});

@@ -50,7 +50,7 @@ TEST_F(OpenAISessions, NeedAnAssistantOnTheService) {
 
 TEST_F(OpenAISessions, ReportEachFailureOfTheirCreation) {
     answer("POST /v1/threads", LoopbackReply{.status = 429, .body = R"({"error":{"message":"slow down"}})"});
-    expectCreationError("HTTP 429");
+    expectCreationError("HTTP 429 Too Many Requests");
     for (const char* body : {"", "text", "{"}) {
         answer("POST /v1/threads", body);
         expectCreationError("Invalid response: p/v1/threads");

@@ -17,18 +17,22 @@
 /// Names and values, in the order in which they are sent.
 using CMRestParams = std::vector<std::pair<std::string, std::string>>;
 
-class CMRestConnections;
+namespace cf {
+class RestConnections;
+}  // namespace cf
 
 /// A pool of kept-alive connections. The exchanges of one REST session use it again and again, so that a conversation
 /// needs one connection and one TLS handshake. A connection is used again only under the TLS settings that it was made
-/// with.
+/// with, and only while the server has neither closed it nor sent anything more on it.
 ///
 /// Used from one thread at a time. Destroying it closes its connections; it must not be destroyed while an exchange
-/// uses it. An exchange that a callback begins while another one runs on the pool gets a connection of its own. A host
-/// may derive from it.
+/// uses it. An exchange that a callback begins while another one runs on the pool gets a connection of its own. After
+/// fork() each process uses its own connections: the new one leaves those of the other alone and makes new ones. A host
+/// may derive from this class.
 ///
-/// A request whose kept-alive connection turns out to have been closed by the server is sent again on a new one; a POST
-/// only within a second, since later the server may have been at work on it.
+/// A request is sent again on a new connection when the kept-alive connection turns out to be closed, or when the
+/// server's answer came before it can have read the request. A POST is sent again only within a second, since later the
+/// server may have been at work on it.
 class CF_EXPORT ICSHTTPPoolCenter {
 public:
     ICSHTTPPoolCenter();
@@ -37,8 +41,8 @@ public:
     ICSHTTPPoolCenter& operator=(const ICSHTTPPoolCenter&) = delete;
 
 private:
-    friend class CMRestConnections;
-    std::unique_ptr<CMRestConnections> m_connections;
+    friend class cf::RestConnections;
+    std::unique_ptr<cf::RestConnections> m_connections;
 };
 
 /// A new, empty pool. The caller owns it; handed to an assistant it is the assistant's.
@@ -163,8 +167,9 @@ public:
     CMRestRequest& operator=(const CMRestRequest&) = delete;
 
     /// Sets the full URL, scheme ("http" or "https") included. Path and query are sent as they are, but for bytes
-    /// beyond ASCII in the path, which are percent-encoded. Another scheme, no host, a blank or a control character
-    /// fails the exchange.
+    /// beyond ASCII in the path, which are percent-encoded. Another scheme, no host, a user name or password, a host
+    /// name beyond ASCII, a blank or a control character fails the exchange; so do URL and headers of more than 256 KiB
+    /// together.
     void setURL(std::string url);
     /// Adds headers behind those of the session, under the same rules.
     virtual void addHeaderParams(CMRestParams params);

@@ -1,7 +1,5 @@
 #include "rest/rest_body.h"
 
-#include <algorithm>
-
 namespace cf {
 
 std::size_t countBytes(const std::vector<COJsonPiece>& pieces) noexcept {
@@ -12,29 +10,33 @@ std::size_t countBytes(const std::vector<COJsonPiece>& pieces) noexcept {
     return count;
 }
 
+/// Goes to the next piece where nothing of this one is left.
+void BodyReader::passOver() noexcept {
+    while (!isAtEnd() && m_offset == (*m_pieces)[m_piece].text.size()) {
+        ++m_piece;
+        m_offset = 0;
+    }
+}
+
 std::size_t BodyReader::read(char* target, std::size_t capacity) noexcept {
     std::size_t count = 0;
-    while (m_pieces != nullptr && m_piece < m_pieces->size() && count < capacity) {
-        const std::string_view text = (*m_pieces)[m_piece].text;
-        const std::size_t copied = text.copy(target + count, capacity - count, m_offset);
+    while (!isAtEnd() && count < capacity) {
+        const std::size_t copied = (*m_pieces)[m_piece].text.copy(target + count, capacity - count, m_offset);
         count += copied;
         m_offset += copied;
-        if (m_offset == text.size()) {
-            ++m_piece;
-            m_offset = 0;
-        }
+        passOver();
     }
     return count;
 }
 
 bool BodyReader::seek(std::size_t offset) noexcept {
     m_piece = 0;
-    while (m_pieces != nullptr && m_piece < m_pieces->size() && offset >= (*m_pieces)[m_piece].text.size()) {
+    m_offset = 0;
+    while (!isAtEnd() && offset >= (*m_pieces)[m_piece].text.size()) {
         offset -= (*m_pieces)[m_piece].text.size();
         ++m_piece;
     }
-    m_offset = 0;
-    if (m_pieces == nullptr || m_piece == m_pieces->size()) {
+    if (isAtEnd()) {
         return offset == 0;
     }
     m_offset = offset;

@@ -1,28 +1,124 @@
+#include "rest/rest_classify.h"
+
+#include <openssl/x509_vfy.h>
+
 #include <new>
 
-#include "rest/rest_connections.h"
-#include "rest/rest_url.h"
+namespace cf {
 
-// What libcurl's result of an exchange means for a person.
+namespace {
 
-CMRestResult CMRestConnections::classify(CURLcode code) const {
-    if (m_receipt.failure != CMRestResult::Success) {
-        return m_receipt.failure;
+/// libcurl takes no longer header line, and reports one like exhausted memory.
+constexpr std::size_t kLongestHeaderLine = 100'000;
+
+/// Whether the body came to an end that says that it was the end.
+bool isBodyWhole(const RestEnding& ending) noexcept {
+    const RestHeaderBlock& headers = ending.headers;
+    if (!ending.isDecodedWhole) {
+        return false;
     }
-    switch (code) {
+    if (headers.isChunked || ending.contentLength >= 0) {
+        return true;  // libcurl has checked it
+    }
+    if (ending.status < 200 || ending.status == 204 || ending.status == 304) {
+        return true;
+    }
+    // libcurl ignores a length beyond 64 bits. Without any, the body ends with the connection, and only TLS tells
+    // whether the server or somebody else has ended it.
+    return !headers.hasLength && (ending.tls.isClosed || !ending.isTLS);
+}
+
+/// libcurl calls headers that were cut a response, and an interim response the last one.
+CMRestResult classifyResponse(const RestEnding& ending) noexcept {
+    if (ending.headers.isWhole && ending.status < 100) {
+        return CMRestResult::MalformedResponse;
+    }
+    const bool isWhole = ending.headers.isWhole && ending.headers.isFinal && isBodyWhole(ending);
+    return isWhole ? CMRestResult::Success : CMRestResult::BrokenConnection;
+}
+
+/// Whether TLS with the proxy was being negotiated, and not with the server behind it.
+bool isProxyHandshake(const RestEnding& ending) noexcept {
+    return ending.isProxyTLS && ending.proxyStatus == 0;
+}
+
+CMRestResult classifyBreak(const RestEnding& ending) noexcept {
+    if (!ending.isRequestBegun && ending.proxyStatus != 0) {
+        return CMRestResult::Proxy;
+    }
+    // In TLS 1.3 a server refuses a client when the client takes the handshake for done.
+    const bool isRefused = ending.tls.hasFatalAlert && ending.status == 0 && !isProxyHandshake(ending);
+    return isRefused ? CMRestResult::TLSAlert : CMRestResult::BrokenConnection;
+}
+
+CMRestResult classifyCertificate(long verification) noexcept {
+    switch (verification) {
+        case X509_V_ERR_HOSTNAME_MISMATCH:
+        case X509_V_ERR_IP_ADDRESS_MISMATCH:
+            return CMRestResult::WrongHostCertificate;
+        case X509_V_ERR_CERT_HAS_EXPIRED:
+        case X509_V_ERR_CERT_NOT_YET_VALID:
+            return CMRestResult::OutdatedCertificate;
+        default:
+            return CMRestResult::UntrustedCertificate;
+    }
+}
+
+CMRestResult classifyTLS(const RestEnding& ending) noexcept {
+    if (isProxyHandshake(ending) || (ending.isProxyTLS && ending.proxyVerification != X509_V_OK)) {
+        return CMRestResult::Proxy;
+    }
+    if (ending.tls.isPlainHTTP) {
+        return CMRestResult::PlainHTTPServer;
+    }
+    if (ending.tls.hasFatalAlert) {
+        return CMRestResult::TLSAlert;
+    }
+    if (!ending.isChecked) {
+        return CMRestResult::TLS;
+    }
+    if (ending.tls.verification != X509_V_OK) {
+        return classifyCertificate(ending.tls.verification);
+    }
+    // The chain is sound; libcurl itself checks the host name.
+    return ending.code == CURLE_PEER_FAILED_VERIFICATION ? CMRestResult::WrongHostCertificate : CMRestResult::TLS;
+}
+
+CMRestResult classifyTimeout(const RestEnding& ending) noexcept {
+    if (ending.isRequestBegun) {
+        return CMRestResult::RequestTimeout;
+    }
+    const bool isServerReached = ending.tls.isBegun && (!ending.hasProxy || ending.proxyStatus == 200);
+    return ending.isTLS && isServerReached ? CMRestResult::TLSTimeout : CMRestResult::ConnectTimeout;
+}
+
+/// libcurl reports a header line or a trailer that is too long for it like exhausted memory.
+CMRestResult classifyExhaustion(const RestEnding& ending) {
+    const bool isTrailer = ending.headers.isWhole && ending.headers.isFinal && ending.headers.isChunked;
+    const bool hasLongLine = ending.isRequestBegun && ending.receivedBytes > kLongestHeaderLine;
+    if (!isTrailer && !hasLongLine) {
+        throw std::bad_alloc();
+    }
+    return CMRestResult::OversizedResponse;
+}
+
+}  // namespace
+
+CMRestResult classifyEnding(const RestEnding& ending) {
+    switch (ending.code) {
         case CURLE_OK:
-            return classifyEnd();
+            return classifyResponse(ending);
         case CURLE_URL_MALFORMAT:
             return CMRestResult::InvalidURL;
         case CURLE_COULDNT_RESOLVE_HOST:
             return CMRestResult::UnresolvedHost;
         case CURLE_COULDNT_CONNECT:
-            return m_proxyURL.empty() ? CMRestResult::NoConnection : CMRestResult::Proxy;
+            return ending.hasProxy ? CMRestResult::Proxy : CMRestResult::NoConnection;
         case CURLE_COULDNT_RESOLVE_PROXY:
         case CURLE_PROXY:
             return CMRestResult::Proxy;
         case CURLE_OPERATION_TIMEDOUT:
-            return isRequestBegun() ? CMRestResult::RequestTimeout : CMRestResult::ConnectTimeout;
+            return classifyTimeout(ending);
         case CURLE_PEER_FAILED_VERIFICATION:
         case CURLE_SSL_CONNECT_ERROR:
         case CURLE_SSL_CERTPROBLEM:
@@ -34,60 +130,23 @@ CMRestResult CMRestConnections::classify(CURLcode code) const {
         case CURLE_SSL_ISSUER_ERROR:
         case CURLE_SSL_CLIENTCERT:
         case CURLE_USE_SSL_FAILED:
-            return classifyTLS(code);
+            return classifyTLS(ending);
         case CURLE_GOT_NOTHING:
             // Also what libcurl makes of an interim status with nothing behind it, and 101 may be the response.
-            return m_receipt.headers.isFinal ? classifyEnd() : classifyBreak();
+            return ending.headers.isFinal ? classifyResponse(ending) : classifyBreak(ending);
         case CURLE_PARTIAL_FILE:
         case CURLE_SEND_ERROR:
         case CURLE_RECV_ERROR:
-            return classifyBreak();
+            return classifyBreak(ending);
         case CURLE_UNSUPPORTED_PROTOCOL:  // an answer without a status line
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_BAD_CONTENT_ENCODING:
             return CMRestResult::MalformedResponse;
         case CURLE_OUT_OF_MEMORY:
-            return classifyExhaustion();
+            return classifyExhaustion(ending);
         default:
             return CMRestResult::Other;
     }
 }
 
-/// libcurl takes headers that were cut for a response, and an interim response for the last one.
-CMRestResult CMRestConnections::classifyEnd() const {
-    if (m_receipt.headers.isWhole && obtainInfo<long>(CURLINFO_RESPONSE_CODE) < 100) {
-        return CMRestResult::MalformedResponse;
-    }
-    const bool isWhole = m_receipt.headers.isWhole && m_receipt.headers.isFinal && isBodyWhole();
-    return isWhole ? CMRestResult::Success : CMRestResult::BrokenConnection;
-}
-
-bool CMRestConnections::isBodyWhole() const {
-    const HeaderBlock& headers = m_receipt.headers;
-    if (m_receipt.decoder && !m_receipt.decoder->isWhole()) {
-        return false;
-    }
-    if (headers.isChunked || obtainInfo<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T) >= 0) {
-        return true;  // libcurl has seen to it
-    }
-    const auto status = obtainInfo<long>(CURLINFO_RESPONSE_CODE);
-    if (status < 200 || status == 204 || status == 304) {
-        return true;
-    }
-    // A length that libcurl has passed over is beyond 64 bits. Without any, the body ends with its connection: TLS
-    // tells whether the peer has ended it.
-    return !headers.hasLength && (m_receipt.isTLSClosed || !isTLSURL(m_url));
-}
-
-CMRestResult CMRestConnections::classifyBreak() const {
-    const bool isTunnelRefused = !isRequestBegun() && obtainInfo<long>(CURLINFO_HTTP_CONNECTCODE) != 0;
-    return isTunnelRefused ? CMRestResult::Proxy : CMRestResult::BrokenConnection;
-}
-
-/// libcurl reports a header line that is too long for it like exhausted memory.
-CMRestResult CMRestConnections::classifyExhaustion() const {
-    if (!isRequestBegun()) {
-        throw std::bad_alloc();
-    }
-    return CMRestResult::OversizedResponse;
-}
+}  // namespace cf

@@ -1,26 +1,34 @@
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <memory>
+#include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "cf/rest.h"
 #include "rest/rest_connections.h"
 #include "rest/rest_errors.h"
 #include "rest/rest_headers.h"
+#include "rest/rest_trust_store.h"
 #include "rest/rest_url.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using namespace cf;
 
-const char* obtainMethodName(CMRestMethod method) {
+/// A limit for the request's URL and headers together. libcurl has one of 1 MiB, after percent-encoding, and reports it
+/// like exhausted memory.
+constexpr std::size_t kMostHeadBytes = std::size_t{256} * 1024;
+
+const char* obtainMethodName(RestMethod method) {
     switch (method) {
-        case CMRestMethod::Get:
+        case RestMethod::Get:
             return "GET";
-        case CMRestMethod::Post:
+        case RestMethod::Post:
             return "POST";
-        case CMRestMethod::Delete:
+        case RestMethod::Delete:
             return "DELETE";
     }
     return "";
@@ -31,7 +39,7 @@ bool isSendable(const CMRestParams& headers) {
                        [](const auto& header) { return isSendableHeader(header.first, header.second); });
 }
 
-bool hasSendableHeaders(const CMRestExchange& exchange) {
+bool hasSendableHeaders(const RestExchange& exchange) {
     const CMRestSession* const session = exchange.session;
     const bool isSessionSendable =
         session == nullptr ||
@@ -40,62 +48,95 @@ bool hasSendableHeaders(const CMRestExchange& exchange) {
            isSendableHeaderValue(exchange.settings.userAgent);
 }
 
+std::size_t countBytes(const CMRestParams& headers) {
+    std::size_t count = 0;
+    for (const auto& [name, value] : headers) {
+        count += name.size() + value.size() + std::string_view(": \r\n").size();
+    }
+    return count;
+}
+
+std::size_t countHeadBytes(const RestExchange& exchange) {
+    std::size_t count =
+        exchange.url.size() + exchange.settings.userAgent.size() + countBytes(exchange.request.obtainHeaderParams());
+    if (exchange.session != nullptr) {
+        count += exchange.session->obtainAuthorizationHeaderValue().size() +
+                 countBytes(exchange.session->obtainHeaderParams());
+    }
+    return count;
+}
+
 /// Why an exchange must not begin.
-CMRestResult checkExchange(const CMRestExchange& exchange) {
-    if (!isRequestableURL(exchange.url)) {
-        return CMRestResult::InvalidURL;
+CMRestResult checkExchange(const RestExchange& exchange) {
+    if (const CMRestResult result = checkURL(exchange.url); result != CMRestResult::Success) {
+        return result;
     }
     if (!hasSendableHeaders(exchange)) {
         return CMRestResult::InvalidHeader;
     }
-    // The proxy's URL is no header, but it too must not smuggle anything into what is sent.
+    if (countHeadBytes(exchange) > kMostHeadBytes) {
+        return CMRestResult::OversizedRequest;
+    }
+    // libcurl puts parts of the proxy's URL into requests, so a line break in it could add headers.
     return isSendableHeaderValue(exchange.settings.proxyURL) ? CMRestResult::Success : CMRestResult::Proxy;
+}
+
+/// Whether an exchange may have failed because a certificate in the trust store was marked as unusable.
+bool isTrustDoubtful(CMRestResult result) {
+    return result == CMRestResult::UntrustedCertificate || result == CMRestResult::TLS;
 }
 
 bool isCancelled(const CMRestGlobalSettings& settings) {
     return settings.cancelled && settings.cancelled();
 }
 
-/// Applies the TLS settings; says why it cannot.
-CMRestResult prepareTLS(CMRestConnections& connections, const CMRestGlobalSettings& settings) {
-    CMRestTLSSettings tlsSettings;
-    if (settings.verifyPeer) {
-        tlsSettings.trustStore = obtainTrustStore(settings.caBundleFile);
-        if (!tlsSettings.trustStore) {
-            return settings.caBundleFile.empty() ? CMRestResult::NoSystemTrustStore : CMRestResult::UnreadableCABundle;
-        }
+/// Runs an exchange that speaks TLS.
+RestOutcome runTLSExchange(RestConnections& connections, const RestExchange& exchange) {
+    const CMRestGlobalSettings& settings = exchange.settings;
+    if (!settings.verifyPeer) {
+        connections.useTLSSettings({});
+        return connections.run(exchange);
     }
-    connections.useTLSSettings(std::move(tlsSettings));
-    return CMRestResult::Success;
+    const TrustStore store = obtainTrustStore(settings.caBundleFile);
+    if (!store) {
+        return {.result = settings.caBundleFile.empty() ? CMRestResult::NoSystemTrustStore
+                                                        : CMRestResult::UnreadableCABundle};
+    }
+    try {
+        connections.useTLSSettings({store});
+        RestOutcome outcome = connections.run(exchange);
+        if (isTrustDoubtful(outcome.result)) {
+            forgetTrustStore(store);
+        }
+        return outcome;
+    } catch (const std::bad_alloc&) {
+        forgetTrustStore(store);
+        throw;
+    }
 }
 
-CMRestOutcome runExchange(const CMRestExchange& exchange) {
+RestOutcome runExchange(const RestExchange& exchange) {
     if (const CMRestResult refusal = checkExchange(exchange); refusal != CMRestResult::Success) {
-        return {.failure = refusal};
+        return {.result = refusal};
     }
     if (isCancelled(exchange.settings)) {
-        return {.failure = CMRestResult::Cancelled};
+        return {.result = CMRestResult::Cancelled};
     }
-    CMRestConnections::Lease connections(exchange.session == nullptr ? nullptr : exchange.session->obtainPoolCenter());
-    CMRestOutcome outcome;
-    if (isTLSURL(exchange.url) || isTLSURL(exchange.settings.proxyURL)) {
-        outcome.failure = prepareTLS(*connections, exchange.settings);
-    }
-    if (outcome.failure == CMRestResult::Success) {
-        outcome = connections->run(exchange);
-    }
+    RestConnections::Lease connections(exchange.session == nullptr ? nullptr : exchange.session->obtainPoolCenter());
+    const bool isTLS = isTLSURL(exchange.url) || isTLSURL(exchange.settings.proxyURL);
+    RestOutcome outcome = isTLS ? runTLSExchange(*connections, exchange) : connections->run(exchange);
     connections.giveBack();
     return outcome;
 }
 
-std::int32_t toResultCode(const CMRestOutcome& outcome) {
-    if (outcome.failure != CMRestResult::Success) {
-        return static_cast<std::int32_t>(outcome.failure);
+std::int32_t toResultCode(const RestOutcome& outcome) {
+    if (outcome.result != CMRestResult::Success) {
+        return static_cast<std::int32_t>(outcome.result);
     }
     return outcome.status >= 200 && outcome.status <= 299 ? 0 : outcome.status;
 }
 
-void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, Clock::time_point start) {
+void tellTrace(const RestExchange& exchange, const RestOutcome& outcome, RestClock::time_point start) {
     if (!exchange.settings.trace) {
         return;
     }
@@ -106,7 +147,7 @@ void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, Clo
     record.resultCode = toResultCode(outcome);
     record.requestBytes = exchange.body == nullptr ? 0 : cf::countBytes(*exchange.body);
     record.responseBytes = outcome.responseBytes;
-    record.duration = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+    record.duration = std::chrono::duration_cast<std::chrono::microseconds>(RestClock::now() - start);
     if (outcome.firstByte) {
         // Rounded up: 0 means that no byte came.
         record.firstByte = std::chrono::ceil<std::chrono::microseconds>(*outcome.firstByte - start);
@@ -115,10 +156,11 @@ void tellTrace(const CMRestExchange& exchange, const CMRestOutcome& outcome, Clo
     exchange.settings.trace(record);
 }
 
-/// As tellTrace, while an exception is on its way: that one passes through, not one of the trace.
-void tellTraceOfException(const CMRestExchange& exchange, Clock::time_point start) noexcept {
+/// Like tellTrace, for an exchange that an exception ended. That exception passes through, so one of the trace is
+/// dropped.
+void tellTraceOfException(const RestExchange& exchange, RestClock::time_point start) noexcept {
     try {
-        tellTrace(exchange, {.failure = CMRestResult::Interrupted}, start);
+        tellTrace(exchange, {.result = CMRestResult::Interrupted}, start);
     } catch (...) {
     }
 }
@@ -129,36 +171,36 @@ public:
         : m_settings(settings), m_session(session) {}
 
     std::int32_t runGet(const CMRestGetRequest& request, CMRestResourceResponse*& response) override {
-        return run(CMRestMethod::Get, request, nullptr, nullptr, response);
+        return run(RestMethod::Get, request, nullptr, nullptr, response);
     }
     std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) override {
         const CMRestBodyReceiver& receiver = request.obtainBodyReceiver();
-        return run(CMRestMethod::Post, request, request.obtainBodyPieces(), receiver ? &receiver : nullptr, response);
+        return run(RestMethod::Post, request, request.obtainBodyPieces(), receiver ? &receiver : nullptr, response);
     }
     std::int32_t runDelete(const CMRestDeleteRequest& request, CMRestResourceResponse*& response) override {
-        return run(CMRestMethod::Delete, request, nullptr, nullptr, response);
+        return run(RestMethod::Delete, request, nullptr, nullptr, response);
     }
 
 private:
-    std::int32_t run(CMRestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
+    std::int32_t run(RestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
                      const CMRestBodyReceiver* receiver, CMRestResourceResponse*& response);
 
     CMRestGlobalSettings m_settings;
     CMRestSession* m_session;
 };
 
-std::int32_t CMRestClient::run(CMRestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
+std::int32_t CMRestClient::run(RestMethod method, const CMRestRequest& request, const std::vector<COJsonPiece>* body,
                                const CMRestBodyReceiver* receiver, CMRestResourceResponse*& response) {
     response = nullptr;
-    const Clock::time_point start = Clock::now();
+    const RestClock::time_point start = RestClock::now();
     std::string url = buildRequestURL(request.obtainURL(), request.obtainQueryParams());
     usePlainHTTP(url, m_settings.plainHTTPHosts);
-    const CMRestExchange exchange{method, url, request, body, receiver, m_session, m_settings};
-    CMRestOutcome outcome;
+    const RestExchange exchange{method, url, request, body, receiver, m_session, m_settings};
+    RestOutcome outcome;
     std::unique_ptr<CMRestResourceResponse> arrived;
     try {
         outcome = runExchange(exchange);
-        if (outcome.failure == CMRestResult::Success) {
+        if (outcome.result == CMRestResult::Success) {
             arrived = std::make_unique<CMRestResourceResponse>(outcome.status, std::move(outcome.body));
         }
     } catch (...) {

@@ -5,28 +5,29 @@
 
 #include "text/characters.h"
 
+namespace cf {
+
 namespace {
 
 constexpr int kWindowBits = MAX_WBITS;
 constexpr int kGzipWindowBits = MAX_WBITS + 16;
 constexpr Bytef kGzipFirstByte = 0x1F;
 
-CMRestCoding obtainCoding(std::string_view name) noexcept {
-    if (cf::isEqualIgnoringCase(name, "gzip") || cf::isEqualIgnoringCase(name, "x-gzip")) {
-        return CMRestCoding::Gzip;
+RestCoding obtainCoding(std::string_view name) noexcept {
+    if (isEqualIgnoringCase(name, "gzip") || isEqualIgnoringCase(name, "x-gzip")) {
+        return RestCoding::Gzip;
     }
-    if (cf::isEqualIgnoringCase(name, "deflate")) {
-        return CMRestCoding::Deflate;
+    if (isEqualIgnoringCase(name, "deflate")) {
+        return RestCoding::Deflate;
     }
-    const bool isNone =
-        name.empty() || cf::isEqualIgnoringCase(name, "identity") || cf::isEqualIgnoringCase(name, "none");
-    return isNone ? CMRestCoding::None : CMRestCoding::Unknown;
+    const bool isNone = name.empty() || isEqualIgnoringCase(name, "identity") || isEqualIgnoringCase(name, "none");
+    return isNone ? RestCoding::None : RestCoding::Unknown;
 }
 
-/// "deflate" means a zlib stream, but there are servers that send bare deflate data. That never begins like a zlib
-/// stream, except with bits set that a compressor leaves zero.
-int obtainWindowBits(CMRestCoding coding, char firstByte) noexcept {
-    if (coding == CMRestCoding::Gzip) {
+/// "deflate" means a zlib stream, but some servers send raw deflate data. Compressors never write raw data whose first
+/// byte is also a valid first byte of a zlib stream.
+int obtainWindowBits(RestCoding coding, char firstByte) noexcept {
+    if (coding == RestCoding::Gzip) {
         return kGzipWindowBits;
     }
     const auto byte = static_cast<unsigned char>(firstByte);
@@ -34,13 +35,13 @@ int obtainWindowBits(CMRestCoding coding, char firstByte) noexcept {
     return isZlib ? kWindowBits : -kWindowBits;
 }
 
-CMRestCoding addNames(CMRestCoding known, std::string_view names, std::string_view passedOver) noexcept {
+RestCoding addNames(RestCoding known, std::string_view names, std::string_view passedOver) noexcept {
     while (!names.empty()) {
         const std::size_t end = std::min(names.find(','), names.size());
-        const std::string_view name = cf::trimHTTPBlanks(names.substr(0, end));
-        const CMRestCoding coding = cf::isEqualIgnoringCase(name, passedOver) ? CMRestCoding::None : obtainCoding(name);
-        if (coding != CMRestCoding::None) {
-            known = known == CMRestCoding::None ? coding : CMRestCoding::Unknown;
+        const std::string_view name = trimHTTPBlanks(names.substr(0, end));
+        const RestCoding coding = isEqualIgnoringCase(name, passedOver) ? RestCoding::None : obtainCoding(name);
+        if (coding != RestCoding::None) {
+            known = known == RestCoding::None ? coding : RestCoding::Unknown;
         }
         names.remove_prefix(std::min(end + 1, names.size()));
     }
@@ -51,34 +52,34 @@ constexpr std::string_view kChunked = "chunked";
 
 }  // namespace
 
-CMRestCoding addCoding(CMRestCoding known, std::string_view value) noexcept {
+RestCoding addCoding(RestCoding known, std::string_view value) noexcept {
     return addNames(known, value, "");
 }
 
-CMRestCoding addTransferCoding(CMRestCoding known, std::string_view value) noexcept {
+RestCoding addTransferCoding(RestCoding known, std::string_view value) noexcept {
     return addNames(known, value, kChunked);
 }
 
 bool endsChunked(std::string_view value) noexcept {
-    return cf::isEqualIgnoringCase(cf::trimHTTPBlanks(value.substr(value.find_last_of(',') + 1)), kChunked);
+    return isEqualIgnoringCase(trimHTTPBlanks(value.substr(value.find_last_of(',') + 1)), kChunked);
 }
 
-CMRestDecoder::CMRestDecoder(CMRestCoding coding, char firstByte) : m_coding(coding) {
+RestDecoder::RestDecoder(RestCoding coding, char firstByte) : m_coding(coding) {
     if (inflateInit2(&m_stream, obtainWindowBits(coding, firstByte)) != Z_OK) {
         throw std::bad_alloc();
     }
 }
 
-CMRestDecoder::~CMRestDecoder() {
+RestDecoder::~RestDecoder() {
     inflateEnd(&m_stream);
 }
 
-void CMRestDecoder::feed(char* bytes, std::size_t size) noexcept {
+void RestDecoder::feed(char* bytes, std::size_t size) noexcept {
     m_stream.next_in = reinterpret_cast<Bytef*>(bytes);
     m_stream.avail_in = static_cast<uInt>(size);
 }
 
-std::string_view CMRestDecoder::decode() {
+std::string_view RestDecoder::decode() {
     while (!m_isMalformed) {
         if (m_isAtEnd && !startNextMember()) {
             break;
@@ -102,13 +103,16 @@ std::string_view CMRestDecoder::decode() {
     return {};
 }
 
-/// gzip data may be several members, one behind the other. False where nothing more was fed, or nothing may follow.
-bool CMRestDecoder::startNextMember() noexcept {
+/// gzip data may consist of several members. False when there is no more input, or when something else follows, which
+/// makes the data malformed.
+bool RestDecoder::startNextMember() noexcept {
     if (m_stream.avail_in == 0) {
         return false;
     }
-    const bool isMember = m_coding == CMRestCoding::Gzip && *m_stream.next_in == kGzipFirstByte;
+    const bool isMember = m_coding == RestCoding::Gzip && *m_stream.next_in == kGzipFirstByte;
     m_isMalformed = !isMember || inflateReset(&m_stream) != Z_OK;
     m_isAtEnd = false;
     return !m_isMalformed;
 }
+
+}  // namespace cf

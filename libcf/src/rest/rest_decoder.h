@@ -8,47 +8,52 @@
 #include <cstdint>
 #include <string_view>
 
-/// How a body is coded.
-enum class CMRestCoding : std::uint8_t { None, Gzip, Deflate, Unknown };
+namespace cf {
 
-/// The coding after a further Content-Encoding value. More than one is as good as an unknown one.
-[[nodiscard]] CMRestCoding addCoding(CMRestCoding known, std::string_view value) noexcept;
+/// The coding of a body.
+enum class RestCoding : std::uint8_t { None, Gzip, Deflate, Unknown };
 
-/// As addCoding, for a Transfer-Encoding value.
-[[nodiscard]] CMRestCoding addTransferCoding(CMRestCoding known, std::string_view value) noexcept;
+/// The coding when another Content-Encoding value follows those that gave `known`. Two codings one after the other are
+/// not supported, so they are Unknown.
+[[nodiscard]] RestCoding addCoding(RestCoding known, std::string_view value) noexcept;
+
+/// The same for a Transfer-Encoding value, in which "chunked" does not count: libcurl removes the chunks.
+[[nodiscard]] RestCoding addTransferCoding(RestCoding known, std::string_view value) noexcept;
 
 /// Whether "chunked" is the last coding of a Transfer-Encoding value.
 [[nodiscard]] bool endsChunked(std::string_view value) noexcept;
 
-/// Decompresses a body that comes in pieces, and knows whether it came to its end. One body, one thread.
-class CMRestDecoder {
+/// Decompresses one body that arrives in pieces, and tells whether the compressed data was complete.
+class RestDecoder {
 public:
     /// @param coding  neither None nor Unknown
-    /// @param firstByte  the body's, which tells the two forms of Deflate apart
+    /// @param firstByte  the first byte of the body; it tells the two forms of Deflate apart
     /// Throws std::bad_alloc.
-    CMRestDecoder(CMRestCoding coding, char firstByte);
-    ~CMRestDecoder();
-    CMRestDecoder(const CMRestDecoder&) = delete;
-    CMRestDecoder& operator=(const CMRestDecoder&) = delete;
+    RestDecoder(RestCoding coding, char firstByte);
+    ~RestDecoder();
+    RestDecoder(const RestDecoder&) = delete;
+    RestDecoder& operator=(const RestDecoder&) = delete;
 
-    /// Takes the body's next bytes, borrowed until decode() has given nothing.
+    /// Gives it the next bytes of the body. They must stay valid until decode() returns nothing.
     void feed(char* bytes, std::size_t size) noexcept;
-    /// The next decompressed bytes, valid until the next call. None: it wants more, or the body is malformed. Throws
-    /// std::bad_alloc.
+    /// The next decompressed bytes, valid until the next call. Empty when it needs more input or the data is malformed.
+    /// Throws std::bad_alloc.
     [[nodiscard]] std::string_view decode();
 
     [[nodiscard]] bool isMalformed() const noexcept { return m_isMalformed; }
-    /// Whether the compressed data ends where it has been fed to.
+    /// Whether the compressed data ended exactly with the last byte given.
     [[nodiscard]] bool isWhole() const noexcept { return m_isAtEnd && !m_isMalformed; }
 
 private:
     bool startNextMember() noexcept;
 
-    CMRestCoding m_coding;
+    RestCoding m_coding;
     bool m_isAtEnd = false;
     bool m_isMalformed = false;
     z_stream m_stream{};
     std::array<char, std::size_t{16} * 1024> m_decoded;
 };
+
+}  // namespace cf
 
 #endif

@@ -6,6 +6,8 @@
 
 #include "cf/rest.h"
 
+namespace cf {
+
 namespace {
 
 struct FailureText {
@@ -60,10 +62,13 @@ struct StatusPhrase {
     std::string_view phrase;
 };
 
-/// The statuses that RFC 9110 gives a reason phrase, in ascending order.
+/// The statuses that IANA's registry of HTTP status codes gives a reason phrase (as of 2026-11), in ascending order.
+/// Unused and temporary entries are left out.
 constexpr auto kStatusPhrases = std::to_array<StatusPhrase>({
     {100, "Continue"},
     {101, "Switching Protocols"},
+    {102, "Processing"},
+    {103, "Early Hints"},
     {200, "OK"},
     {201, "Created"},
     {202, "Accepted"},
@@ -71,6 +76,9 @@ constexpr auto kStatusPhrases = std::to_array<StatusPhrase>({
     {204, "No Content"},
     {205, "Reset Content"},
     {206, "Partial Content"},
+    {207, "Multi-Status"},
+    {208, "Already Reported"},
+    {226, "IM Used"},
     {300, "Multiple Choices"},
     {301, "Moved Permanently"},
     {302, "Found"},
@@ -99,13 +107,25 @@ constexpr auto kStatusPhrases = std::to_array<StatusPhrase>({
     {417, "Expectation Failed"},
     {421, "Misdirected Request"},
     {422, "Unprocessable Content"},
+    {423, "Locked"},
+    {424, "Failed Dependency"},
+    {425, "Too Early"},
     {426, "Upgrade Required"},
+    {428, "Precondition Required"},
+    {429, "Too Many Requests"},
+    {431, "Request Header Fields Too Large"},
+    {451, "Unavailable For Legal Reasons"},
     {500, "Internal Server Error"},
     {501, "Not Implemented"},
     {502, "Bad Gateway"},
     {503, "Service Unavailable"},
     {504, "Gateway Timeout"},
     {505, "HTTP Version Not Supported"},
+    {506, "Variant Also Negotiates"},
+    {507, "Insufficient Storage"},
+    {508, "Loop Detected"},
+    {510, "Not Extended"},
+    {511, "Network Authentication Required"},
 });
 
 /// The reason phrase of a status; empty where it has none.
@@ -131,3 +151,5 @@ std::string describeRestResult(std::int32_t resultCode) {
     }
     return std::string(describeFailure(static_cast<CMRestResult>(resultCode)));
 }
+
+}  // namespace cf

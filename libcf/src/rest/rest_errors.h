@@ -4,7 +4,11 @@
 #include <cstdint>
 #include <string>
 
+namespace cf {
+
 /// The text of a result code: one line for a person, empty for 0.
 [[nodiscard]] std::string describeRestResult(std::int32_t resultCode);
+
+}  // namespace cf
 
 #endif

@@ -4,50 +4,52 @@
 
 #include "text/characters.h"
 
+namespace cf {
+
 namespace {
 
 bool isTokenCharacter(char byte) noexcept {
     constexpr std::string_view kMarks = "!#$%&'*+-.^_`|~";
-    return cf::isLetterOrDigit(byte) || kMarks.find(byte) != std::string_view::npos;
+    return isLetterOrDigit(byte) || kMarks.find(byte) != std::string_view::npos;
 }
 
 }  // namespace
 
 bool isSendableHeaderValue(std::string_view value) noexcept {
-    return std::none_of(value.begin(), value.end(), cf::isControlCharacter);
+    return std::none_of(value.begin(), value.end(), isControlCharacter);
 }
 
 bool isSendableHeader(std::string_view name, std::string_view value) noexcept {
     return !name.empty() && std::all_of(name.begin(), name.end(), isTokenCharacter) && isSendableHeaderValue(value);
 }
 
-void CMRestHeaderList::clear() noexcept {
+void RestHeaderList::clear() noexcept {
     m_lines.clear();
     m_lineStarts.clear();
     m_nodes.clear();
 }
 
-void CMRestHeaderList::addHeader(std::string_view name, std::string_view value) {
+void RestHeaderList::addHeader(std::string_view name, std::string_view value) {
     const bool isBlank = value.find_first_not_of(' ') == std::string_view::npos;
     if (isBlank) {
-        // libcurl's way to say "with an empty value"; a colon with nothing behind it would suppress the header.
+        // For libcurl "Name;" is a header with an empty value, and "Name:" suppresses the header.
         addLine(name, ";", "");
     } else {
         addLine(name, ": ", value);
     }
 }
 
-void CMRestHeaderList::suppressHeader(std::string_view name) {
+void RestHeaderList::suppressHeader(std::string_view name) {
     addLine(name, ":", "");
 }
 
-void CMRestHeaderList::addLine(std::string_view name, std::string_view separator, std::string_view value) {
+void RestHeaderList::addLine(std::string_view name, std::string_view separator, std::string_view value) {
     m_lineStarts.push_back(m_lines.size());
     m_lines.append(name).append(separator).append(value) += '\0';
 }
 
-curl_slist* CMRestHeaderList::obtainList() {
-    // The nodes are linked only now: adding a line may have moved the lines and the nodes before it.
+curl_slist* RestHeaderList::obtainList() {
+    // Linked only now, because adding lines may have moved the text.
     m_nodes.resize(m_lineStarts.size());
     for (std::size_t index = 0; index < m_nodes.size(); ++index) {
         m_nodes[index].data = m_lines.data() + m_lineStarts[index];
@@ -55,3 +57,5 @@ curl_slist* CMRestHeaderList::obtainList() {
     }
     return m_nodes.empty() ? nullptr : m_nodes.data();
 }
+
+}  // namespace cf

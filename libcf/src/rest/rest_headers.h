@@ -8,19 +8,21 @@
 #include <string_view>
 #include <vector>
 
-/// Whether a header can be sent: its name a token of HTTP, its value without control characters.
+namespace cf {
+
+/// Whether a header may be sent: its name is an HTTP token and its value has no control character.
 [[nodiscard]] bool isSendableHeader(std::string_view name, std::string_view value) noexcept;
 
 /// Whether a header's value has no control character.
 [[nodiscard]] bool isSendableHeaderValue(std::string_view value) noexcept;
 
-/// The header lines of one exchange as libcurl takes them. It is filled anew for each exchange and keeps its memory.
-class CMRestHeaderList {
+/// The header lines of an exchange as a libcurl list. Its memory is reused by the next exchange.
+class RestHeaderList {
 public:
     void clear() noexcept;
-    /// Adds a header; it is sent with an empty value too.
+    /// Adds a header. One with an empty value is sent as well.
     void addHeader(std::string_view name, std::string_view value);
-    /// Keeps libcurl from sending a header of its own accord.
+    /// Stops libcurl from adding this header by itself.
     void suppressHeader(std::string_view name);
 
     /// The list, null when it is empty. Valid until the next change.
@@ -33,5 +35,7 @@ private:
     std::vector<std::size_t> m_lineStarts;
     std::vector<curl_slist> m_nodes;
 };
+
+}  // namespace cf
 
 #endif

@@ -5,21 +5,26 @@
 #include <csignal>
 #include <ctime>
 
+namespace cf {
+
 /// Keeps SIGPIPE from this thread while it lives: whatever writes to a closed connection, the host is not stopped by a
 /// signal and its handler is not called. A SIGPIPE that was pending before stays pending.
-class CMSigpipeGuard {
+class SigpipeGuard {
 public:
-    CMSigpipeGuard() noexcept {
-        sigset_t pending;
-        sigemptyset(&pending);
-        sigpending(&pending);
-        m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+    SigpipeGuard() noexcept {
         sigemptyset(&m_pipeSignal);
         sigaddset(&m_pipeSignal, SIGPIPE);
         pthread_sigmask(SIG_BLOCK, &m_pipeSignal, &m_formerMask);
+        // A signal that is not blocked is never pending.
+        if (sigismember(&m_formerMask, SIGPIPE) == 1) {
+            sigset_t pending;
+            sigemptyset(&pending);
+            sigpending(&pending);
+            m_wasPending = sigismember(&pending, SIGPIPE) == 1;
+        }
     }
 
-    ~CMSigpipeGuard() {
+    ~SigpipeGuard() {
         if (!m_wasPending) {
             constexpr timespec kNoWait{};
             while (sigtimedwait(&m_pipeSignal, nullptr, &kNoWait) == -1 && errno == EINTR) {
@@ -28,13 +33,15 @@ public:
         pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
     }
 
-    CMSigpipeGuard(const CMSigpipeGuard&) = delete;
-    CMSigpipeGuard& operator=(const CMSigpipeGuard&) = delete;
+    SigpipeGuard(const SigpipeGuard&) = delete;
+    SigpipeGuard& operator=(const SigpipeGuard&) = delete;
 
 private:
     sigset_t m_pipeSignal{};
     sigset_t m_formerMask{};
     bool m_wasPending = false;
 };
+
+}  // namespace cf
 
 #endif

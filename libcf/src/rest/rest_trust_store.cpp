@@ -11,10 +11,12 @@
 #include <utility>
 #include <vector>
 
+namespace cf {
+
 namespace {
 
-/// What tells one state of a file from another. It is taken before the file is read: a file replaced in between is
-/// then read once more at the next request, never missed.
+/// Identifies a version of a file. It is taken before the file is read: when the file is replaced in between, the next
+/// request sees another identity and reads it again.
 struct FileIdentity {
     dev_t device;
     ino_t inode;
@@ -33,7 +35,7 @@ std::optional<FileIdentity> obtainIdentity(const std::string& path, mode_t wante
     return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
-/// Keeps what OpenSSL reports meanwhile out of the thread's error queue, which is the host's too.
+/// Removes the errors that OpenSSL reports while this lives from the thread's error queue, which the host uses too.
 class ErrorQueueMark {
 public:
     ErrorQueueMark() { ERR_set_mark(); }
@@ -44,13 +46,13 @@ public:
 
 using Loader = int (*)(X509_STORE* store, const char* path);
 
-CMTrustStore loadStore(const std::string& path, Loader load) {
+TrustStore loadStore(const std::string& path, Loader load) {
     const ErrorQueueMark mark;
-    CMTrustStore store(X509_STORE_new(), X509_STORE_free);
+    TrustStore store(X509_STORE_new(), X509_STORE_free);
     if (!store) {
         throw std::bad_alloc();
     }
-    // An intermediate or a server's own certificate in the bundle is trusted too, not only a root.
+    // Trust intermediate and server certificates of the bundle as well, not only roots.
     X509_STORE_set_flags(store.get(), X509_V_FLAG_TRUSTED_FIRST | X509_V_FLAG_PARTIAL_CHAIN);
     return load(store.get(), path.c_str()) == 1 ? store : nullptr;
 }
@@ -58,7 +60,7 @@ CMTrustStore loadStore(const std::string& path, Loader load) {
 /// The stores that were read, the most recently used one first.
 class TrustStoreCache {
 public:
-    CMTrustStore obtain(const std::string& path, mode_t fileType, Loader load) {
+    TrustStore obtain(const std::string& path, mode_t fileType, Loader load) {
         const std::optional<FileIdentity> identity = obtainIdentity(path, fileType);
         if (!identity) {
             return nullptr;
@@ -71,18 +73,23 @@ public:
             std::rotate(m_entries.begin(), known, known + 1);
             return m_entries.front().store;
         }
-        CMTrustStore store = loadStore(path, load);
+        TrustStore store = loadStore(path, load);
         if (store) {
             remember({path, *identity, store});
         }
         return store;
     }
 
+    void forget(const TrustStore& store) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        std::erase_if(m_entries, [&](const Entry& entry) { return entry.store == store; });
+    }
+
 private:
     struct Entry {
         std::string path;
         FileIdentity identity;
-        CMTrustStore store;
+        TrustStore store;
     };
 
     static constexpr std::size_t kMostEntries = 8;
@@ -103,11 +110,11 @@ TrustStoreCache& obtainCache() {
     return *cache;
 }
 
-CMTrustStore obtainSystemStore() {
-    // The places that libcurl was built with; OpenSSL's own defaults could be moved by environment variables.
+TrustStore obtainSystemStore() {
+    // The places that libcurl was built with: environment variables can change OpenSSL's own.
     const curl_version_info_data* const build = curl_version_info(CURLVERSION_NOW);
     if (build->cainfo != nullptr) {
-        if (CMTrustStore store = obtainCache().obtain(build->cainfo, S_IFREG, X509_STORE_load_file)) {
+        if (TrustStore store = obtainCache().obtain(build->cainfo, S_IFREG, X509_STORE_load_file)) {
             return store;
         }
     }
@@ -116,7 +123,13 @@ CMTrustStore obtainSystemStore() {
 
 }  // namespace
 
-CMTrustStore obtainTrustStore(const std::string& caBundleFile) {
+TrustStore obtainTrustStore(const std::string& caBundleFile) {
     return caBundleFile.empty() ? obtainSystemStore()
                                 : obtainCache().obtain(caBundleFile, S_IFREG, X509_STORE_load_file);
 }
+
+void forgetTrustStore(const TrustStore& store) {
+    obtainCache().forget(store);
+}
+
+}  // namespace cf

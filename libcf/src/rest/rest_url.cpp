@@ -5,11 +5,11 @@
 
 #include "text/characters.h"
 
+namespace cf {
+
 namespace {
 
 constexpr std::string_view kMask = "***";
-/// libcurl takes no longer text for an option.
-constexpr std::size_t kLongestURL = 8'000'000;
 
 void appendHexByte(std::string& target, char byte) {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
@@ -20,7 +20,7 @@ void appendHexByte(std::string& target, char byte) {
 }
 
 bool isUnreserved(char byte) noexcept {
-    return cf::isLetterOrDigit(byte) || byte == '-' || byte == '.' || byte == '_' || byte == '~';
+    return isLetterOrDigit(byte) || byte == '-' || byte == '.' || byte == '_' || byte == '~';
 }
 
 void appendEncoded(std::string& target, std::string_view text) {
@@ -33,7 +33,7 @@ void appendEncoded(std::string& target, std::string_view text) {
     }
 }
 
-/// A URL cut at its delimiters. Missing parts are empty; the views together cover the URL but for the delimiters.
+/// The parts of a URL between its delimiters. Missing parts are empty.
 struct URLParts {
     std::string_view scheme;    ///< before "://"
     bool hasScheme = false;     ///< whether there is a "://"
@@ -47,7 +47,7 @@ struct URLParts {
     bool hasFragment = false;   ///< whether there is a "#"
 };
 
-/// Cuts `text` behind the first `delimiter`: gives the part behind it and leaves the part before it.
+/// Splits `text` at the first `delimiter`: `behind` gets what follows it, `text` keeps what precedes it.
 bool cutBehind(std::string_view& text, char delimiter, std::string_view& behind) noexcept {
     const std::size_t place = text.find(delimiter);
     if (place == std::string_view::npos) {
@@ -93,14 +93,14 @@ HostAndPort splitHostPort(std::string_view hostPort) noexcept {
 /// Whether this is a host (a bracketed address included), alone or with a decimal port.
 bool isSoundHostPort(std::string_view hostPort) noexcept {
     const auto [host, port] = splitHostPort(hostPort);
-    return !host.empty() && port.size() <= 5 && std::all_of(port.begin(), port.end(), cf::isDigit);
+    return !host.empty() && port.size() <= 5 && std::all_of(port.begin(), port.end(), isDigit);
 }
 
 /// Whether an entry "name" or "name:port" means the server of a URL.
 bool isServerNamed(const HostAndPort& server, std::string_view entry) noexcept {
     const auto [host, port] = splitHostPort(entry);
     const bool isPortNamed = host.size() < entry.size();
-    return !host.empty() && cf::isEqualIgnoringCase(server.host, host) && (!isPortNamed || server.port == port);
+    return !host.empty() && isEqualIgnoringCase(server.host, host) && (!isPortNamed || server.port == port);
 }
 
 /// The query with each value masked. A part without "=" is masked whole: it may be a bare token.
@@ -128,7 +128,7 @@ std::string encodeControlCharacters(std::string_view text) {
     std::string encoded;
     encoded.reserve(text.size());
     for (const char byte : text) {
-        if (cf::isControlCharacter(byte)) {
+        if (isControlCharacter(byte)) {
             appendHexByte(encoded, byte);
         } else {
             encoded += byte;
@@ -166,20 +166,25 @@ void usePlainHTTP(std::string& url, const std::vector<std::string>& hosts) {
     }
 }
 
-bool isRequestableURL(std::string_view url) noexcept {
+CMRestResult checkURL(std::string_view url) noexcept {
     const bool hasBadByte =
-        std::any_of(url.begin(), url.end(), [](char byte) { return byte == ' ' || cf::isControlCharacter(byte); });
-    if (hasBadByte || url.size() > kLongestURL) {
-        return false;
-    }
+        std::any_of(url.begin(), url.end(), [](char byte) { return byte == ' ' || isControlCharacter(byte); });
     const URLParts parts = splitURL(url);
-    const bool isKnownScheme =
-        cf::isEqualIgnoringCase(parts.scheme, "http") || cf::isEqualIgnoringCase(parts.scheme, "https");
-    return isKnownScheme && isSoundHostPort(parts.hostPort);
+    const bool isKnownScheme = isEqualIgnoringCase(parts.scheme, "http") || isEqualIgnoringCase(parts.scheme, "https");
+    if (hasBadByte || !isKnownScheme || !isSoundHostPort(parts.hostPort)) {
+        return CMRestResult::InvalidURL;
+    }
+    if (parts.hasUserInfo) {
+        // It would replace the credential of the session.
+        return CMRestResult::UserInfoInURL;
+    }
+    // libcurl would convert such a name only where the process's locale allows it.
+    const bool isASCII = std::ranges::all_of(parts.hostPort, [](char byte) { return (byte & 0x80) == 0; });
+    return isASCII ? CMRestResult::Success : CMRestResult::NonASCIIHost;
 }
 
 bool isTLSURL(std::string_view url) noexcept {
-    return cf::isEqualIgnoringCase(splitURL(url).scheme, "https");
+    return isEqualIgnoringCase(splitURL(url).scheme, "https");
 }
 
 std::string redactURL(std::string_view url) {
@@ -202,3 +207,5 @@ std::string redactURL(std::string_view url) {
     }
     return encodeControlCharacters(shown);
 }
+
+}  // namespace cf

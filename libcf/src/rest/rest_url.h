@@ -7,20 +7,26 @@
 
 #include "cf/rest.h"
 
-/// The URL with the parameters behind its query (before its fragment), each percent-encoded.
+namespace cf {
+
+/// The URL with percent-encoded parameters appended to its query, before its fragment.
 [[nodiscard]] std::string buildRequestURL(const std::string& url, const CMRestParams& queryParams);
 
-/// Turns an https URL of one of the hosts ("name" or "name:port") into one of plain HTTP.
+/// Changes the scheme of an https URL to http when its server is one of `hosts` ("name" or "name:port").
 void usePlainHTTP(std::string& url, const std::vector<std::string>& hosts);
 
-/// Whether a URL may be requested: http or https, an authority with a sound port, no blank, no control character.
-[[nodiscard]] bool isRequestableURL(std::string_view url) noexcept;
+/// Success when a URL may be requested, otherwise why it may not. Its scheme must be http or https and its authority an
+/// ASCII host with or without a port; it must have no blank and no control character.
+[[nodiscard]] CMRestResult checkURL(std::string_view url) noexcept;
 
 /// Whether the scheme of the URL is "https".
 [[nodiscard]] bool isTLSURL(std::string_view url) noexcept;
 
-/// The URL as it may be shown: query values, the fragment and user information replaced by "***", control characters
-/// percent-encoded. Of a URL whose authority is not sound, where a credential may stand anywhere, only the scheme.
+/// The URL as it may be shown to people: query values, the fragment and user information are replaced by "***", and
+/// control characters are percent-encoded. When the authority is malformed, a credential may be anywhere in the rest,
+/// so only the scheme is shown.
 [[nodiscard]] std::string redactURL(std::string_view url);
+
+}  // namespace cf
 
 #endif

@@ -11,11 +11,13 @@
 
 namespace {
 
-/// The statuses that RFC 9110 defines in its sections 15.2 to 15.6, with their phrases.
+/// The statuses of IANA's registry of HTTP status codes with their phrases, but for unused and temporary ones.
 const std::map<std::int32_t, std::string>& obtainStandardPhrases() {
     static const std::map<std::int32_t, std::string> phrases{
         {100, "Continue"},
         {101, "Switching Protocols"},
+        {102, "Processing"},
+        {103, "Early Hints"},
         {200, "OK"},
         {201, "Created"},
         {202, "Accepted"},
@@ -23,6 +25,9 @@ const std::map<std::int32_t, std::string>& obtainStandardPhrases() {
         {204, "No Content"},
         {205, "Reset Content"},
         {206, "Partial Content"},
+        {207, "Multi-Status"},
+        {208, "Already Reported"},
+        {226, "IM Used"},
         {300, "Multiple Choices"},
         {301, "Moved Permanently"},
         {302, "Found"},
@@ -51,13 +56,25 @@ const std::map<std::int32_t, std::string>& obtainStandardPhrases() {
         {417, "Expectation Failed"},
         {421, "Misdirected Request"},
         {422, "Unprocessable Content"},
+        {423, "Locked"},
+        {424, "Failed Dependency"},
+        {425, "Too Early"},
         {426, "Upgrade Required"},
+        {428, "Precondition Required"},
+        {429, "Too Many Requests"},
+        {431, "Request Header Fields Too Large"},
+        {451, "Unavailable For Legal Reasons"},
         {500, "Internal Server Error"},
         {501, "Not Implemented"},
         {502, "Bad Gateway"},
         {503, "Service Unavailable"},
         {504, "Gateway Timeout"},
         {505, "HTTP Version Not Supported"},
+        {506, "Variant Also Negotiates"},
+        {507, "Insufficient Storage"},
+        {508, "Loop Detected"},
+        {510, "Not Extended"},
+        {511, "Network Authentication Required"},
     };
     return phrases;
 }

@@ -291,7 +291,7 @@ TEST(ICSRestClient, HandsBackTheResponseOfAnyOtherStatusWithItsText) {
                                                             {304, "HTTP 304 Not Modified"},
                                                             {400, "HTTP 400 Bad Request"},
                                                             {401, "HTTP 401 Unauthorized"},
-                                                            {429, "HTTP 429"},
+                                                            {429, "HTTP 429 Too Many Requests"},
                                                             {500, "HTTP 500 Internal Server Error"},
                                                             {599, "HTTP 599"},
                                                             {999, "HTTP 999"}}) {

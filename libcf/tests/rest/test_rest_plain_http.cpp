@@ -11,7 +11,7 @@
 namespace {
 
 std::string usePlainHTTPFor(const std::vector<std::string>& hosts, std::string url) {
-    usePlainHTTP(url, hosts);
+    cf::usePlainHTTP(url, hosts);
     return url;
 }
 

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,7 @@ LoopbackReply answerOK(const LoopbackRequest& /*request*/) {
 
 constexpr const char* kInvalidURL =
     "The URL cannot be requested: it must be a whole http or https URL without blanks or control characters";
+constexpr const char* kOversizedRequest = "The request's URL or headers are longer than can be sent";
 constexpr const char* kInvalidHeader =
     "A request header or the API key holds a character that is not allowed there, such as a line break";
 
@@ -128,6 +130,51 @@ TEST_F(RestRefusal, RefusesAProxyURLWithALineBreak) {
                   "The proxy cannot be used: check its address and credentials, and that it is running");
 }
 
-TEST_F(RestRefusal, RefusesAURLBeyondAnyMeasure) {
-    expectRefusal(caller.get(server.obtainURL("/" + std::string(8'000'001, 'a'))), kInvalidURL);
+TEST_F(RestRefusal, RefusesAURLOrHeadersThatAreTooLong) {
+    constexpr std::size_t kLimit = 256 * 1024;
+    for (const std::size_t size : {kLimit, std::size_t{1'200'000}, std::size_t{8'000'001}}) {
+        const std::string text(size, 'a');
+        expectRefusal(caller.get(server.obtainURL("/" + text)), kOversizedRequest);
+        expectRefusal(caller.get(server.obtainURL(), {{"q", text}}), kOversizedRequest);
+        expectRefusal(caller.get(server.obtainURL(), {}, {{"X-A", text}}), kOversizedRequest);
+        RestCaller other;
+        other.session.setAuthorizationHeaderValue(text);
+        expectRefusal(other.get(server.obtainURL()), kOversizedRequest);
+        RestCaller third;
+        third.session.addHeaderParam("X-A", text);
+        expectRefusal(third.get(server.obtainURL()), kOversizedRequest);
+        RestCaller fourth;
+        fourth.settings.userAgent = text;
+        expectRefusal(fourth.get(server.obtainURL()), kOversizedRequest);
+    }
+}
+
+TEST(RestLongRequest, IsSentUpToTheLimitHoweverItIsEncoded) {
+    LoopbackServer server(answerOK);
+    RestCaller caller;
+    // Three bytes on the wire for each of these.
+    const std::string path(250'000, '\xE4');
+    EXPECT_EQ(caller.get(server.obtainURL("/" + path)).text, "");
+    EXPECT_EQ(server.requests().at(0).path.size(), 1 + 3 * path.size());
+}
+
+TEST_F(RestRefusal, RefusesAUserNameOrPasswordInAURL) {
+    for (const char* const userInfo : {"user", "user:password", ":password", "", "a@b"}) {
+        const RestResult result = caller.get("http://" + (userInfo + ("@" + server.obtainAuthority())) + "/");
+        expectRefusal(result, "The host must be named without a user name or password before it");
+        EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::UserInfoInURL));
+    }
+}
+
+TEST_F(RestRefusal, RefusesAHostNameBeyondASCIIWhateverTheLocale) {
+    for (const char* const locale : {"C", "C.UTF-8"}) {
+        const char* const former = std::setlocale(LC_ALL, nullptr);
+        const std::string kept = former;
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        const RestResult result = caller.get("https://m\xC3\xBCnchen.example/");
+        std::setlocale(LC_ALL, kept.c_str());
+        expectRefusal(result,
+                      "The host name has characters beyond ASCII: name it in its ASCII form, which begins with xn--");
+        EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::NonASCIIHost));
+    }
 }

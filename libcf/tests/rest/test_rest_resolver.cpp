@@ -2,11 +2,15 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "loopback_server.h"
 #include "rest/rest_caller.h"
@@ -57,6 +61,21 @@ SlowResolver& obtainSlowResolver() {
     return resolver;
 }
 
+/// What a program that is started now finds open, without the descriptors that are its own.
+std::vector<std::string> listInheritedDescriptors() {
+    const std::unique_ptr<FILE, int (*)(FILE*)> output(popen("readlink /proc/self/fd/* 2>/dev/null", "r"), pclose);
+    std::vector<std::string> descriptors;
+    std::array<char, 512> line{};
+    while (output && std::fgets(line.data(), line.size(), output.get()) != nullptr) {
+        const std::string text(line.data());
+        // The standard streams, the pipe to this process and the folder that is listed.
+        if (text.find("socket:") == 0 || text.find("anon_inode:") == 0) {
+            descriptors.push_back(text);
+        }
+    }
+    return descriptors;
+}
+
 }  // namespace
 
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name, const char* service,
@@ -87,6 +106,23 @@ TEST(RestResolver, DoesNotHoldUpAnExchangePastItsTimeLimit) {
               "Time-out: no connection to the server within the time limit");
     EXPECT_TRUE(obtainSlowResolver().isWaiting());
     obtainSlowResolver().release();
+}
+
+TEST(RestResolver, LeavesNoDescriptorToProgramsThatTheHostStarts) {
+    const std::vector<std::string> former = listInheritedDescriptors();
+    LoopbackServer server([](const LoopbackRequest&) { return LoopbackReply{.body = "ok"}; });
+    RestCaller caller;
+    EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
+    std::vector<std::string> inherited;
+    caller.settings.cancelled = [&] {
+        if (obtainSlowResolver().isWaiting()) {
+            inherited = listInheritedDescriptors();
+            obtainSlowResolver().release();
+        }
+        return false;
+    };
+    caller.get(std::string("http://") + kSlowName + "/");
+    EXPECT_EQ(inherited, former);
 }
 
 TEST(RestResolver, IsWaitedForOtherwise) {

@@ -41,7 +41,7 @@ void writeToBrokenPipe() {
     close(ends[1]);
 }
 
-class CMSigpipeGuardTest : public ::testing::Test {
+class SigpipeGuardTest : public ::testing::Test {
 protected:
     void SetUp() override {
         m_former = signal(SIGPIPE, [](int) { s_received = s_received + 1; });
@@ -85,9 +85,9 @@ void requestFromVanishingServers(LoopbackTLS tls) {
 
 }  // namespace
 
-TEST_F(CMSigpipeGuardTest, KeepsTheSignalAway) {
+TEST_F(SigpipeGuardTest, KeepsTheSignalAway) {
     {
-        const CMSigpipeGuard guard;
+        const cf::SigpipeGuard guard;
         writeToBrokenPipe();
         EXPECT_TRUE(isPipeSignalPending());
     }
@@ -96,21 +96,21 @@ TEST_F(CMSigpipeGuardTest, KeepsTheSignalAway) {
     EXPECT_FALSE(isPipeSignalBlocked());
 }
 
-TEST_F(CMSigpipeGuardTest, LeavesTheMaskOfAHostThatBlocksTheSignal) {
+TEST_F(SigpipeGuardTest, LeavesTheMaskOfAHostThatBlocksTheSignal) {
     setPipeSignalBlocked(true);
     {
-        const CMSigpipeGuard guard;
+        const cf::SigpipeGuard guard;
         writeToBrokenPipe();
     }
     EXPECT_TRUE(isPipeSignalBlocked());
     EXPECT_FALSE(isPipeSignalPending());
 }
 
-TEST_F(CMSigpipeGuardTest, LeavesASignalThatWasPendingBefore) {
+TEST_F(SigpipeGuardTest, LeavesASignalThatWasPendingBefore) {
     setPipeSignalBlocked(true);
     raise(SIGPIPE);
     {
-        const CMSigpipeGuard guard;
+        const cf::SigpipeGuard guard;
         writeToBrokenPipe();
     }
     EXPECT_TRUE(isPipeSignalPending());
@@ -118,11 +118,11 @@ TEST_F(CMSigpipeGuardTest, LeavesASignalThatWasPendingBefore) {
     EXPECT_EQ(s_received, 1);
 }
 
-TEST_F(CMSigpipeGuardTest, MayBeNested) {
+TEST_F(SigpipeGuardTest, MayBeNested) {
     {
-        const CMSigpipeGuard outer;
+        const cf::SigpipeGuard outer;
         {
-            const CMSigpipeGuard inner;
+            const cf::SigpipeGuard inner;
             writeToBrokenPipe();
         }
         EXPECT_TRUE(isPipeSignalBlocked());

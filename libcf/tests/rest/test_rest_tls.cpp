@@ -206,3 +206,46 @@ TEST(RestTLS, ServesManyThreadsWithOneTrustStore) {
     }
     EXPECT_EQ(texts, std::vector<std::string>(8, ""));
 }
+
+TEST(RestTLS, NamesAnAlertOfTheServerAsThat) {
+    // handshake_failure, bad_certificate, certificate_expired, certificate_unknown, protocol_version, unrecognized_name
+    for (const char description : {40, 42, 45, 46, 70, 112}) {
+        LoopbackServer trusted(answerOK, {.tls = LoopbackTLS::Valid});
+        const LoopbackListener listener(0);
+        std::thread server([&] {
+            const LoopbackBlockedSignals signals;
+            const int client = listener.accept();
+            std::string hello(4096, '\0');
+            EXPECT_GT(recv(client, hello.data(), hello.size(), 0), 0);
+            const std::string alert{'\x15', '\x03', '\x03', '\0', '\x02', '\x02', description};
+            EXPECT_EQ(send(client, alert.data(), alert.size(), MSG_NOSIGNAL), static_cast<ssize_t>(alert.size()));
+            close(client);
+        });
+        RestCaller caller;
+        caller.settings.caBundleFile = trusted.obtainCAFile();
+        const RestResult result = caller.get("https://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/");
+        server.join();
+        EXPECT_EQ(result.text, "No secure connection to the server: it refused the TLS handshake with an alert");
+        EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::TLSAlert));
+    }
+}
+
+TEST(RestTLS, NamesAServerThatSpeaksPlainHTTP) {
+    for (const std::string_view answer : {"HTTP/1.1 400 Bad Request\r\n\r\n", "<!DOCTYPE HTML>\n<html></html>"}) {
+        LoopbackServer trusted(answerOK, {.tls = LoopbackTLS::Valid});
+        const LoopbackListener listener(0);
+        std::thread server([&] {
+            const LoopbackBlockedSignals signals;
+            const int client = listener.accept();
+            std::string hello(4096, '\0');
+            EXPECT_GT(recv(client, hello.data(), hello.size(), 0), 0);
+            EXPECT_EQ(send(client, answer.data(), answer.size(), MSG_NOSIGNAL), static_cast<ssize_t>(answer.size()));
+            close(client);
+        });
+        RestCaller caller;
+        caller.settings.caBundleFile = trusted.obtainCAFile();
+        const RestResult result = caller.get("https://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/");
+        server.join();
+        EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::PlainHTTPServer)) << answer;
+    }
+}

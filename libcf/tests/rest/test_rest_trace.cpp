@@ -157,9 +157,14 @@ TEST(RestTrace, HoldsNoCredential) {
     caller.recordTrace();
     caller.session.setAuthorizationHeaderValue("Bearer sesame");
     const RestTextBody body("sesame");
-    caller.post("http://sesame:sesame@" + server.obtainAuthority() + "/p?k=sesame", &body, {{"key", "sesame"}},
-                {{"X-Key", "sesame"}});
-    ASSERT_EQ(caller.records.size(), 1U);
+    for (const std::string userInfo : {"", "sesame:sesame@"}) {
+        caller.post("http://" + userInfo + server.obtainAuthority() + "/p?k=sesame", &body, {{"key", "sesame"}},
+                    {{"X-Key", "sesame"}});
+    }
+    ASSERT_EQ(caller.records.size(), 2U);
     EXPECT_EQ(caller.records[0].resultCode, 0);
-    EXPECT_EQ((caller.records[0].url + caller.records[0].method).find("sesame"), std::string::npos);
+    EXPECT_EQ(caller.records[1].resultCode, static_cast<std::int32_t>(CMRestResult::UserInfoInURL));
+    for (const CMRestTraceRecord& record : caller.records) {
+        EXPECT_EQ((record.url + record.method).find("sesame"), std::string::npos);
+    }
 }

@@ -1,0 +1,71 @@
+#ifndef CF_SRC_REST_RECEIPT_H
+#define CF_SRC_REST_RECEIPT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "rest/rest_decoder.h"
+#include "rest/rest_exchange.h"
+
+namespace cf {
+
+/// A block of header lines: of an interim response, of a proxy's answer to CONNECT, or of the response itself.
+struct RestHeaderBlock {
+    bool isFinal = false;    ///< whether it is the response's: its status is neither interim nor the proxy's
+    bool isWhole = false;    ///< whether the blank line that ends it has come
+    bool isChunked = false;  ///< whether the body comes in chunks
+    bool hasLength = false;  ///< whether it says how long the body is
+    RestCoding coding = RestCoding::None;
+};
+
+/// What has come of a response: the last block of header lines, and the decompressed body. It limits their sizes.
+class RestReceipt {
+public:
+    explicit RestReceipt(std::size_t bodyLimit = 0) noexcept : m_bodyLimit(bodyLimit) {}
+
+    /// Forgets the header block: a request is about to be sent, so what came before it is not its response.
+    void forgetHeaders() noexcept { m_headers = {}; }
+
+    /// Takes a header line with its line end.
+    /// @param status  the status of the line's block so far; 0 in a proxy's answer to CONNECT
+    /// @return Success, or why the exchange must end
+    CMRestResult addHeaderLine(std::string_view line, long status) noexcept;
+    /// Takes bytes of the body as they came; they may be overwritten.
+    /// @param announced  the body's length as announced; negative: unknown
+    /// @return Success, or why the exchange must end. Throws what allocation throws.
+    CMRestResult addBody(char* bytes, std::size_t size, std::int64_t announced);
+
+    [[nodiscard]] const RestHeaderBlock& obtainHeaders() const noexcept { return m_headers; }
+    /// Bytes of all header lines so far, interim responses included.
+    [[nodiscard]] std::size_t countHeaderBytes() const noexcept { return m_headerBytes; }
+    /// Whether compressed data, if there is any, has come to its end.
+    [[nodiscard]] bool isDecodedWhole() const noexcept { return !m_decoder || m_decoder->isWhole(); }
+
+    /// What came of the body since clearBody().
+    [[nodiscard]] std::string& obtainBody() noexcept { return m_body; }
+    void clearBody() noexcept { m_body.clear(); }
+    /// Bytes of the whole body so far, after decompression.
+    [[nodiscard]] std::size_t countBodyBytes() const noexcept { return m_bodyBytes; }
+    [[nodiscard]] std::optional<RestClock::time_point> obtainFirstByte() const noexcept { return m_firstByte; }
+
+private:
+    CMRestResult keepBody(std::string_view bytes, std::int64_t announced);
+    CMRestResult keepDecoded(char* bytes, std::size_t size);
+    void makeRoom(std::size_t size, std::int64_t announced);
+
+    std::size_t m_bodyLimit;
+    RestHeaderBlock m_headers;
+    std::size_t m_headerBytes = 0;
+    std::unique_ptr<RestDecoder> m_decoder;  ///< null until the first bytes of a compressed body
+    std::string m_body;
+    std::size_t m_bodyBytes = 0;
+    std::optional<RestClock::time_point> m_firstByte;
+};
+
+}  // namespace cf
+
+#endif

@@ -1,0 +1,214 @@
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <string>
+#include <thread>
+
+#include "loopback_server.h"
+#include "loopback_socket.h"
+#include "rest/rest_caller.h"
+
+// What a server sends on a kept-alive connection without having been asked. It is never a response.
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::string_view kUnasked = "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nwrong";
+constexpr std::string_view kIdleTimeout =
+    "HTTP/1.1 408 Request Timeout\r\nConnection: close\r\nContent-Length: 0\r\n\r\n";
+
+/// Replies with the request's ordinal, and to the first with `late` behind it.
+LoopbackServer::Handler answerOnceWithLateBytes(std::string_view late, std::chrono::milliseconds delay,
+                                                bool isClosedAfter = false) {
+    return [=](const LoopbackRequest& request) {
+        LoopbackReply reply{.body = std::to_string(request.ordinal)};
+        if (request.ordinal == 1) {
+            reply.late = late;
+            reply.lateDelay = delay;
+            reply.isClosedAfter = isClosedAfter;
+        }
+        return reply;
+    };
+}
+
+/// Reads from a plain client until `end` has come; gives all that came.
+std::string readUntil(int client, std::string_view end) {
+    std::string text;
+    std::array<char, 65536> buffer{};
+    std::size_t searchStart = 0;
+    while (text.find(end, searchStart) == std::string::npos) {
+        searchStart = text.size() - std::min(text.size(), end.size());
+        const ssize_t count = recv(client, buffer.data(), buffer.size(), 0);
+        if (count <= 0) {
+            break;
+        }
+        text.append(buffer.data(), static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+void sendAll(int client, std::string_view bytes) {
+    EXPECT_EQ(send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
+}
+
+}  // namespace
+
+TEST(RestLateBytes, AreNotTheNextResponse) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        LoopbackServer server(answerOnceWithLateBytes(kUnasked, 30ms), {.tls = tls});
+        RestCaller caller;
+        caller.settings.caBundleFile = server.obtainCAFile();
+        caller.recordTrace();
+        EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+        ASSERT_TRUE(server.waitForLateBytes(1));
+        EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "2");
+        EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "3");
+        EXPECT_EQ(server.countConnections(), 2U);
+        EXPECT_FALSE(caller.records.at(1).connectionReused);
+        EXPECT_TRUE(caller.records.at(2).connectionReused);
+    }
+}
+
+TEST(RestLateBytes, AreNotTheNextResponseWhateverTheRequest) {
+    LoopbackServer server([](const LoopbackRequest& request) {
+        return LoopbackReply{.body = std::to_string(request.ordinal), .late = std::string(kUnasked)};
+    });
+    RestCaller caller;
+    for (std::size_t round = 0; round < 10; ++round) {
+        EXPECT_EQ(caller.get(server.obtainURL()).obtainBody(), std::to_string(3 * round + 1));
+        ASSERT_TRUE(server.waitForLateBytes(3 * round + 1));
+        EXPECT_EQ(caller.remove(server.obtainURL()).obtainBody(), std::to_string(3 * round + 2));
+        ASSERT_TRUE(server.waitForLateBytes(3 * round + 2));
+        EXPECT_EQ(caller.post(server.obtainURL(), std::string(100'000, 'b')).obtainBody(),
+                  std::to_string(3 * round + 3));
+        ASSERT_TRUE(server.waitForLateBytes(3 * round + 3));
+    }
+}
+
+TEST(RestLateBytes, AreNotTheNextResponseWhereTheyCameWithTheLast) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        for (const std::size_t size : {0U, 5U, 15'000U, 20'000U}) {
+            for (const bool isChunked : {false, true}) {
+                const std::string body(size, 'b');
+                std::array<char, 32> hexadecimal{};
+                std::snprintf(hexadecimal.data(), hexadecimal.size(), "%zx\r\n", size);
+                const std::string framed = isChunked
+                                               ? "Transfer-Encoding: chunked\r\n\r\n" +
+                                                     (size == 0 ? "" : hexadecimal.data() + body + "\r\n") + "0\r\n\r\n"
+                                               : "Content-Length: " + std::to_string(size) + "\r\n\r\n" + body;
+                LoopbackServer server(
+                    [&](const LoopbackRequest& request) {
+                        return request.ordinal == 1
+                                   ? LoopbackReply{.raw = "HTTP/1.1 200 OK\r\n" + framed + std::string(kUnasked)}
+                                   : LoopbackReply{.body = "right"};
+                    },
+                    {.tls = tls});
+                RestCaller caller;
+                caller.settings.caBundleFile = server.obtainCAFile();
+                EXPECT_TRUE(caller.post(server.obtainURL(), "b").obtainBody() == body);
+                EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "right") << size << isChunked;
+            }
+        }
+    }
+}
+
+TEST(RestLateBytes, OfAnIdleTimeoutDoNotFailTheNextRequest) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        for (const bool isClosedAfter : {false, true}) {
+            LoopbackServer server(answerOnceWithLateBytes(kIdleTimeout, 10ms, isClosedAfter), {.tls = tls});
+            RestCaller caller;
+            caller.settings.caBundleFile = server.obtainCAFile();
+            EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+            ASSERT_TRUE(server.waitForLateBytes(1));
+            EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "2");
+            EXPECT_EQ(server.countRequests(), 2U);
+        }
+    }
+}
+
+TEST(RestLateBytes, AreDroppedWithoutTheirConnectionBeingUsedAgain) {
+    // Nothing must be sent on it: the server might act on it.
+    LoopbackServer server(answerOnceWithLateBytes("x", 0ms));
+    RestCaller caller;
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+    ASSERT_TRUE(server.waitForLateBytes(1));
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "2");
+    EXPECT_EQ(server.requests().at(1).connection, 2U);
+    EXPECT_EQ(server.countRequests(), 2U);
+}
+
+TEST(RestLateBytes, OfOneServerLeaveTheConnectionsToOthersAlone) {
+    LoopbackServer noisy(answerOnceWithLateBytes(kUnasked, 0ms));
+    LoopbackServer other([](const LoopbackRequest&) { return LoopbackReply{.body = "ok"}; });
+    RestCaller caller;
+    EXPECT_EQ(caller.get(other.obtainURL()).obtainBody(), "ok");
+    EXPECT_EQ(caller.get(noisy.obtainURL()).obtainBody(), "1");
+    ASSERT_TRUE(noisy.waitForLateBytes(1));
+    EXPECT_EQ(caller.get(noisy.obtainURL()).obtainBody(), "2");
+    EXPECT_EQ(caller.get(other.obtainURL()).obtainBody(), "ok");
+    EXPECT_EQ(other.countConnections(), 1U);
+}
+
+TEST(RestLateBytes, ThatComeWhileTheRequestIsSentAreNotItsResponse) {
+    const LoopbackListener listener(0);
+    std::string second;
+    std::thread server([&] {
+        const LoopbackBlockedSignals signals;
+        const int first = listener.accept();
+        readUntil(first, "\"b\"");
+        sendAll(first, "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nfirst");
+        // The head of the second request has come, its body has not: this cannot be meant for it.
+        readUntil(first, "\r\n\r\n");
+        sendAll(first, kUnasked);
+        const int client = listener.accept();
+        close(first);
+        second = readUntil(client, "m\"");
+        sendAll(client, "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nright");
+        close(client);
+    });
+    RestCaller caller;
+    const std::string url = "http://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/";
+    EXPECT_EQ(caller.post(url, "b").obtainBody(), "first");
+    EXPECT_EQ(caller.post(url, std::string(20'000'000, 'm')).obtainBody(), "right");
+    server.join();
+    EXPECT_GT(second.size(), 20'000'000U);
+}
+
+TEST(RestLateBytes, DoNotIncludeARefusalOfARequestThatWasRead) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        LoopbackServer server(
+            [](const LoopbackRequest& request) {
+                return request.ordinal % 2 == 1
+                           ? LoopbackReply{.body = "ok"}
+                           : LoopbackReply{.status = 408, .headers = {{"Connection", "close"}}, .body = "slow"};
+            },
+            {.tls = tls});
+        RestCaller caller;
+        caller.settings.caBundleFile = server.obtainCAFile();
+        for (std::size_t round = 1; round <= 50; ++round) {
+            EXPECT_EQ(caller.post(server.obtainURL(), "b").code, 0);
+            const RestResult result = caller.post(server.obtainURL(), "b");
+            EXPECT_EQ(result.code, 408);
+            EXPECT_EQ(result.obtainBody(), "slow");
+            EXPECT_EQ(server.countRequests(), 2 * round);
+        }
+    }
+}
+
+TEST(RestLateBytes, AreNotExpectedOfTLSWhichSendsItsTicketsBeforeTheResponse) {
+    LoopbackServer server([](const LoopbackRequest&) { return LoopbackReply{.body = "ok"}; },
+                          {.tls = LoopbackTLS::Valid});
+    RestCaller caller;
+    caller.settings.caBundleFile = server.obtainCAFile();
+    for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
+    }
+    EXPECT_EQ(server.countConnections(), 1U);
+}
