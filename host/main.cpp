@@ -3,9 +3,12 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <string_view>
 
 #include "cf/assertion.h"
 #include "commands/commands.h"
+#include "engine/worker.h"
+#include "engine/worker_protocol.h"
 #include "host_error.h"
 #include "options.h"
 #include "terminal/console.h"
@@ -65,6 +68,9 @@ int run(const Options& options) {
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
+    if (argumentCount == 2 && std::string_view(arguments[1]) == kWorkerWord) {
+        return runDatabaseWorker();
+    }
     cfSetAssertionHandler(&ignoreAssertion);
     const ParsedCommandLine parsed = parseCommandLine(argumentCount, arguments);
     std::cout << parsed.output << std::flush;

@@ -1,7 +1,5 @@
 #include "options.h"
 
-#include <sqlite3.h>
-
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cmath>
@@ -10,6 +8,7 @@
 #include <vector>
 
 #include "conversation/provider_table.h"
+#include "engine/engine_table.h"
 #include "host_error.h"
 #include "terminal/text_safety.h"
 
@@ -190,6 +189,9 @@ Options finishOptions(RawOptions& raw) {
     options.question = joinWords(raw.questionWords);
     options.http.timeout = std::chrono::seconds(raw.timeoutSeconds);
     options.limits.maxTime = std::chrono::seconds(raw.sqlTimeoutSeconds);
+    // Enough for what a column shows, combining marks included; not more is kept of a value.
+    constexpr std::size_t kMaxBytesPerColumn = 16;
+    options.limits.maxCellBytes = options.maxCellColumns * kMaxBytesPerColumn;
     if (options.saveFile.empty() && options.command != Command::Forget) {
         options.saveFile = options.continueFile;
     }
@@ -248,8 +250,7 @@ ParsedCommandLine parseCommandLine(int argumentCount, const char* const* argumen
     RawOptions raw;
     CLI::App program(kDescription, "kai");
     program.footer(kFooter);
-    program.set_version_flag("--version",
-                             "kai " KAI_HOST_VERSION " (SQLite " + std::string(sqlite3_libversion()) + ")");
+    program.set_version_flag("--version", "kai " KAI_HOST_VERSION " (" + describeLibraries() + ")");
     program.require_subcommand(1);
     addCommands(program, raw);
     try {

@@ -8,7 +8,7 @@
 
 #include "conversation/api_key.h"
 #include "conversation/exchange_watch.h"
-#include "sqlite/query_runner.h"
+#include "engine/result.h"
 
 namespace host {
 

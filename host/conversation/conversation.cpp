@@ -3,8 +3,8 @@
 #include "conversation/atomic_file.h"
 #include "conversation/instructions.h"
 #include "conversation/sql_extractor.h"
+#include "engine/engine_table.h"
 #include "host_error.h"
-#include "sqlite/query_runner.h"
 #include "terminal/interrupts.h"
 #include "terminal/table_printer.h"
 #include "terminal/text_safety.h"
@@ -74,7 +74,7 @@ void Conversation::saySwitch() const {
 void Conversation::ask(const std::string& question) {
     warnOfLongPrompt(question);
     const std::string answer = m_assistant->ask(question);
-    m_sql = extractSql(answer);
+    m_sql = extractSql(answer, m_database ? m_database->database.obtainEngine().blockMarks : listBlockMarks());
     if (answer.empty()) {
         m_console.note("the model gave an empty answer; ask again or choose another --model");
     } else {
@@ -126,13 +126,13 @@ void Conversation::runSql(std::optional<std::size_t> block) {
 }
 
 void Conversation::runBlock(const std::string& sql) {
-    const QueryRunner runner(m_database->database, m_options.limits, [] { return Interrupts::isRequested(); });
-    const std::size_t count = runner.run(sql, [&](const ResultTable& table) {
+    ResultCollector results([&](const ResultTable& table) {
         std::ostringstream text;
         printTable(text, table, m_options.maxCellColumns);
         m_console.printPlain("\n" + m_console.redact(text.str()));
         m_console.flush();
     });
+    const std::size_t count = m_database->database.run(sql, m_options.limits, results, &Interrupts::isRequested);
     if (count == 0) {
         m_console.note("the block of SQL has no statement in it");
     }

@@ -1,15 +1,14 @@
 #include "conversation/instructions.h"
 
-#include <sqlite3.h>
-
 namespace host {
 
-std::map<std::string, std::string> makeSystemInstructions() {
+std::map<std::string, std::string> makeSystemInstructions(std::string_view engine, std::string_view version) {
+    const std::string name(engine);
     // The names are not sent; their order is the order of the texts.
     return {
-        {"1_dialect", "You help with questions about one SQLite database (SQLite " + std::string(sqlite3_libversion()) +
-                          "). Write SQL in the SQLite dialect, and only queries: statements that change data or "
-                          "the schema are refused."},
+        {"1_dialect", "You help with questions about one " + name + " database (" + name + " " + std::string(version) +
+                          "). Write SQL in the " + name +
+                          " dialect, and only queries: statements that change data or the schema are refused."},
         {"2_answer",
          "Answer briefly. Where SQL answers the question, give it once and complete in one fenced code block that "
          "begins "

@@ -4,12 +4,16 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <string_view>
 
 namespace host {
 
 /// What the model is told besides the database's structure, as named texts of the "system_instructions" property: the
 /// dialect, how to answer, and how the structure is to be read.
-[[nodiscard]] std::map<std::string, std::string> makeSystemInstructions();
+/// @param engine   its name ("PostgreSQL")
+/// @param version  its version ("15.8")
+[[nodiscard]] std::map<std::string, std::string> makeSystemInstructions(std::string_view engine,
+                                                                        std::string_view version);
 
 /// About how many tokens a text of this many bytes is for a model: one for four bytes. An estimate, nothing more.
 [[nodiscard]] std::size_t estimateTokens(std::size_t bytes);

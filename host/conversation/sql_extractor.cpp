@@ -116,10 +116,11 @@ bool isBareQuery(std::string_view text) {
 
 }  // namespace
 
-std::vector<std::string> extractSql(std::string_view answer) {
+std::vector<std::string> extractSql(std::string_view answer, const std::vector<std::string_view>& dialectMarks) {
     const std::vector<CodeBlock> blocks = readBlocks(answer);
-    std::vector<std::string> sql =
-        collectContents(blocks, [](const std::string& mark) { return mark == "sql" || mark == "sqlite"; });
+    std::vector<std::string> sql = collectContents(blocks, [&](const std::string& mark) {
+        return mark == "sql" || std::find(dialectMarks.begin(), dialectMarks.end(), mark) != dialectMarks.end();
+    });
     if (sql.empty()) {
         sql = collectContents(blocks, [](const std::string& mark) { return mark.empty(); });
     }

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
-#include <utility>
 
 namespace host {
 namespace {
@@ -82,8 +81,8 @@ std::string describeAction(int action, const char* first, const char* second) {
 
 }  // namespace
 
-QueryGuard::QueryGuard(sqlite3* handle, std::chrono::milliseconds timeLimit, std::function<bool()> isStopped)
-    : m_handle(handle), m_deadline(std::chrono::steady_clock::now() + timeLimit), m_isStopped(std::move(isStopped)) {
+QueryGuard::QueryGuard(sqlite3* handle, std::chrono::milliseconds timeLimit)
+    : m_handle(handle), m_deadline(std::chrono::steady_clock::now() + timeLimit) {
     sqlite3_set_authorizer(m_handle, &QueryGuard::authorize, this);
     sqlite3_progress_handler(m_handle, kStepsBetweenChecks, &QueryGuard::checkProgress, this);
 }
@@ -127,9 +126,8 @@ bool QueryGuard::allow(int action, const char* first, const char* second) {
 
 int QueryGuard::checkProgress(void* guard) {
     auto& self = *static_cast<QueryGuard*>(guard);
-    self.m_wasStopped = self.m_isStopped && self.m_isStopped();
     self.m_isTimeOver = std::chrono::steady_clock::now() >= self.m_deadline;
-    return self.m_wasStopped || self.m_isTimeOver ? 1 : 0;
+    return self.m_isTimeOver ? 1 : 0;
 }
 
 }  // namespace host

@@ -1,25 +1,22 @@
-#ifndef HOST_QUERY_GUARD_H
-#define HOST_QUERY_GUARD_H
+#ifndef HOST_SQLITE_QUERY_GUARD_H
+#define HOST_SQLITE_QUERY_GUARD_H
 
 #include <sqlite3.h>
 
 #include <chrono>
-#include <functional>
 #include <string>
 
 namespace host {
 
-/// Watches over statements from outside while it lives: the engine asks it about every action of a statement before
-/// the statement is compiled, and while it runs whether it may go on.
+/// Authorizes and times the statements from outside while it lives: the engine asks it about every action of a
+/// statement while it compiles the statement, and while the statement runs whether it may go on.
 ///
-/// Allowed are reading, calling functions (but those that reach outside the database) and the pragmas that only tell
-/// something. Everything else is refused, whatever the statement looks like. One guard a connection; it must not
-/// outlive the connection.
+/// Allowed are reading, calling functions except those that reach outside the database, and pragmas that only report
+/// something. Everything else is refused. One guard a connection; it must not outlive the connection.
 class QueryGuard {
 public:
     /// @param timeLimit  for all statements together, from now on
-    /// @param isStopped  asked often; true ends the running statement
-    QueryGuard(sqlite3* handle, std::chrono::milliseconds timeLimit, std::function<bool()> isStopped);
+    QueryGuard(sqlite3* handle, std::chrono::milliseconds timeLimit);
     ~QueryGuard();
     QueryGuard(const QueryGuard&) = delete;
     QueryGuard& operator=(const QueryGuard&) = delete;
@@ -27,7 +24,8 @@ public:
     /// What was refused last, for a person ("INSERT into 'orders'"); empty when nothing was.
     [[nodiscard]] const std::string& obtainRefusal() const noexcept { return m_refusal; }
     [[nodiscard]] bool isTimeOver() const noexcept { return m_isTimeOver; }
-    [[nodiscard]] bool wasStopped() const noexcept { return m_wasStopped; }
+    /// Moves the deadline by time that the statements did not use.
+    void extendTime(std::chrono::steady_clock::duration time) noexcept { m_deadline += time; }
 
 private:
     static int authorize(void* guard, int action, const char* first, const char* second, const char* schema,
@@ -38,10 +36,8 @@ private:
 
     sqlite3* m_handle;
     std::chrono::steady_clock::time_point m_deadline;
-    std::function<bool()> m_isStopped;
     std::string m_refusal;
     bool m_isTimeOver = false;
-    bool m_wasStopped = false;
 };
 
 }  // namespace host

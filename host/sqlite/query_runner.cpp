@@ -1,11 +1,11 @@
 #include "sqlite/query_runner.h"
 
-#include <algorithm>
+#include <chrono>
 #include <utility>
 
+#include "engine/failures.h"
 #include "host_error.h"
 #include "sqlite/query_guard.h"
-#include "terminal/text_safety.h"
 
 namespace host {
 namespace {
@@ -13,32 +13,42 @@ namespace {
 /// What the engine may allocate in all while statements from outside run. Bytes.
 constexpr sqlite3_int64 kMaxHeapBytes = sqlite3_int64{512} * 1024 * 1024;
 
-[[noreturn]] void failSql(const std::string& reason) {
-    throw HostError(ExitCode::SqlFailed, "the model's SQL failed: " + reason);
-}
-
-[[noreturn]] void failRefused(const std::string& what) {
-    throw HostError(ExitCode::SqlFailed,
-                    "the model's SQL was refused: " + makeOneLine(what) + " (kai runs SQL for reading only)");
-}
-
-/// Has the engine connect every virtual table, as the list of all tables needs it. Some modules prepare their writing
-/// statements on that occasion, which a guard would refuse, and with them all reading of the table.
+/// Has the engine connect every virtual table. Some modules prepare their writing statements on that occasion, which a
+/// guard would refuse, and with them all reading of the table.
 const SqliteDatabase& connectVirtualTables(const SqliteDatabase& database) {
-    const SqliteStatementHandle statement = database.prepare("PRAGMA table_list");
-    while (database.step(statement)) {
+    for (const std::string& name : database.listVirtualTables("main")) {
+        const std::string sql = "SELECT 1 FROM main." + quoteIdentifier(name);
+        sqlite3_stmt* statement = nullptr;
+        // A table of a module that is not there fails here, and again in the statement that uses it.
+        sqlite3_prepare_v2(database.obtainHandle(), sql.c_str(), -1, &statement, nullptr);
+        sqlite3_finalize(statement);
     }
     return database;
 }
 
+Cell::Kind chooseKind(int type) {
+    switch (type) {
+        case SQLITE_NULL:
+            return Cell::Kind::Null;
+        case SQLITE_INTEGER:
+        case SQLITE_FLOAT:
+            return Cell::Kind::Number;
+        case SQLITE_BLOB:
+            return Cell::Kind::Blob;
+        default:
+            return Cell::Kind::Text;
+    }
+}
+
 class ScriptRun {
 public:
-    ScriptRun(const SqliteDatabase& database, const QueryLimits& limits, const std::function<bool()>& isStopped)
+    ScriptRun(const SqliteDatabase& database, const QueryLimits& limits, RowReceiver& receiver)
         : m_database(connectVirtualTables(database)),
           m_limits(limits),
-          m_guard(database.obtainHandle(), limits.maxTime, isStopped) {}
+          m_rows(limits, receiver),
+          m_guard(database.obtainHandle(), limits.maxTime) {}
 
-    std::size_t run(const std::string& script, const std::function<void(const ResultTable&)>& receive) {
+    std::size_t run(const std::string& script) {
         if (script.find('\0') != std::string::npos) {
             failSql("it contains a NUL character");
         }
@@ -46,7 +56,7 @@ public:
         const char* rest = script.c_str();
         while (*rest != '\0') {
             if (const SqliteStatementHandle statement = prepareNext(rest)) {
-                receive(runStatement(statement.get()));
+                runStatement(statement.get());
                 ++count;
             }
         }
@@ -71,25 +81,32 @@ private:
         return handle;
     }
 
-    [[nodiscard]] ResultTable runStatement(sqlite3_stmt* statement) {
-        ResultTable table;
+    void runStatement(sqlite3_stmt* statement) {
         const int columnCount = sqlite3_column_count(statement);
+        std::vector<std::string> columns;
         for (int i = 0; i < columnCount; ++i) {
             const char* name = sqlite3_column_name(statement, i);
-            table.columns.emplace_back(name != nullptr ? name : "");
+            columns.emplace_back(name != nullptr ? name : "");
         }
-        int code = SQLITE_ROW;
+        m_rows.beginResult(columns);
+        int code = SQLITE_DONE;
         while ((code = sqlite3_step(statement)) == SQLITE_ROW) {
-            if (table.rows.size() == m_limits.maxRows) {
-                table.hasMoreRows = true;
-                return table;
+            if (!passOn(readRow(statement, columnCount))) {
+                break;
             }
-            table.rows.push_back(readRow(statement, columnCount));
         }
-        if (code != SQLITE_DONE) {
+        if (code != SQLITE_ROW && code != SQLITE_DONE) {
             fail(code);
         }
-        return table;
+        m_rows.endResult();
+    }
+
+    /// Passes a row on; waiting for its receiver does not count as the statement's time.
+    [[nodiscard]] bool passOn(std::vector<Cell> row) {
+        const auto start = std::chrono::steady_clock::now();
+        const bool isMoreWanted = m_rows.addRow(std::move(row));
+        m_guard.extendTime(std::chrono::steady_clock::now() - start);
+        return isMoreWanted;
     }
 
     [[nodiscard]] std::vector<Cell> readRow(sqlite3_stmt* statement, int columnCount) const {
@@ -102,38 +119,23 @@ private:
     }
 
     [[nodiscard]] Cell readCell(sqlite3_stmt* statement, int column) const {
-        Cell cell;
-        switch (sqlite3_column_type(statement, column)) {
-            case SQLITE_NULL:
-                return cell;
-            case SQLITE_INTEGER:
-            case SQLITE_FLOAT:
-                cell.kind = Cell::Kind::Number;
-                break;
-            case SQLITE_BLOB:
-                cell.kind = Cell::Kind::Blob;
-                break;
-            default:
-                cell.kind = Cell::Kind::Text;
+        const Cell::Kind kind = chooseKind(sqlite3_column_type(statement, column));
+        if (kind == Cell::Kind::Null) {
+            return {};
         }
-        const void* bytes = cell.kind == Cell::Kind::Blob ? sqlite3_column_blob(statement, column)
-                                                          : sqlite3_column_text(statement, column);
+        const void* bytes =
+            kind == Cell::Kind::Blob ? sqlite3_column_blob(statement, column) : sqlite3_column_text(statement, column);
         if (bytes == nullptr && sqlite3_errcode(m_database.obtainHandle()) == SQLITE_NOMEM) {
             fail(SQLITE_NOMEM);
         }
-        cell.size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-        cell.bytes.assign(bytes != nullptr ? static_cast<const char*>(bytes) : "",
-                          bytes != nullptr ? std::min(cell.size, m_limits.maxCellBytes) : 0);
-        return cell;
+        const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+        return makeCell(kind, {bytes != nullptr ? static_cast<const char*>(bytes) : "", bytes != nullptr ? size : 0},
+                        m_limits);
     }
 
     [[noreturn]] void fail(int code) const {
-        if (m_guard.wasStopped()) {
-            throw HostError(ExitCode::Cancelled, "the SQL was cancelled");
-        }
         if (m_guard.isTimeOver()) {
-            failSql("it ran longer than the limit of " + std::to_string(m_limits.maxTime.count() / 1000) +
-                    " s; ask for a simpler statement or raise --sql-timeout");
+            failTimeout(m_limits.maxTime);
         }
         if (!m_guard.obtainRefusal().empty()) {
             failRefused(m_guard.obtainRefusal());
@@ -141,23 +143,23 @@ private:
         if (isDatabaseFailure(code)) {
             throw HostError(ExitCode::Database, m_database.describeFailure());
         }
-        failSql(makeOneLine(sqlite3_errmsg(m_database.obtainHandle())));
+        failSql(sqlite3_errmsg(m_database.obtainHandle()));
     }
 
     const SqliteDatabase& m_database;
     const QueryLimits& m_limits;
+    LimitedReceiver m_rows;
     QueryGuard m_guard;
 };
 
 }  // namespace
 
-QueryRunner::QueryRunner(const SqliteDatabase& database, QueryLimits limits, std::function<bool()> isStopped)
-    : m_database(database), m_limits(limits), m_isStopped(std::move(isStopped)) {
+QueryRunner::QueryRunner(const SqliteDatabase& database, QueryLimits limits) : m_database(database), m_limits(limits) {
     sqlite3_hard_heap_limit64(kMaxHeapBytes);
 }
 
-std::size_t QueryRunner::run(const std::string& script, const std::function<void(const ResultTable&)>& receive) const {
-    return ScriptRun(m_database, m_limits, m_isStopped).run(script, receive);
+std::size_t QueryRunner::run(const std::string& script, RowReceiver& receiver) const {
+    return ScriptRun(m_database, m_limits, receiver).run(script);
 }
 
 }  // namespace host

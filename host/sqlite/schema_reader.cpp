@@ -1,14 +1,23 @@
 #include "sqlite/schema_reader.h"
 
+#include <algorithm>
+#include <chrono>
 #include <map>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "host_error.h"
 #include "terminal/text_safety.h"
 
 namespace host {
 namespace {
+
+/// What the engine may allocate for reading the structure, besides the schema that it has read. Views upon views that
+/// name each other twice would otherwise take all there is, and hours. Bytes.
+constexpr sqlite3_int64 kMaxStructureBytes = sqlite3_int64{32} * 1024 * 1024;
 
 /// A statement about one relation: ?1 is its name, ?2 its schema. Both go in as values, so no name needs quoting.
 class RelationQuery {
@@ -47,22 +56,73 @@ private:
     SqliteStatementHandle m_statement;
 };
 
+/// Names as SQLite compares them: ASCII letters without their case.
+std::string foldName(std::string_view name) {
+    std::string folded(name);
+    for (char& character : folded) {
+        if (character >= 'A' && character <= 'Z') {
+            character = static_cast<char>(character - 'A' + 'a');
+        }
+    }
+    return folded;
+}
+
+std::string joinNames(const std::vector<std::string>& names) {
+    std::string text;
+    for (const std::string& name : names) {
+        text += (text.empty() ? "" : ", ") + name;
+    }
+    return text;
+}
+
+/// The foreign keys of a schema that lead nowhere, told of in one line.
+class LostForeignKeys {
+public:
+    void add(const std::string& table, const ForeignKeyDescription& key) {
+        constexpr std::size_t kNamed = 5;
+        if (++m_count <= kNamed) {
+            m_text += (m_text.empty() ? "" : ", ") + table + " (" + joinNames(key.columns) + ") to " + key.parentTable;
+        } else if (m_count == kNamed + 1) {
+            m_text += ", and more";
+        }
+    }
+
+    void report(std::vector<std::string>& warnings) const {
+        if (m_count != 0) {
+            warnings.push_back((m_count == 1 ? "a foreign key leads" : std::to_string(m_count) + " foreign keys lead") +
+                               " to a table, key or column that does not exist: " + makeOneLine(m_text));
+        }
+    }
+
+private:
+    std::size_t m_count = 0;
+    std::string m_text;
+};
+
 class StructureReader {
 public:
-    explicit StructureReader(const SqliteDatabase& database)
+    StructureReader(const SqliteDatabase& database, StructureDetail detail)
         : m_database(database),
+          m_detail(detail),
           // Hidden columns of kind 1 are arguments of virtual tables; 2 and 3 are generated columns.
           m_columnQuery(database,
-                        "SELECT name, type, pk FROM pragma_table_xinfo(?1, ?2) WHERE hidden <> 1 ORDER BY cid"),
+                        "SELECT name, type, pk, \"notnull\", dflt_value FROM pragma_table_xinfo(?1, ?2) "
+                        "WHERE hidden <> 1 ORDER BY cid"),
           m_foreignKeyQuery(database,
                             "SELECT id, \"table\", \"from\", \"to\" FROM pragma_foreign_key_list(?1, ?2) "
                             // The engine numbers foreign keys from the last one declared.
-                            "ORDER BY id DESC, seq") {}
+                            "ORDER BY id DESC, seq"),
+          m_indexQuery(database,
+                       "SELECT i.\"unique\", i.partial, (SELECT group_concat(coalesce(name, 'expression'), ', ') FROM "
+                       "pragma_index_info(i.name, ?2)) FROM pragma_index_list(?1, ?2) AS i WHERE i.origin <> 'pk' "
+                       "ORDER BY i.seq DESC") {}
 
     [[nodiscard]] DatabaseStructure read() {
+        CatalogDescription catalog;
         for (const std::string& schema : readSchemaNames()) {
-            m_structure.schemas.push_back(readSchema(schema));
+            catalog.schemas.push_back(readSchema(schema));
         }
+        m_structure.catalogs.push_back(std::move(catalog));
         return std::move(m_structure);
     }
 
@@ -80,24 +140,71 @@ private:
     [[nodiscard]] SchemaDescription readSchema(const std::string& schema) {
         SchemaDescription description;
         description.name = schema;
-        for (const auto& [name, isView] : readRelationNames(schema)) {
-            if (std::optional<RelationDescription> relation = readRelation(name, schema)) {
-                (isView ? description.views : description.tables).push_back(std::move(*relation));
+        description.isDefault = schema == "main";
+        std::vector<std::string> viewNames;
+        for (auto& [name, isView] : readRelationNames(schema)) {
+            if (isView) {
+                viewNames.push_back(std::move(name));
+            } else if (std::optional<RelationDescription> table = readRelation(name, schema)) {
+                readForeignKeys(*table, schema);
+                readIndexes(*table, schema);
+                description.tables.push_back(std::move(*table));
             }
         }
+        reportLostForeignKeys(description.tables);
+        readViews(description, viewNames);
         return description;
     }
 
-    [[nodiscard]] std::vector<std::pair<std::string, bool>> readRelationNames(const std::string& schema) const {
+    /// Views can take long: one that names two others twice is expanded into all of them. The rest is left out then.
+    void readViews(SchemaDescription& schema, const std::vector<std::string>& names) {
+        const auto deadline = std::chrono::steady_clock::now() + kMaxViewTime;
+        for (std::size_t i = 0; i < names.size(); ++i) {
+            if (std::chrono::steady_clock::now() >= deadline) {
+                m_structure.warnings.push_back(std::to_string(names.size() - i) + " views are left out, '" +
+                                               makeOneLine(names[i]) + "' the first: reading the views takes longer " +
+                                               "than " + std::to_string(kMaxViewTime.count()) + " s");
+                return;
+            }
+            if (std::optional<RelationDescription> view = readRelation(names[i], schema.name)) {
+                schema.views.push_back(std::move(*view));
+            }
+        }
+    }
+
+    [[nodiscard]] std::vector<std::pair<std::string, bool>> readRelationNames(const std::string& schema) {
         const SqliteStatementHandle statement =
             m_database.prepare("SELECT name, type = 'view' FROM " + quoteIdentifier(schema) +
                                ".sqlite_schema WHERE type IN ('table', 'view') AND name NOT LIKE 'sqlite\\_%' ESCAPE "
-                               "'\\' AND name NOT IN (SELECT name FROM pragma_table_list WHERE schema = ?1 AND type = "
-                               "'shadow') ORDER BY rowid");
-        sqlite3_bind_text64(statement.get(), 1, schema.data(), schema.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+                               "'\\' ORDER BY rowid");
+        const std::set<std::string> shadows = readShadowNames(schema);
         std::vector<std::pair<std::string, bool>> names;
         while (m_database.step(statement)) {
-            names.emplace_back(readColumnText(statement.get(), 0), sqlite3_column_int(statement.get(), 1) != 0);
+            std::string name = readColumnText(statement.get(), 0);
+            if (!shadows.contains(name)) {
+                names.emplace_back(std::move(name), sqlite3_column_int(statement.get(), 1) != 0);
+            }
+        }
+        return names;
+    }
+
+    /// The tables behind virtual tables. The list that tells them expands every view, so it is asked for only where
+    /// there are virtual tables.
+    [[nodiscard]] std::set<std::string> readShadowNames(const std::string& schema) {
+        std::set<std::string> names;
+        if (m_database.listVirtualTables(schema).empty()) {
+            return names;
+        }
+        const SqliteStatementHandle statement =
+            m_database.prepare("SELECT name FROM pragma_table_list WHERE schema = ?1 AND type = 'shadow'");
+        sqlite3_bind_text64(statement.get(), 1, schema.data(), schema.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+        int code = SQLITE_ROW;
+        while ((code = sqlite3_step(statement.get())) == SQLITE_ROW) {
+            names.insert(readColumnText(statement.get(), 0));
+        }
+        if (code != SQLITE_DONE) {
+            m_structure.warnings.push_back("the tables behind virtual tables cannot be told from others: " +
+                                           makeOneLine(sqlite3_errmsg(m_database.obtainHandle())));
         }
         return names;
     }
@@ -111,7 +218,6 @@ private:
             m_columnQuery.end();
             return std::nullopt;
         }
-        readForeignKeys(relation, schema);
         return relation;
     }
 
@@ -120,10 +226,7 @@ private:
         m_columnQuery.begin(relation.name, schema);
         std::optional<bool> hasRow;
         while ((hasRow = m_columnQuery.moveNext()).value_or(false)) {
-            ColumnDescription column{m_columnQuery.readText(0), m_columnQuery.readText(1)};
-            if (column.type.empty()) {
-                column.type = "ANY";
-            }
+            ColumnDescription column = readColumn();
             if (const int place = m_columnQuery.readInteger(2); place > 0) {
                 primaryKey.emplace(place, column.name);
             }
@@ -139,18 +242,32 @@ private:
         return true;
     }
 
-    void readForeignKeys(RelationDescription& relation, const std::string& schema) const {
+    [[nodiscard]] ColumnDescription readColumn() const {
+        ColumnDescription column;
+        column.name = m_columnQuery.readText(0);
+        column.type = m_columnQuery.readText(1);
+        if (column.type.empty()) {
+            column.type = "ANY";
+        }
+        if (m_detail == StructureDetail::Full) {
+            column.isNullable = m_columnQuery.readInteger(3) == 0;
+            column.defaultText = m_columnQuery.readText(4);
+        }
+        return column;
+    }
+
+    void readForeignKeys(RelationDescription& relation, const std::string& schema) {
         m_foreignKeyQuery.begin(relation.name, schema);
         int lastId = -1;
         bool isShorthand = false;
         while (m_foreignKeyQuery.moveNext().value_or(false)) {
             if (m_foreignKeyQuery.readInteger(0) != lastId) {
                 lastId = m_foreignKeyQuery.readInteger(0);
-                relation.foreignKeys.push_back({{}, m_foreignKeyQuery.readText(1), {}});
+                ForeignKeyDescription& key = relation.foreignKeys.emplace_back();
+                key.parentTable = m_foreignKeyQuery.readText(1);
                 isShorthand = m_foreignKeyQuery.isNull(3);
                 if (isShorthand) {
-                    relation.foreignKeys.back().parentColumns =
-                        readPrimaryKey(relation.foreignKeys.back().parentTable, schema);
+                    key.parentColumns = readPrimaryKey(key.parentTable, schema);
                 }
             }
             relation.foreignKeys.back().columns.push_back(m_foreignKeyQuery.readText(2));
@@ -159,9 +276,6 @@ private:
             }
         }
         m_foreignKeyQuery.end();
-        // A shorthand key whose parent is gone, or has another number of key columns, leads nowhere.
-        std::erase_if(relation.foreignKeys,
-                      [](const ForeignKeyDescription& key) { return key.columns.size() != key.parentColumns.size(); });
     }
 
     [[nodiscard]] std::vector<std::string> readPrimaryKey(const std::string& table, const std::string& schema) const {
@@ -173,79 +287,65 @@ private:
         return parent.primaryKey;
     }
 
+    /// Tells of the keys that lead nowhere, and drops those of them that have no columns to lead to.
+    void reportLostForeignKeys(std::vector<RelationDescription>& tables) {
+        std::map<std::string, std::set<std::string>> columns;
+        for (const RelationDescription& table : tables) {
+            for (const ColumnDescription& column : table.columns) {
+                columns[foldName(table.name)].insert(foldName(column.name));
+            }
+        }
+        LostForeignKeys lost;
+        for (RelationDescription& table : tables) {
+            for (const ForeignKeyDescription& key : table.foreignKeys) {
+                if (!hasParent(key, columns)) {
+                    lost.add(table.name, key);
+                }
+            }
+            std::erase_if(table.foreignKeys, [](const ForeignKeyDescription& key) {
+                return key.columns.size() != key.parentColumns.size();
+            });
+        }
+        lost.report(m_structure.warnings);
+    }
+
+    [[nodiscard]] static bool hasParent(const ForeignKeyDescription& key,
+                                        const std::map<std::string, std::set<std::string>>& columns) {
+        const auto parent = columns.find(foldName(key.parentTable));
+        return parent != columns.end() && key.columns.size() == key.parentColumns.size() &&
+               std::all_of(key.parentColumns.begin(), key.parentColumns.end(), [&](const std::string& column) {
+                   return parent->second.contains(foldName(column)) || foldName(column) == "rowid";
+               });
+    }
+
+    void readIndexes(RelationDescription& relation, const std::string& schema) const {
+        if (m_detail != StructureDetail::Full) {
+            return;
+        }
+        m_indexQuery.begin(relation.name, schema);
+        while (m_indexQuery.moveNext().value_or(false)) {
+            relation.indexes.push_back((m_indexQuery.readInteger(0) != 0 ? "UNIQUE (" : "INDEX (") +
+                                       m_indexQuery.readText(2) + ")" +
+                                       (m_indexQuery.readInteger(1) != 0 ? " of some rows" : ""));
+        }
+        m_indexQuery.end();
+    }
+
+    static constexpr std::chrono::seconds kMaxViewTime{10};
+
     const SqliteDatabase& m_database;
+    StructureDetail m_detail;
     RelationQuery m_columnQuery;
     RelationQuery m_foreignKeyQuery;
+    RelationQuery m_indexQuery;
     DatabaseStructure m_structure;
 };
 
-CMVariantList makeNameList(const std::vector<std::string>& names) {
-    return {names.begin(), names.end()};
-}
-
-CMVariantMap makeForeignKeyVariant(const ForeignKeyDescription& key) {
-    return {{"fields", makeNameList(key.columns)},
-            {"ref_table", key.parentTable},
-            {"ref_fields", makeNameList(key.parentColumns)}};
-}
-
-CMVariantMap makeRelationVariant(const RelationDescription& relation, const std::string& qualifier) {
-    CMVariantList fields;
-    for (const ColumnDescription& column : relation.columns) {
-        fields.emplace_back(CMVariantMap{{"name", column.name}, {"type", column.type}});
-    }
-    CMVariantMap variant{{"name", relation.name}, {"fields", std::move(fields)}};
-    if (!relation.primaryKey.empty()) {
-        variant.emplace("pkeys", makeNameList(relation.primaryKey));
-    }
-    CMVariantList foreignKeys;
-    for (const ForeignKeyDescription& key : relation.foreignKeys) {
-        CMVariantMap keyVariant = makeForeignKeyVariant(key);
-        if (!qualifier.empty()) {
-            keyVariant.emplace("ref_schema", qualifier);
-        }
-        foreignKeys.emplace_back(std::move(keyVariant));
-    }
-    if (!foreignKeys.empty()) {
-        variant.emplace("fkeys", std::move(foreignKeys));
-    }
-    return variant;
-}
-
-CMVariantList makeRelationList(const std::vector<RelationDescription>& relations, const std::string& qualifier) {
-    CMVariantList list;
-    for (const RelationDescription& relation : relations) {
-        list.emplace_back(makeRelationVariant(relation, qualifier));
-    }
-    return list;
-}
-
 }  // namespace
 
-DatabaseStructure readDatabaseStructure(const SqliteDatabase& database) {
-    return StructureReader(database).read();
-}
-
-CMVariantList makeStructureVariant(const DatabaseStructure& structure) {
-    CMVariantList schemas;
-    for (const SchemaDescription& schema : structure.schemas) {
-        const std::string qualifier = structure.schemas.size() > 1 ? schema.name : std::string();
-        CMVariantMap variant{{"tables", makeRelationList(schema.tables, qualifier)},
-                             {"views", makeRelationList(schema.views, qualifier)}};
-        if (!qualifier.empty()) {
-            variant.emplace("schema_name", qualifier);
-        }
-        schemas.emplace_back(std::move(variant));
-    }
-    return {CMVariantMap{{"schemas", std::move(schemas)}}};
-}
-
-std::size_t countRelations(const DatabaseStructure& structure) {
-    std::size_t count = 0;
-    for (const SchemaDescription& schema : structure.schemas) {
-        count += schema.tables.size() + schema.views.size();
-    }
-    return count;
+DatabaseStructure readSqliteStructure(const SqliteDatabase& database, StructureDetail detail) {
+    sqlite3_hard_heap_limit64(sqlite3_memory_used() + kMaxStructureBytes);
+    return StructureReader(database, detail).read();
 }
 
 }  // namespace host

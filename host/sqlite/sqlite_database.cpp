@@ -1,10 +1,6 @@
 #include "sqlite/sqlite_database.h"
 
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-#include <utility>
+#include <new>
 
 #include "host_error.h"
 #include "terminal/text_safety.h"
@@ -17,28 +13,6 @@ constexpr int kBusyMilliseconds = 2000;
 
 /// Values longer than this are not read, and no statement makes them. Bytes.
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
-
-[[noreturn]] void failToOpen(const std::string& fileName, const std::string& reason) {
-    throw HostError(ExitCode::Database, "cannot open the database '" + makeOneLine(fileName) + "': " + reason);
-}
-
-void checkIsFile(const std::string& fileName) {
-    struct stat status {};
-    if (stat(fileName.c_str(), &status) != 0) {
-        if (errno == ENOENT) {
-            failToOpen(fileName, "there is no such file; check the name given with --db");
-        }
-        failToOpen(fileName, std::string(std::strerror(errno)) + "; check the name and its permissions");
-    }
-    if (S_ISDIR(status.st_mode)) {
-        failToOpen(fileName, "it is a directory; name a SQLite file with --db");
-    }
-}
-
-/// The name so that SQLite reads it as a path: Debian's SQLite takes "file:..." as a URI and ":..." as special.
-std::string makePlainPath(const std::string& fileName) {
-    return fileName.starts_with('/') ? fileName : "./" + fileName;
-}
 
 void lockDown(sqlite3* handle) {
     sqlite3_busy_timeout(handle, kBusyMilliseconds);
@@ -66,6 +40,8 @@ std::string describeCode(int code, const char* engineText) {
         case SQLITE_PERM:
         case SQLITE_AUTH:
             return "it cannot be read; check the permissions of the file and of its directory";
+        case SQLITE_IOERR:
+            return "it cannot be read as a file; name a SQLite file with --db, or check the disk";
         case SQLITE_READONLY:
             return "it has an unfinished transaction that a read-only program cannot clear; open it once with a "
                    "program "
@@ -77,24 +53,46 @@ std::string describeCode(int code, const char* engineText) {
 
 }  // namespace
 
-SqliteDatabase::SqliteDatabase(const std::string& fileName) : m_fileName(fileName) {
-    checkIsFile(fileName);
-    sqlite3* handle = nullptr;
-    const int code = sqlite3_open_v2(makePlainPath(fileName).c_str(), &handle,
-                                     SQLITE_OPEN_READONLY | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
-    m_handle.reset(handle);
-    if (handle == nullptr) {
-        throw std::bad_alloc();
-    }
-    if (code != SQLITE_OK) {
-        failToOpen(fileName, describeCode(code, sqlite3_errmsg(handle)));
-    }
-    lockDown(handle);
+SqliteDatabase::SqliteDatabase(const std::string& fileName) : m_fileName(fileName), m_file(fileName) {
+    open();
+    lockDown(m_handle.get());
     const SqliteStatementHandle queryOnly = prepare("PRAGMA query_only = 1");
     step(queryOnly);
     // The first read finds out whether the file is a database at all, and whether it is locked.
     const SqliteStatementHandle firstRead = prepare("SELECT count(*) FROM sqlite_schema");
     step(firstRead);
+}
+
+void SqliteDatabase::open() {
+    sqlite3* handle = nullptr;
+    const int code = sqlite3_open_v2(
+        m_file.makeUri().c_str(), &handle,
+        SQLITE_OPEN_READONLY | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_PRIVATECACHE, nullptr);
+    m_handle.reset(handle);
+    if (handle == nullptr) {
+        throw std::bad_alloc();
+    }
+    if (code != SQLITE_OK) {
+        failToOpen(m_fileName, describeCode(code, sqlite3_errmsg(handle)));
+    }
+}
+
+std::vector<std::string> SqliteDatabase::listVirtualTables(const std::string& schema) const {
+    // They alone have no page of their own.
+    const SqliteStatementHandle statement =
+        prepare("SELECT name FROM " + quoteIdentifier(schema) + ".sqlite_schema WHERE type = 'table' AND rootpage = 0");
+    std::vector<std::string> names;
+    while (step(statement)) {
+        names.push_back(readColumnText(statement.get(), 0));
+    }
+    return names;
+}
+
+void SqliteDatabase::checkUnchanged() const {
+    if (m_file.isReadAlone() && m_file.isChanged()) {
+        throw HostError(ExitCode::Database, "the database '" + makeOneLine(m_fileName) +
+                                                "' was changed by another program while it was read; try again");
+    }
 }
 
 SqliteStatementHandle SqliteDatabase::prepare(const std::string& sql) const {

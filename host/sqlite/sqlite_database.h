@@ -1,11 +1,15 @@
-#ifndef HOST_SQLITE_DATABASE_H
-#define HOST_SQLITE_DATABASE_H
+#ifndef HOST_SQLITE_SQLITE_DATABASE_H
+#define HOST_SQLITE_SQLITE_DATABASE_H
 
 #include <sqlite3.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "sqlite/sqlite_file.h"
 
 namespace host {
 
@@ -24,7 +28,7 @@ using SqliteStatementHandle = std::unique_ptr<sqlite3_stmt, SqliteFinalizer>;
 /// The connection is read-only by the engine's own means: it is opened read-only, `query_only` is on, nothing can be
 /// attached, extensions and the two-argument fts3_tokenizer are off, and the schema's own expressions are not trusted.
 /// Statements that come from outside run through a QueryRunner, which also asks an authorizer about each action.
-/// One thread at a time.
+/// It leaves no file behind that was not there before. One thread at a time.
 class SqliteDatabase {
 public:
     /// Opens a file and reads its header.
@@ -34,6 +38,13 @@ public:
 
     [[nodiscard]] sqlite3* obtainHandle() const noexcept { return m_handle.get(); }
     [[nodiscard]] const std::string& obtainFileName() const noexcept { return m_fileName; }
+
+    /// The names of a schema's virtual tables.
+    [[nodiscard]] std::vector<std::string> listVirtualTables(const std::string& schema) const;
+
+    /// To be called after reading. Throws HostError (Database) when another program may have changed the file meanwhile
+    /// without this connection noticing.
+    void checkUnchanged() const;
 
     /// Prepares one of the program's own statements. Throws HostError (Database).
     [[nodiscard]] SqliteStatementHandle prepare(const std::string& sql) const;
@@ -46,7 +57,10 @@ public:
     [[nodiscard]] std::string describeFailure() const;
 
 private:
+    void open();
+
     std::string m_fileName;
+    SqliteFile m_file;
     std::unique_ptr<sqlite3, SqliteCloser> m_handle;
 };
 

@@ -40,6 +40,7 @@ std::string describeCell(const Cell& cell, std::size_t maxColumns) {
         case Cell::Kind::Blob:
             return describeBlob(cell);
         case Cell::Kind::Number:
+        case Cell::Kind::Boolean:
             return cell.bytes;
         default:
             return describeText(cell, maxColumns);
@@ -99,8 +100,16 @@ void printRule(std::ostream& output, const std::vector<PrintedColumn>& columns) 
 
 void printCount(std::ostream& output, const ResultTable& table) {
     const std::string count = std::to_string(table.rows.size()) + (table.rows.size() == 1 ? " row" : " rows");
-    output << (table.hasMoreRows ? "(the first " + count + "; there are more: raise --max-rows to see them)\n"
-                                 : "(" + count + ")\n");
+    switch (table.cut) {
+        case ResultCut::None:
+            output << "(" << count << ")\n";
+            break;
+        case ResultCut::Rows:
+            output << "(the first " << count << "; there are more: raise --max-rows to see them)\n";
+            break;
+        case ResultCut::Bytes:
+            output << "(the first " << count << "; the others are more than is kept at a time: ask for less)\n";
+    }
 }
 
 }  // namespace

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <ostream>
 
-#include "sqlite/query_runner.h"
+#include "engine/result.h"
 
 namespace host {
 

@@ -98,6 +98,7 @@ TEST(Options, ReadsEveryOptionOfATurn) {
     EXPECT_TRUE(options.isRun);
     EXPECT_EQ(options.limits.maxRows, 7U);
     EXPECT_EQ(options.maxCellColumns, 0U);
+    EXPECT_EQ(options.limits.maxCellBytes, 0U);
     EXPECT_EQ(options.limits.maxTime, std::chrono::seconds(9));
 }
 
@@ -177,9 +178,10 @@ TEST(Options, NeverTakesOrRepeatsAKey) {
 }
 
 TEST(Instructions, NameTheDialectAndTheFormOfTheAnswer) {
-    const auto instructions = host::makeSystemInstructions();
+    const auto instructions = host::makeSystemInstructions("PostgreSQL", "15.8");
     ASSERT_EQ(instructions.size(), 3U);
-    EXPECT_THAT(instructions.at("1_dialect"), HasSubstr("SQLite 3."));
+    EXPECT_THAT(instructions.at("1_dialect"),
+                AllOf(HasSubstr("PostgreSQL 15.8"), HasSubstr("in the PostgreSQL dialect")));
     EXPECT_THAT(instructions.at("2_answer"), HasSubstr("```sql"));
     EXPECT_THAT(instructions.at("3_structure"), HasSubstr("PRIMARY KEY(`a``b`) is the two columns a and b"));
 }

@@ -23,14 +23,15 @@ protected:
     [[nodiscard]] std::vector<std::string> listValues(const std::string& sql) const {
         std::vector<std::string> values;
         const host::SqliteDatabase database(m_fileName);
-        const host::QueryRunner runner(database, {}, {});
-        runner.run(sql, [&](const host::ResultTable& table) {
+        const host::QueryRunner runner(database, {});
+        host::ResultCollector results([&](const host::ResultTable& table) {
             for (const auto& row : table.rows) {
                 for (const host::Cell& cell : row) {
                     values.push_back(cell.bytes);
                 }
             }
         });
+        runner.run(sql, results);
         return values;
     }
 
@@ -39,12 +40,13 @@ protected:
 };
 
 TEST_F(SampleDatabase, HasTablesCompositeKeysAndViews) {
-    const host::DatabaseStructure structure = host::readDatabaseStructure(host::SqliteDatabase(m_fileName));
-    EXPECT_EQ(structure.schemas.at(0).tables.size(), 11U);
-    EXPECT_EQ(structure.schemas.at(0).views.size(), 2U);
+    const host::DatabaseStructure structure =
+        host::readSqliteStructure(host::SqliteDatabase(m_fileName), host::StructureDetail::Keys);
+    EXPECT_EQ(structure.catalogs.at(0).schemas.at(0).tables.size(), 11U);
+    EXPECT_EQ(structure.catalogs.at(0).schemas.at(0).views.size(), 2U);
     std::size_t compositeKeys = 0;
     std::size_t compositeForeignKeys = 0;
-    for (const host::RelationDescription& table : structure.schemas.at(0).tables) {
+    for (const host::RelationDescription& table : structure.catalogs.at(0).schemas.at(0).tables) {
         compositeKeys += table.primaryKey.size() > 1 ? 1 : 0;
         for (const host::ForeignKeyDescription& key : table.foreignKeys) {
             EXPECT_EQ(key.columns.size(), key.parentColumns.size()) << table.name;
@@ -73,7 +75,7 @@ TEST_F(SampleDatabase, IsTheSameEveryTime) {
 TEST_F(SampleDatabase, GivesRowsForTheSqlOfTheDemo) {
     std::size_t count = 0;
     for (const KAIScenarioRule& rule : readScenarioFile(KAI_SAMPLE_DIRECTORY "/shop-scenario.json").rules) {
-        for (const std::string& sql : host::extractSql(rule.answer.choices.at(0).join())) {
+        for (const std::string& sql : host::extractSql(rule.answer.choices.at(0).join(), {})) {
             EXPECT_GE(listValues(sql).size(), 6U) << sql;
             ++count;
         }

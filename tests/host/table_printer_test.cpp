@@ -80,7 +80,7 @@ TEST(TablePrinter, MarksAValueThatWasNotKeptWhole) {
 }
 
 TEST(TablePrinter, SaysThatThereAreMoreRows) {
-    EXPECT_EQ(print({{"n"}, {{makeNumber("1")}}, true}),
+    EXPECT_EQ(print({{"n"}, {{makeNumber("1")}}, host::ResultCut::Rows}),
               "n\n-\n1\n(the first 1 row; there are more: raise --max-rows to see them)\n");
 }
 

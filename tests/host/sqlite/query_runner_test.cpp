@@ -11,6 +11,7 @@ namespace {
 
 using host::ExitCode;
 using host::QueryLimits;
+using host::ResultCut;
 using host::ResultTable;
 using testing::HasSubstr;
 
@@ -26,9 +27,10 @@ protected:
 
     Outcome run(const std::string& script) {
         Outcome outcome;
-        const host::QueryRunner runner(m_database, m_limits, [this] { return m_isStopped; });
+        const host::QueryRunner runner(m_database, m_limits);
+        host::ResultCollector results([&](const ResultTable& table) { outcome.tables.push_back(table); });
         try {
-            outcome.count = runner.run(script, [&](const ResultTable& table) { outcome.tables.push_back(table); });
+            outcome.count = runner.run(script, results);
         } catch (const host::HostError& error) {
             outcome.code = error.obtainCode();
             outcome.error = error.what();
@@ -53,7 +55,6 @@ protected:
     std::string m_before = readFile(m_fileName);
     host::SqliteDatabase m_database{m_fileName};
     QueryLimits m_limits;
-    bool m_isStopped = false;
 };
 
 TEST_F(QueryRunner, GivesColumnsAndRows) {
@@ -66,7 +67,7 @@ TEST_F(QueryRunner, GivesColumnsAndRows) {
     EXPECT_EQ(table.rows[0][1].bytes, "one");
     EXPECT_EQ(table.rows[0][2].bytes, "0.5");
     EXPECT_EQ(table.rows[2][1].kind, host::Cell::Kind::Null);
-    EXPECT_FALSE(table.hasMoreRows);
+    EXPECT_EQ(table.cut, ResultCut::None);
 }
 
 TEST_F(QueryRunner, RunsSeveralStatements) {
@@ -93,8 +94,8 @@ TEST_F(QueryRunner, LimitsRowsAndSaysThatThereAreMore) {
     const Outcome outcome = run("SELECT a FROM t; SELECT a FROM t LIMIT 2;");
     ASSERT_EQ(outcome.tables.size(), 2U);
     EXPECT_EQ(outcome.tables[0].rows.size(), 2U);
-    EXPECT_TRUE(outcome.tables[0].hasMoreRows);
-    EXPECT_FALSE(outcome.tables[1].hasMoreRows);
+    EXPECT_EQ(outcome.tables[0].cut, ResultCut::Rows);
+    EXPECT_EQ(outcome.tables[1].cut, ResultCut::None);
 }
 
 TEST_F(QueryRunner, KeepsTheBeginningOfALongValueAndItsSize) {
@@ -210,11 +211,25 @@ TEST_F(QueryRunner, CountsTheTimeOfAllStatementsTogether) {
                   "it ran longer");
 }
 
-TEST_F(QueryRunner, EndsWhenItIsStopped) {
-    m_isStopped = true;
-    const Outcome outcome =
-        run("WITH RECURSIVE n (i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n");
-    EXPECT_EQ(outcome.code, ExitCode::Cancelled);
+TEST_F(QueryRunner, CutsAResultThatTakesTooMuchMemory) {
+    m_limits.maxBytes = 100'000;
+    const Outcome outcome = run("SELECT printf('%.*c', 20000, 'x') FROM t, t AS u");
+    ASSERT_EQ(outcome.tables.size(), 1U);
+    EXPECT_EQ(outcome.tables[0].rows.size(), 4U);
+    EXPECT_EQ(outcome.tables[0].cut, ResultCut::Bytes);
+}
+
+TEST_F(QueryRunner, CountsTheMemoryOfAllResultsTogether) {
+    m_limits.maxBytes = 50'000;
+    const Outcome outcome = run("SELECT printf('%.*c', 40000, 'x'); SELECT printf('%.*c', 40000, 'x')");
+    ASSERT_EQ(outcome.tables.size(), 2U);
+    EXPECT_EQ(outcome.tables[0].cut, ResultCut::None);
+    EXPECT_EQ(outcome.tables[1].cut, ResultCut::Bytes);
+}
+
+TEST_F(QueryRunner, KeepsWholeValuesWithoutALimit) {
+    m_limits.maxCellBytes = 0;
+    EXPECT_EQ(run("SELECT printf('%.*c', 200000, 'x')").tables.at(0).rows.at(0).at(0).bytes.size(), 200'000U);
 }
 
 TEST_F(QueryRunner, RefusesValuesThatWouldFillTheMemory) {
@@ -238,8 +253,9 @@ TEST_F(QueryRunner, DoesNotTrustFunctionsInTheSchema) {
                                                        "CREATE TABLE t (a); INSERT INTO t VALUES (1);"
                                                        "CREATE VIEW trap AS SELECT load_extension('evil') AS a FROM t");
     const host::SqliteDatabase database(fileName);
-    const host::QueryRunner runner(database, {}, {});
-    EXPECT_THROW(runner.run("SELECT * FROM trap", [](const ResultTable&) {}), host::HostError);
+    const host::QueryRunner runner(database, {});
+    host::ResultCollector results([](const ResultTable&) {});
+    EXPECT_THROW(runner.run("SELECT * FROM trap", results), host::HostError);
 }
 
 }  // namespace

@@ -10,13 +10,14 @@ namespace {
 
 using host::DatabaseStructure;
 using host::RelationDescription;
+using host::StructureDetail;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
 DatabaseStructure readScript(const std::string& script) {
     const TestFolder folder;
-    return host::readDatabaseStructure(host::SqliteDatabase(folder.makeDatabase("a.db", script)));
+    return host::readSqliteStructure(host::SqliteDatabase(folder.makeDatabase("a.db", script)), StructureDetail::Keys);
 }
 
 std::vector<std::string> listNames(const std::vector<RelationDescription>& relations) {
@@ -28,7 +29,7 @@ std::vector<std::string> listNames(const std::vector<RelationDescription>& relat
 }
 
 const RelationDescription& findTable(const DatabaseStructure& structure, const std::string& name) {
-    for (const RelationDescription& table : structure.schemas.at(0).tables) {
+    for (const RelationDescription& table : structure.catalogs.at(0).schemas.at(0).tables) {
         if (table.name == name) {
             return table;
         }
@@ -53,8 +54,8 @@ TEST(SchemaReader, ReadsColumnsWithTheirDeclaredTypes) {
 TEST(SchemaReader, ReadsTablesAndViewsInTheOrderInWhichTheyWereMade) {
     const DatabaseStructure structure = readScript(
         "CREATE TABLE z (a); CREATE VIEW y AS SELECT 1 AS one; CREATE TABLE a (a); CREATE VIEW b AS SELECT 2");
-    EXPECT_THAT(listNames(structure.schemas.at(0).tables), ElementsAre("z", "a"));
-    EXPECT_THAT(listNames(structure.schemas.at(0).views), ElementsAre("y", "b"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables), ElementsAre("z", "a"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).views), ElementsAre("y", "b"));
     EXPECT_EQ(host::countRelations(structure), 4U);
 }
 
@@ -114,6 +115,44 @@ TEST(SchemaReader, LeavesOutAShorthandKeyThatLeadsNowhere) {
     const auto& keys = findTable(structure, "t").foreignKeys;
     ASSERT_EQ(keys.size(), 1U);
     EXPECT_THAT(keys[0].columns, ElementsAre("w"));
+    EXPECT_THAT(structure.warnings,
+                ElementsAre("4 foreign keys lead to a table, key or column that does not exist: t (x) to p, t (y) to "
+                            "gone, t (z) to keyless, t (w) to gone"));
+}
+
+TEST(SchemaReader, WarnsOfAForeignKeyToAColumnThatDoesNotExist) {
+    const DatabaseStructure structure =
+        readScript("CREATE TABLE p (a INT PRIMARY KEY); CREATE TABLE t (x INT REFERENCES P (b), y REFERENCES P (A))");
+    EXPECT_THAT(structure.warnings, ElementsAre(HasSubstr("t (x) to P")));
+    EXPECT_EQ(findTable(structure, "t").foreignKeys.size(), 2U);
+}
+
+TEST(SchemaReader, LeavesOutViewsThatMultiplyEachOther) {
+    std::string script = "CREATE TABLE v0 (a, b);";
+    for (int i = 1; i <= 25; ++i) {
+        const std::string former = "v" + std::to_string(i - 1);
+        script += "CREATE VIEW v" + std::to_string(i) + " AS SELECT x.a, y.b FROM " + former + " x, " + former + " y;";
+    }
+    const DatabaseStructure structure = readScript(script);
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables), ElementsAre("v0"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).views), testing::Contains("v10"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).views), testing::Not(testing::Contains("v25")));
+    EXPECT_THAT(structure.warnings, testing::Contains(HasSubstr("is left out: out of memory")));
+}
+
+TEST(SchemaReader, ReadsTheDetailOnRequest) {
+    const TestFolder folder;
+    const host::SqliteDatabase database(folder.makeDatabase(
+        "a.db",
+        "CREATE TABLE t (a INTEGER PRIMARY KEY, b TEXT NOT NULL DEFAULT 'x', c UNIQUE); CREATE INDEX i ON t (b, c);"
+        "CREATE UNIQUE INDEX u ON t (lower(b)) WHERE a > 1"));
+    const DatabaseStructure structure = host::readSqliteStructure(database, StructureDetail::Full);
+    const RelationDescription& table = findTable(structure, "t");
+    EXPECT_FALSE(table.columns[1].isNullable);
+    EXPECT_EQ(table.columns[1].defaultText, "'x'");
+    EXPECT_TRUE(table.columns[2].isNullable);
+    EXPECT_THAT(table.indexes, ElementsAre("UNIQUE (c)", "INDEX (b, c)", "UNIQUE (expression) of some rows"));
+    EXPECT_THAT(findTable(host::readSqliteStructure(database, StructureDetail::Keys), "t").indexes, IsEmpty());
 }
 
 TEST(SchemaReader, ReadsAForeignKeyToItsOwnTable) {
@@ -124,20 +163,21 @@ TEST(SchemaReader, ReadsAForeignKeyToItsOwnTable) {
 TEST(SchemaReader, ReadsTheColumnsOfAView) {
     const DatabaseStructure structure =
         readScript("CREATE TABLE t (a INTEGER, b TEXT); CREATE VIEW v (x, y, z) AS SELECT a, b, a + 1 FROM t");
-    EXPECT_THAT(listColumns(structure.schemas.at(0).views.at(0)), ElementsAre("x:INTEGER", "y:TEXT", "z:ANY"));
+    EXPECT_THAT(listColumns(structure.catalogs.at(0).schemas.at(0).views.at(0)),
+                ElementsAre("x:INTEGER", "y:TEXT", "z:ANY"));
 }
 
 TEST(SchemaReader, LeavesOutTheEnginesOwnTables) {
     const DatabaseStructure structure = readScript(
         "CREATE TABLE t (id INTEGER PRIMARY KEY AUTOINCREMENT, a UNIQUE); CREATE INDEX i ON t (a);"
         "INSERT INTO t (a) VALUES (1); ANALYZE; CREATE TABLE sqlitelike (a)");
-    EXPECT_THAT(listNames(structure.schemas.at(0).tables), ElementsAre("t", "sqlitelike"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables), ElementsAre("t", "sqlitelike"));
 }
 
 TEST(SchemaReader, ReadsAVirtualTableWithoutItsShadowTables) {
     const DatabaseStructure structure = readScript(
         "CREATE VIRTUAL TABLE notes USING fts5 (title, body); CREATE VIRTUAL TABLE boxes USING rtree (id, x0, x1)");
-    EXPECT_THAT(listNames(structure.schemas.at(0).tables), ElementsAre("notes", "boxes"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables), ElementsAre("notes", "boxes"));
     EXPECT_THAT(listColumns(findTable(structure, "notes")), ElementsAre("title:ANY", "body:ANY"));
     EXPECT_THAT(structure.warnings, IsEmpty());
 }
@@ -146,8 +186,8 @@ TEST(SchemaReader, LeavesOutABrokenViewWithAWarning) {
     const DatabaseStructure structure = readScript(
         "CREATE TABLE gone (a); CREATE TABLE t (a); CREATE VIEW v AS SELECT a FROM gone; PRAGMA legacy_alter_table = 1;"
         "DROP TABLE gone");
-    EXPECT_THAT(listNames(structure.schemas.at(0).tables), ElementsAre("t"));
-    EXPECT_THAT(structure.schemas.at(0).views, IsEmpty());
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables), ElementsAre("t"));
+    EXPECT_THAT(structure.catalogs.at(0).schemas.at(0).views, IsEmpty());
     ASSERT_EQ(structure.warnings.size(), 1U);
     EXPECT_THAT(structure.warnings[0], HasSubstr("'v' is left out: no such table: main.gone"));
 }
@@ -156,8 +196,10 @@ TEST(SchemaReader, ReadsNamesThatNeedQuoting) {
     const DatabaseStructure structure = readScript(
         "CREATE TABLE \"a \"\"b\"\" 'c' `d` [e];--\" (\"x y\" \"long type (1)\", \"select\" INT PRIMARY KEY);"
         "CREATE TABLE \"\" (a); CREATE TABLE t (f REFERENCES \"a \"\"b\"\" 'c' `d` [e];--\")");
-    EXPECT_THAT(listNames(structure.schemas.at(0).tables), ElementsAre("a \"b\" 'c' `d` [e];--", "", "t"));
-    EXPECT_THAT(listColumns(structure.schemas.at(0).tables[0]), ElementsAre("x y:long type (1)", "select:INT"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas.at(0).tables),
+                ElementsAre("a \"b\" 'c' `d` [e];--", "", "t"));
+    EXPECT_THAT(listColumns(structure.catalogs.at(0).schemas.at(0).tables[0]),
+                ElementsAre("x y:long type (1)", "select:INT"));
     EXPECT_THAT(findTable(structure, "t").foreignKeys.at(0).parentColumns, ElementsAre("select"));
 }
 
@@ -170,12 +212,12 @@ TEST(SchemaReader, ReadsAttachedDatabasesUnderTheirNames) {
     ASSERT_EQ(sqlite3_exec(database.obtainHandle(), ("ATTACH '" + other + "' AS \"my \"\"other\"").c_str(), nullptr,
                            nullptr, nullptr),
               SQLITE_OK);
-    const DatabaseStructure structure = host::readDatabaseStructure(database);
-    ASSERT_EQ(structure.schemas.size(), 2U);
-    EXPECT_EQ(structure.schemas[1].name, "my \"other");
-    EXPECT_THAT(listNames(structure.schemas[0].tables), ElementsAre("t"));
-    EXPECT_THAT(listNames(structure.schemas[1].tables), ElementsAre("p", "t"));
-    EXPECT_THAT(listColumns(structure.schemas[1].tables[1]), ElementsAre("b:INT"));
+    const DatabaseStructure structure = host::readSqliteStructure(database, StructureDetail::Keys);
+    ASSERT_EQ(structure.catalogs.at(0).schemas.size(), 2U);
+    EXPECT_EQ(structure.catalogs.at(0).schemas[1].name, "my \"other");
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas[0].tables), ElementsAre("t"));
+    EXPECT_THAT(listNames(structure.catalogs.at(0).schemas[1].tables), ElementsAre("p", "t"));
+    EXPECT_THAT(listColumns(structure.catalogs.at(0).schemas[1].tables[1]), ElementsAre("b:INT"));
 
     const CMVariantList variant = host::makeStructureVariant(structure);
     const CMVariantMap& schema = variant.at(0).mapValue().at("schemas").listValue().at(1).mapValue();
@@ -211,7 +253,8 @@ long countSteps(int tables) {
         return 0;
     };
     sqlite3_progress_handler(database.obtainHandle(), 100, countUp, &count);
-    EXPECT_EQ(host::countRelations(host::readDatabaseStructure(database)), static_cast<std::size_t>(tables));
+    EXPECT_EQ(host::countRelations(host::readSqliteStructure(database, StructureDetail::Keys)),
+              static_cast<std::size_t>(tables));
     return count;
 }
 
@@ -222,7 +265,7 @@ TEST(SchemaReader, TakesTimeInProportionToTheNumberOfTables) {
 TEST(SchemaReader, ReadsAnEmptyDatabase) {
     const DatabaseStructure structure = readScript("");
     EXPECT_EQ(host::countRelations(structure), 0U);
-    EXPECT_EQ(structure.schemas.size(), 1U);
+    EXPECT_EQ(structure.catalogs.at(0).schemas.size(), 1U);
 }
 
 }  // namespace

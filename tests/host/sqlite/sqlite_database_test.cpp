@@ -1,6 +1,7 @@
 #include "sqlite/sqlite_database.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host_error.h"
@@ -125,6 +126,89 @@ TEST(SqliteDatabase, ReadsADatabaseInWriteAheadMode) {
         EXPECT_EQ(execute(database, "SELECT * FROM t"), SQLITE_OK);
     }
     EXPECT_EQ(readFile(fileName), before);
+}
+
+/// Makes a database in write-ahead mode; `use` runs while a program has it open, its log full.
+template <typename Use>
+void useWriteAheadDatabase(const std::string& fileName, const Use& use) {
+    sqlite3* writer = nullptr;
+    ASSERT_EQ(sqlite3_open(fileName.c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(writer, "PRAGMA journal_mode = WAL; CREATE TABLE IF NOT EXISTS t (a); INSERT INTO t VALUES (1)",
+                     nullptr, nullptr, nullptr),
+        SQLITE_OK);
+    use(writer);
+    sqlite3_close(writer);
+}
+
+TEST(SqliteDatabase, LeavesNoFilesBesideADatabaseInWriteAheadMode) {
+    const TestFolder folder;
+    useWriteAheadDatabase(folder.name("a.db"), [](sqlite3*) {});
+    ASSERT_EQ(folder.list(), std::vector<std::string>{"a.db"});
+    {
+        const SqliteDatabase database(folder.name("a.db"));
+        EXPECT_EQ(execute(database, "SELECT * FROM t"), SQLITE_OK);
+        EXPECT_EQ(execute(database, "INSERT INTO t VALUES (2)"), SQLITE_READONLY);
+        EXPECT_NO_THROW(database.checkUnchanged());
+    }
+    EXPECT_EQ(folder.list(), std::vector<std::string>{"a.db"});
+}
+
+TEST(SqliteDatabase, ReadsTheLogOfAProgramThatHasTheDatabaseOpen) {
+    const TestFolder folder;
+    useWriteAheadDatabase(folder.name("a.db"), [&](sqlite3* writer) {
+        {
+            const SqliteDatabase database(folder.name("a.db"));
+            EXPECT_EQ(execute(database, "SELECT * FROM t"), SQLITE_OK);
+            EXPECT_EQ(sqlite3_exec(writer, "INSERT INTO t VALUES (2)", nullptr, nullptr, nullptr), SQLITE_OK);
+            EXPECT_NO_THROW(database.checkUnchanged());
+        }
+        EXPECT_EQ(folder.list(), (std::vector<std::string>{"a.db", "a.db-shm", "a.db-wal"}));
+    });
+}
+
+TEST(SqliteDatabase, ReadsALogThatACrashLeftAndAddsNoFile) {
+    const TestFolder folder;
+    std::string log;
+    std::string content;
+    useWriteAheadDatabase(folder.name("a.db"), [&](sqlite3*) {
+        log = readFile(folder.name("a.db-wal"));
+        content = readFile(folder.name("a.db"));
+    });
+    const std::string fileName = folder.write("b.db", content);
+    (void)folder.write("b.db-wal", log);
+    {
+        const SqliteDatabase database(fileName);
+        EXPECT_EQ(execute(database, "SELECT * FROM t"), SQLITE_OK);
+    }
+    EXPECT_EQ(folder.list(), (std::vector<std::string>{"a.db", "b.db", "b.db-wal"}));
+    EXPECT_EQ(readFile(folder.name("b.db-wal")), log);
+}
+
+TEST(SqliteDatabase, SaysThatAnotherProgramChangedTheFileMeanwhile) {
+    const TestFolder folder;
+    useWriteAheadDatabase(folder.name("a.db"), [](sqlite3*) {});
+    const SqliteDatabase database(folder.name("a.db"));
+    useWriteAheadDatabase(folder.name("a.db"), [&](sqlite3* writer) {
+        ASSERT_EQ(sqlite3_exec(writer, "INSERT INTO t VALUES (2)", nullptr, nullptr, nullptr), SQLITE_OK);
+    });
+    try {
+        database.checkUnchanged();
+        FAIL() << "the change was not noticed";
+    } catch (const host::HostError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("was changed by another program while it was read"));
+    }
+}
+
+TEST(SqliteDatabase, RefusesAPipeWithoutWaitingForAWriter) {
+    const TestFolder folder;
+    ASSERT_EQ(mkfifo(folder.name("pipe").c_str(), 0600), 0);
+    EXPECT_THAT(describeOpening(folder.name("pipe")), HasSubstr("it is a pipe, a socket or a device"));
+    EXPECT_THAT(describeOpening("/dev/null"), HasSubstr("it is a pipe, a socket or a device"));
+}
+
+TEST(SqliteDatabase, SaysWhatIsWrongWithAFileThatCannotBeRead) {
+    EXPECT_THAT(describeOpening("/proc/self/mem"), HasSubstr("it cannot be read as a file; name a SQLite file"));
 }
 
 TEST(SqliteDatabase, QuotesIdentifiers) {
