@@ -22,14 +22,14 @@ function(kai_install_pkg_config template)
   endif()
   get_filename_component(name ${template} NAME_WLE)
   configure_file(${template} ${CMAKE_CURRENT_BINARY_DIR}/${name} @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name} DESTINATION ${directory})
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${name} DESTINATION ${directory} COMPONENT dev)
 endfunction()
 
 # kai_install_cmake_package(NAME TEMPLATE): installs the exported targets NAMETargets under the namespace kai::, and the
 # package files that find_package(NAME CONFIG) reads, made from TEMPLATE.
 function(kai_install_cmake_package name template)
   set(directory ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
-  install(EXPORT ${name}Targets NAMESPACE kai:: DESTINATION ${directory})
+  install(EXPORT ${name}Targets NAMESPACE kai:: DESTINATION ${directory} COMPONENT dev)
   configure_package_config_file(${template} ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake
     INSTALL_DESTINATION ${directory})
   # Before 1.0 a minor version may change the interface, so hosts ask for the one that they were written for.
@@ -38,5 +38,5 @@ function(kai_install_cmake_package name template)
   install(FILES
     ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake
     ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake
-    DESTINATION ${directory})
+    DESTINATION ${directory} COMPONENT dev)
 endfunction()
