@@ -62,6 +62,15 @@ protected:
 /// | "combined_instructions" | string, read only: the instruction text that goes to the model                        |
 ///
 /// OpenAI assistants add "name" and "description" (strings).
+///
+/// Three keys need care:
+/// - "api_host": a name beyond ASCII must be given in its ASCII form ("xn--..."); requests to another form fail.
+/// - "temperature": the string is accepted, but reports a failed check first, because the check expects a double.
+/// Nothing
+///   else comes of the report. A host that does not want to see it installs a handler that ignores reports whose
+///   condition names "CMVariant::ValueType::Double" (cfSetAssertionHandler in cf/assertion.h).
+/// - "db_structure": the list that is read holds generated statements in place of the tables, so setting what was read
+///   loses the tables. To set a structure again, keep the JSON text or list that it was set with.
 class IKAIProperties : public IKAIObject {
 public:
     /// The keys with a description of their types, in a fixed order. "db_structure" is described by a template of
@@ -116,11 +125,11 @@ public:
     virtual std::pair<std::vector<std::string>, std::string> obtainAvailableModels() = 0;
 
     /// Changes the assistant's settings.
-    /// @param fill  called once, during the call, with a fresh properties object that it fills; the keys that it
-    ///              assigns are taken over, all others keep their values. A key whose value was refused or ignored is
-    ///              taken over too, with what the fresh object holds: the default, for "db_structure" none at all. An
-    ///              OpenAI assistant that is not on the service takes the whole object over. The object is not the
-    ///              host's to keep.
+    /// @param fill  called once, during the call, with a fresh properties object that it fills; the object is not the
+    ///              host's to keep. The assistant then copies every key that `fill` passed to setProperty; other keys
+    ///              keep their values. A key whose value was refused is copied as well: it gets its default value, and
+    ///              "db_structure" becomes empty. So do not pass a value that setProperty refuses. An OpenAI assistant
+    ///              that is not on the service yet copies all keys.
     /// @return the error text; the settings are then as they were, but for "api_host" of an OpenAI assistant: a new one
     ///         stays. Open sessions see the new values at their next turn.
     virtual std::string setAssistantProperties(std::function<void(IKAIProperties*)> fill) = 0;
@@ -136,6 +145,11 @@ public:
 
     /// Continues a conversation from the text that serializeSession gave. The settings in the text become the
     /// assistant's settings, for all of its sessions; the temperature is not restored.
+    ///
+    /// The text names the host that every later request goes to, with the API key in it, and the instructions and
+    /// database structure that are sent there. Restore texts of your own storage only. To be sure, parse the text as
+    /// JSON before (COJson in cf/json.h) and compare its "api_host" with the hosts that you trust with the key; an
+    /// empty one means the provider's default host.
     /// @return as createSession
     virtual std::pair<IKAISession*, std::string> restoreSession(std::string serializedSession) = 0;
 
@@ -195,11 +209,14 @@ using KAIPtr = std::unique_ptr<Object, KAIObjectDeleter>;
 
 /// Sets the process-wide callback; null removes it. It is called on the thread of the library operation with the name
 /// of an event and its data; the only event is "KAILocalizeString" (see KAICallbackLocalizationInfo), by which the host
-/// may translate the library's own messages. Set it before using the library, or while no operation runs.
+/// may translate the library's own messages. Set it before using the library, or while no operation runs. The callback
+/// must not free the assistant whose operation calls it.
 KAI_EXPORT void KAIRegisterCallback(void (*callback)(const char* eventName, void* data));
 
-/// Sets the process-wide HTTP settings, copied; every later request of every assistant runs with them. Set them while
-/// no operation runs on another thread.
+/// Sets the process-wide HTTP settings, copied; every later request of every assistant runs with them. `cancelled` is
+/// also asked while an OpenAI assistant waits between two looks at a run. The functions in the settings must not free
+/// the assistant whose operation calls them. They are destroyed when other settings replace them and when the library
+/// is unloaded, but not when the process ends. Set them while no operation runs on another thread.
 KAI_EXPORT void KAISetHTTPSettings(const CMRestGlobalSettings& settings);
 
 #endif
