@@ -116,7 +116,7 @@ void readStructure(std::string_view input) {
     KAIAssistantProperties properties;
     const std::string given(input);
     if (!properties.setProperty("db_structure", given)) {
-        require(properties.obtainSettings().databaseStructure.empty(), "a refused structure is not stored");
+        require(properties.obtainSettings().databaseStructure->empty(), "a refused structure is not stored");
     }
     std::string text;
     const CMVariant list = properties.obtainProperty("db_structure");

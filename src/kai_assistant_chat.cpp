@@ -31,31 +31,6 @@ HTTP::Params expandKey(std::span<const ChatParam> params, std::string_view apiKe
     return expanded;
 }
 
-/// The text for a failed exchange: what the service says, otherwise what the transport says.
-std::string chooseErrorText(std::string serviceText, std::string transportText) {
-    return serviceText.empty() ? std::move(transportText) : std::move(serviceText);
-}
-
-/// Copies a field and marks its key as assigned, if it was assigned in the source.
-template <class Field>
-void takeOverField(KAIAssistantSettings& target, KAIAssistantSettings& source, const char* key,
-                   Field KAIAssistantSettings::*field) {
-    if (source.assignedKeys.find(key) != source.assignedKeys.end()) {
-        target.*field = std::move(source.*field);
-        target.assignedKeys.insert(key);
-    }
-}
-
-void takeOverAssigned(KAIAssistantSettings& target, KAIAssistantSettings& source) {
-    source.apiHost = cfTrimAsString(source.apiHost);
-    takeOverField(target, source, "api_host", &KAIAssistantSettings::apiHost);
-    takeOverField(target, source, "model", &KAIAssistantSettings::model);
-    takeOverField(target, source, "temperature", &KAIAssistantSettings::temperature);
-    takeOverField(target, source, "user_instructions", &KAIAssistantSettings::userInstructions);
-    takeOverField(target, source, "system_instructions", &KAIAssistantSettings::systemInstructions);
-    takeOverField(target, source, "db_structure", &KAIAssistantSettings::databaseStructure);
-}
-
 }  // namespace
 
 ChatAssistant::ChatAssistant(const ChatProtocol& protocol, std::unique_ptr<ICSHTTPPoolCenter> poolCenter,
@@ -74,8 +49,10 @@ ChatAssistant::ChatAssistant(const ChatProtocol& protocol, std::unique_ptr<ICSHT
     for (auto& [name, value] : expandKey(m_protocol.headers, apiKey)) {
         m_restSession->addHeaderParam(std::move(name), std::move(value));
     }
-    m_properties->changeSettings().apiHost = cfTrimAsString(host);
-    ensureHost(m_properties->changeSettings());
+    m_properties->changeSettings([&](AssistantSettings& settings) {
+        settings.apiHost = cfTrimAsString(host);
+        ensureHost(settings);
+    });
 }
 
 std::pair<std::vector<std::string>, std::string> ChatAssistant::obtainAvailableModels() {
@@ -101,14 +78,14 @@ std::string ChatAssistant::setAssistantProperties(std::function<void(IKAIPropert
     if (fill) {
         fill(&fresh);
     }
-    if (fresh.isAssigned("temperature")) {
-        double& temperature = fresh.changeSettings().temperature;
-        temperature = std::clamp(temperature, m_protocol.temperatures.lowest, m_protocol.temperatures.highest);
-    }
-    KAIAssistantSettings settings = m_properties->obtainSettings();
-    takeOverAssigned(settings, fresh.changeSettings());
-    ensureHost(settings);
-    m_properties->changeSettings() = std::move(settings);
+    m_properties->changeSettings([&](AssistantSettings& settings) {
+        fresh.takeOverAssigned(settings);
+        if (fresh.isAssigned("temperature")) {
+            const auto& [lowest, highest] = m_protocol.temperatures;
+            settings.temperature = std::clamp(settings.temperature, lowest, highest);
+        }
+        ensureHost(settings);
+    });
     return {};
 }
 
@@ -222,7 +199,7 @@ std::string ChatAssistant::buildURL(std::span<const std::string_view> path, std:
     return cfConcatURL(parts);
 }
 
-void ChatAssistant::ensureHost(KAIAssistantSettings& settings) const {
+void ChatAssistant::ensureHost(AssistantSettings& settings) const {
     if (settings.apiHost.empty()) {
         settings.apiHost = m_protocol.defaultHost;
     }

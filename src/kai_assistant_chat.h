@@ -40,7 +40,7 @@ private:
     ChatAnswer askForWhole(ChatBody& body, const std::string& model) const;
     [[nodiscard]] ChatSession* castSession(IKAISession* session) const;
     [[nodiscard]] std::string buildURL(std::span<const std::string_view> path, std::string_view model) const;
-    void ensureHost(KAIAssistantSettings& settings) const;
+    void ensureHost(AssistantSettings& settings) const;
 
     const ChatProtocol& m_protocol;
     HTTP::Params m_queryParams;

@@ -27,15 +27,15 @@ constexpr const char* kDefaultHost = "api.openai.com";
 // Creating and modifying send the same body: what the host assigned, and the instructions.
 COJson buildAssistantBody(KAIAssistantProperties_OPENAI& candidate) {
     COJson body;
-    const KAIAssistantSettings& settings = candidate.obtainSettings();
+    const kai::AssistantSettings& settings = candidate.obtainSettings();
     const auto addIfAssigned = [&](const char* key, const std::string& value) {
         if (candidate.isAssigned(key)) {
             body.addKeyValue(key).setString(value);
         }
     };
     addIfAssigned("model", settings.model);
-    addIfAssigned("name", candidate.obtainName());
-    addIfAssigned("description", candidate.obtainDescription());
+    addIfAssigned("name", settings.name);
+    addIfAssigned("description", settings.description);
     if (candidate.isAssigned("temperature")) {
         body.addKeyValue("temperature").setDouble(settings.temperature);
     }
@@ -46,7 +46,7 @@ COJson buildAssistantBody(KAIAssistantProperties_OPENAI& candidate) {
     return body;
 }
 
-void prepareCandidate(KAIAssistantSettings& settings) {
+void prepareCandidate(kai::AssistantSettings& settings) {
     settings.temperature = std::clamp(settings.temperature, 0.0, 2.0);
     if (settings.apiHost.empty()) {
         settings.apiHost = kDefaultHost;
@@ -79,8 +79,10 @@ KAIAssistant_OPENAI::KAIAssistant_OPENAI(std::unique_ptr<ICSHTTPPoolCenter> pool
     m_restSession->setPoolCenter(m_poolCenter.get());
     m_restSession->setAuthorizationHeaderValue("Bearer " + apiKey);
     m_restSession->addHeaderParam("OpenAI-Beta", "assistants=v2");
-    m_properties->changeSettings().apiHost = cfTrimAsString(host);
-    prepareCandidate(m_properties->changeSettings());
+    m_properties->changeSettings([&](kai::AssistantSettings& settings) {
+        settings.apiHost = cfTrimAsString(host);
+        prepareCandidate(settings);
+    });
 }
 
 std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue& data) {
@@ -125,26 +127,27 @@ std::string KAIAssistant_OPENAI::setAssistantProperties(std::function<void(IKAIP
         return "Properties not set";
     }
     KAIAssistantProperties_OPENAI candidate;
-    candidate.changeSettings().apiHost = obtainHost();
+    candidate.changeSettings([&](kai::AssistantSettings& settings) { settings.apiHost = obtainHost(); });
     fill(&candidate);
-    prepareCandidate(candidate.changeSettings());
+    candidate.changeSettings(prepareCandidate);
     if (candidate.isAssigned("api_host")) {
         // At once: the request that follows goes to the new host already, and the change stays if it fails.
-        m_properties->changeSettings().apiHost = candidate.obtainSettings().apiHost;
+        m_properties->changeSettings(
+            [&](kai::AssistantSettings& settings) { settings.apiHost = candidate.obtainSettings().apiHost; });
     }
     if (!m_assistantID.empty()) {
         std::string errorText = modifyAssistant(&candidate);
         if (errorText.empty()) {
             KAIAssistantProperties_OPENAI merged(*m_properties);
             candidate.copyAssignedProperties(merged);
-            m_properties->swap(merged);
+            m_properties->adoptSettings(std::move(merged));
         }
         return errorText;
     }
     auto [id, errorText] = createAssistant(&candidate);
     if (errorText.empty()) {
         m_assistantID = std::move(id);
-        m_properties->swap(candidate);
+        m_properties->adoptSettings(std::move(candidate));
     }
     return errorText;
 }
@@ -200,7 +203,7 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::restoreSession(std::st
     }
     auto session = std::make_unique<KAISession_OPENAI>(*m_properties, std::string());
     m_sessions.reserve(m_sessions.size() + 1);
-    if (!session->loadSession(serializedSession, m_assistantID)) {
+    if (!session->loadSession(serializedSession, kDefaultHost, m_assistantID)) {
         return {nullptr, localizeString("Cannot load session data")};
     }
     m_sessions.push_back(session.get());
@@ -239,7 +242,8 @@ std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::addMessage(IKAISession
     if (thread == nullptr || text.empty()) {
         return {nullptr, "Session is empty"};
     }
-    const std::string& threadID = thread->obtainThreadID();
+    // A copy: a callback of the host may free the session while an exchange runs.
+    const std::string threadID = thread->obtainThreadID();
     if (std::string errorText = postMessage(threadID, text); !errorText.empty()) {
         return {nullptr, std::move(errorText)};
     }
@@ -306,6 +310,8 @@ std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::fetchAnswer(const std:
     return {message.release(), {}};
 }
 
-const std::string& KAIAssistant_OPENAI::obtainHost() const noexcept {
-    return m_properties->obtainSettings().apiHost;
+// The host may have set blanks on the live properties.
+std::string KAIAssistant_OPENAI::obtainHost() const {
+    const std::string& host = m_properties->obtainSettings().apiHost;
+    return host.empty() ? kDefaultHost : host;
 }

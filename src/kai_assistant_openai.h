@@ -45,7 +45,7 @@ private:
     std::pair<std::string, std::string> createRun(const std::string& threadID);
     KAIRunState lookAtRun(const std::string& threadID, const std::string& runID);
     std::pair<IKAIMessage*, std::string> fetchAnswer(const std::string& threadID, const std::string& runID);
-    [[nodiscard]] const std::string& obtainHost() const noexcept;
+    [[nodiscard]] std::string obtainHost() const;
 
     std::string m_assistantID;
     std::vector<KAISession_OPENAI*> m_sessions;

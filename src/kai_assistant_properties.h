@@ -2,7 +2,8 @@
 #define KAI_ASSISTANT_PROPERTIES_H
 
 #include <memory>
-#include <set>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,20 +11,9 @@
 
 #include "cf/json.h"
 #include "kai.h"
-
-/// The settings behind the properties, as the providers read them.
-struct KAIAssistantSettings {
-    /// Every key ever passed to setProperty, whatever came of it.
-    std::set<std::string, std::less<>> assignedKeys;
-    std::string apiHost;
-    std::string model;
-    double temperature = 1.0;
-    std::string userInstructions;
-    /// Instruction texts by name; every value is a string.
-    CMVariantMap systemInstructions;
-    /// JSON text, as the host gave it; empty or valid.
-    std::string databaseStructure;
-};
+#include "kai_assistant_settings.h"
+#include "kai_create_statement.h"
+#include "kai_property.h"
 
 /// The record of settings that every assistant owns: read and written by hosts through IKAIProperties, and read
 /// directly by the providers.
@@ -36,11 +26,32 @@ public:
     CMVariant obtainProperty(const std::string& key) override;
     bool setProperty(const std::string& key, const CMVariant& value) override;
 
-    [[nodiscard]] const KAIAssistantSettings& obtainSettings() const noexcept { return m_settings; }
-    KAIAssistantSettings& changeSettings() noexcept { return m_settings; }
+    [[nodiscard]] const kai::AssistantSettings& obtainSettings() const noexcept { return m_settings; }
+
+    /// Replaces the settings: the one place by which they change. What is kept of the former ones is dropped.
+    void replaceSettings(kai::AssistantSettings&& settings) noexcept;
+
+    /// Takes the settings out of another object, which is not used any more.
+    void adoptSettings(KAIAssistantProperties&& other) noexcept { replaceSettings(std::move(other.m_settings)); }
+
+    /// Changes the settings, all of what `change` does or nothing.
+    /// @param change  called with a copy of the settings
+    template <class Change>
+    void changeSettings(Change change) {
+        kai::AssistantSettings settings = m_settings;
+        change(settings);
+        replaceSettings(std::move(settings));
+    }
+
+    /// The properties that every assistant has, in the order of their descriptions, and those that a provider adds.
+    [[nodiscard]] static std::span<const kai::Property> obtainCommonRows() noexcept;
+    [[nodiscard]] std::span<const kai::Property> obtainAddedRows() const noexcept { return m_addedRows; }
 
     /// Whether the host ever assigned the key.
     [[nodiscard]] bool isAssigned(std::string_view key) const;
+
+    /// Copies the fields whose keys the host assigned here, and records those keys in the target.
+    void takeOverAssigned(kai::AssistantSettings& target) const;
 
     /// Writes what the host assigned here into the target, through the target's own rules; the database structure is
     /// copied as it is, since it was checked when it was set.
@@ -51,7 +62,8 @@ public:
     [[nodiscard]] std::string obtainCombinedInstructions() const;
 
     /// The instruction text as a JSON string, quotation marks included, as it stands in a request; null when there is
-    /// none. The caller's share of the text stays as it is whatever happens to the properties.
+    /// none. Written once for the same settings, unless something malformed in the structure was reported: that is
+    /// reported at every call. The caller's share of the text stays as it is whatever happens to the properties.
     [[nodiscard]] std::shared_ptr<const std::string> obtainWrittenInstructions() const;
 
     /// The catalogs of the database structure with the statements made from them.
@@ -67,12 +79,17 @@ public:
     [[nodiscard]] static std::string buildCreateStatement(std::string_view qualifier, std::string_view kind,
                                                           const COJsonValue& description);
 
-private:
-    bool setTemperature(const CMVariant& value);
-    bool mergeSystemInstructions(const CMVariant& value);
-    bool setDatabaseStructure(const CMVariant& value);
+protected:
+    /// @param addedRows  what a provider adds to the common properties; lives as long as the program
+    explicit KAIAssistantProperties(std::span<const kai::Property> addedRows) noexcept : m_addedRows(addedRows) {}
 
-    KAIAssistantSettings m_settings;
+private:
+    [[nodiscard]] const kai::Property* findRow(std::string_view key) const noexcept;
+
+    std::span<const kai::Property> m_addedRows;
+    kai::AssistantSettings m_settings;
+    // The written instructions, once they were asked for.
+    mutable std::optional<std::shared_ptr<const std::string>> m_writtenInstructions;
 };
 
 #endif

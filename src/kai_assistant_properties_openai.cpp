@@ -2,36 +2,46 @@
 
 #include "cf/assertion.h"
 
-std::vector<std::pair<std::string, std::string>> KAIAssistantProperties_OPENAI::obtainPropertyDescriptions() {
-    std::vector<std::pair<std::string, std::string>> descriptions =
-        KAIAssistantProperties::obtainPropertyDescriptions();
-    descriptions.emplace_back("name", "string");
-    descriptions.emplace_back("description", "string");
-    return descriptions;
-}
+namespace {
 
-CMVariant KAIAssistantProperties_OPENAI::obtainProperty(const std::string& key) {
-    if (key == "name") {
-        return m_name;
-    }
-    if (key == "description") {
-        return m_description;
-    }
-    return KAIAssistantProperties::obtainProperty(key);
-}
+using kai::AssistantSettings;
+using kai::Property;
+using kai::Recording;
 
-bool KAIAssistantProperties_OPENAI::setProperty(const std::string& key, const CMVariant& value) {
-    if (key != "name" && key != "description") {
-        return KAIAssistantProperties::setProperty(key, value);
-    }
+template <auto field>
+bool storeText(AssistantSettings& settings, const CMVariant& value) {
     // No guard behind the check: a value of another type is stored as its text.
     CF_ASSERT(value.getValueType() == CMVariant::ValueType::String);
-    (key == "name" ? m_name : m_description) = value.stringValue();
+    settings.*field = value.stringValue();
     return true;
 }
 
-void KAIAssistantProperties_OPENAI::swap(KAIAssistantProperties_OPENAI& other) noexcept {
-    std::swap(changeSettings(), other.changeSettings());
-    m_name.swap(other.m_name);
-    m_description.swap(other.m_description);
+constexpr Property kAddedRows[] = {
+    {.key = "name",
+     .describe = kai::describeText,
+     .read = kai::readField<&AssistantSettings::name>,
+     .recording = Recording::Never,
+     .set = storeText<&AssistantSettings::name>,
+     .takeOver = kai::takeOverField<&AssistantSettings::name>,
+     .copy = kai::copyByRule,
+     .write = kai::writeText<&AssistantSettings::name>,
+     .readSaved = kai::readSavedText,
+     .restore = kai::restoreByRule},
+    {.key = "description",
+     .describe = kai::describeText,
+     .read = kai::readField<&AssistantSettings::description>,
+     .recording = Recording::Never,
+     .set = storeText<&AssistantSettings::description>,
+     .takeOver = kai::takeOverField<&AssistantSettings::description>,
+     .copy = kai::copyByRule,
+     .write = kai::writeText<&AssistantSettings::description>,
+     .readSaved = kai::readSavedText,
+     .restore = kai::restoreByRule},
+};
+static_assert(kai::areComplete(kAddedRows));
+
+}  // namespace
+
+KAIAssistantProperties_OPENAI::KAIAssistantProperties_OPENAI() : KAIAssistantProperties(kAddedRows) {
+    changeSettings([](AssistantSettings& settings) { settings.name = "Keltrix Assistant"; });
 }

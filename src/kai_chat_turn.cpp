@@ -38,8 +38,8 @@ ChatBody::ChatBody(const ChatProtocol& protocol, const KAIAssistantProperties& p
     *m_written += '}';
 }
 
-void ChatBody::appendMember(const ChatMember& member, const ChatProtocol& protocol,
-                            const KAIAssistantSettings& settings, std::string_view text) {
+void ChatBody::appendMember(const ChatMember& member, const ChatProtocol& protocol, const AssistantSettings& settings,
+                            std::string_view text) {
     *m_written += member.start;
     switch (member.value) {
         case ChatValue::None:

@@ -40,7 +40,7 @@ private:
         Part part;
     };
 
-    void appendMember(const ChatMember& member, const ChatProtocol& protocol, const KAIAssistantSettings& settings,
+    void appendMember(const ChatMember& member, const ChatProtocol& protocol, const AssistantSettings& settings,
                       std::string_view text);
     void appendMessages(const ChatProtocol& protocol, std::string_view text);
     void insert(Part part) noexcept;

@@ -6,6 +6,8 @@
 
 #include "kai_optional_members.h"
 
+namespace kai {
+
 namespace {
 
 /// Appends pieces to a text. They are gathered on the stack first: a statement has a hundred short ones, and appending
@@ -168,13 +170,15 @@ bool appendWellFormedStatement(PieceAppender& out, std::string_view qualifier, s
 }  // namespace
 
 void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
-                           const COJsonValue& description, KAIMalformedReporter reportMalformed) {
+                           const COJsonValue& description, MalformedPlaces& malformed) {
     const std::size_t start = text.size();
     PieceAppender out(text);
     if (appendWellFormedStatement(out, qualifier, kind, description)) {
         out.flush();
     } else {
-        reportMalformed();
+        malformed.report();
         text.resize(start);
     }
 }
+
+}  // namespace kai

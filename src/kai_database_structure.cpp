@@ -6,6 +6,8 @@
 
 #include "kai_optional_members.h"
 
+namespace kai {
+
 namespace {
 
 struct Catalog {
@@ -25,20 +27,20 @@ struct Schema {
 };
 
 template <class Visitor>
-void visitCatalogs(const COJsonValue& root, KAIMalformedReporter reportMalformed, Visitor visit) {
+void visitCatalogs(const COJsonValue& root, MalformedPlaces& malformed, Visitor visit) {
     for (const COJsonValue item : root.obtainItems()) {
         const Catalog catalog{item.obtainMember("catalog_id"), item.obtainMember("catalog_name"),
                               item.obtainMember("schemas")};
         if (isStringOrMissing(catalog.id) && isStringOrMissing(catalog.name) && catalog.schemas.isArray()) {
             visit(catalog);
         } else {
-            reportMalformed();
+            malformed.report();
         }
     }
 }
 
 template <class Visitor>
-void visitSchemas(const Catalog& catalog, KAIMalformedReporter reportMalformed, Visitor visit) {
+void visitSchemas(const Catalog& catalog, MalformedPlaces& malformed, Visitor visit) {
     for (const COJsonValue item : catalog.schemas.obtainItems()) {
         const Schema schema{item.obtainMember("schema_id"), item.obtainMember("schema_name"),
                             item.obtainMember("tables"), item.obtainMember("views"), item.obtainMember("mviews")};
@@ -47,7 +49,7 @@ void visitSchemas(const Catalog& catalog, KAIMalformedReporter reportMalformed, 
             isArrayOrMissing(schema.materializedViews)) {
             visit(schema);
         } else {
-            reportMalformed();
+            malformed.report();
         }
     }
 }
@@ -78,21 +80,21 @@ void addStringIfPresent(CMVariantMap& map, const char* key, const COJsonValue& v
     }
 }
 
-CMVariantMap readSchema(const Schema& schema, KAIMalformedReporter reportMalformed) {
+CMVariantMap readSchema(const Schema& schema, MalformedPlaces& malformed) {
     CMVariantMap map;
     addStringIfPresent(map, "schema_id", schema.id);
     addStringIfPresent(map, "schema_name", schema.name);
     CMVariantList instructions;
     visitDescriptions(schema, [&](std::string_view kind, const COJsonValue& description) {
         std::string statement;
-        appendCreateStatement(statement, schema.name.obtainString(), kind, description, reportMalformed);
+        appendCreateStatement(statement, schema.name.obtainString(), kind, description, malformed);
         instructions.emplace_back(std::move(statement));
     });
     map.emplace("instructions", std::move(instructions));
     return map;
 }
 
-CMVariantMap readCatalog(const Catalog& catalog, KAIMalformedReporter reportMalformed) {
+CMVariantMap readCatalog(const Catalog& catalog, MalformedPlaces& malformed) {
     CMVariantMap map;
     addStringIfPresent(map, "catalog_id", catalog.id);
     addStringIfPresent(map, "catalog_name", catalog.name);
@@ -104,20 +106,20 @@ CMVariantMap readCatalog(const Catalog& catalog, KAIMalformedReporter reportMalf
     }
     map.emplace("instructions", std::move(instructions));
     CMVariantList schemas;
-    visitSchemas(catalog, reportMalformed,
-                 [&](const Schema& schema) { schemas.emplace_back(readSchema(schema, reportMalformed)); });
+    visitSchemas(catalog, malformed,
+                 [&](const Schema& schema) { schemas.emplace_back(readSchema(schema, malformed)); });
     map.emplace("schemas", std::move(schemas));
     return map;
 }
 
-void appendCatalogText(std::string& text, const Catalog& catalog, KAIMalformedReporter reportMalformed) {
+void appendCatalogText(std::string& text, const Catalog& catalog, MalformedPlaces& malformed) {
     if (catalog.name.isString()) {
         appendCatalogLine(text, catalog);
         text += '\n';
     }
-    visitSchemas(catalog, reportMalformed, [&](const Schema& schema) {
+    visitSchemas(catalog, malformed, [&](const Schema& schema) {
         visitDescriptions(schema, [&](std::string_view kind, const COJsonValue& description) {
-            appendCreateStatement(text, schema.name.obtainString(), kind, description, reportMalformed);
+            appendCreateStatement(text, schema.name.obtainString(), kind, description, malformed);
             text += '\n';
         });
     });
@@ -168,26 +170,28 @@ COJson buildDatabaseStructureTemplate() {
     return json;
 }
 
-CMVariantList readDatabaseStructure(std::string_view json, KAIMalformedReporter reportMalformed) {
+CMVariantList readDatabaseStructure(std::string_view json, MalformedPlaces& malformed) {
     const COJson document(json);
     CMVariantList unnamed;
     CMVariantList named;
-    visitCatalogs(document.obtainRoot(), reportMalformed, [&](const Catalog& catalog) {
-        (catalog.hasName() ? named : unnamed).emplace_back(readCatalog(catalog, reportMalformed));
+    visitCatalogs(document.obtainRoot(), malformed, [&](const Catalog& catalog) {
+        (catalog.hasName() ? named : unnamed).emplace_back(readCatalog(catalog, malformed));
     });
     std::move(named.begin(), named.end(), std::back_inserter(unnamed));
     return unnamed;
 }
 
-void appendDatabaseStructureText(std::string& text, std::string_view json, KAIMalformedReporter reportMalformed) {
+void appendDatabaseStructureText(std::string& text, std::string_view json, MalformedPlaces& malformed) {
     const COJson document(json);
     // Statements take about two thirds of the bytes of their description.
     text.reserve(text.size() + json.size() / 3 * 2);
     std::vector<Catalog> catalogs;
-    visitCatalogs(document.obtainRoot(), reportMalformed,
+    visitCatalogs(document.obtainRoot(), malformed,
                   [&catalogs](const Catalog& catalog) { catalogs.push_back(catalog); });
     std::stable_partition(catalogs.begin(), catalogs.end(), [](const Catalog& catalog) { return !catalog.hasName(); });
     for (const Catalog& catalog : catalogs) {
-        appendCatalogText(text, catalog, reportMalformed);
+        appendCatalogText(text, catalog, malformed);
     }
 }
+
+}  // namespace kai

@@ -9,14 +9,35 @@ namespace {
 // libcf's requests carry a mark of their creator; this is the library's.
 constexpr std::uint32_t kRequestMark = 2062955722;
 
-// Never destroyed: a host may still use an assistant while its static objects are.
-CMRestGlobalSettings& obtainGlobalSettings() {
-    static auto* const settings = new CMRestGlobalSettings;
-    return *settings;
+// Not destroyed with the other static objects: a host may still use an assistant while its own are.
+union SettingsStorage {
+    SettingsStorage() : settings() {}
+    ~SettingsStorage() {}
+    CMRestGlobalSettings settings;
+};
+
+CMRestGlobalSettings& changeGlobalSettings() {
+    static SettingsStorage storage;
+    return storage.settings;
 }
 
 // Made when the library is loaded, not in the first request.
-[[maybe_unused]] const CMRestGlobalSettings& s_settingsOfLoadTime = obtainGlobalSettings();
+[[maybe_unused]] const CMRestGlobalSettings& s_settingsOfLoadTime = changeGlobalSettings();
+
+bool s_isProcessEnding = false;
+
+struct EndOfProcess {
+    ~EndOfProcess() { s_isProcessEnding = true; }
+};
+
+// Runs behind the destructors of the program's static objects, which may still use an assistant, and when the library
+// is unloaded. Then nothing of the host's functions and of what they hold is left behind; at the end of the process
+// they are left alone, since what they refer to may be gone already.
+[[gnu::destructor]] void releaseSettings() {
+    if (!s_isProcessEnding) {
+        changeGlobalSettings().~CMRestGlobalSettings();
+    }
+}
 
 template <class Request>
 using RunOperation = std::int32_t (ICSRestClient::*)(const Request&, CMRestResourceResponse*&);
@@ -35,21 +56,32 @@ template <class Request>
 HTTP::Result runRequest(CMRestSession* session, const Request& request, RunOperation<Request> run) {
     ICSAppFactory* factory = CF::obtainAppFactory();
     const std::unique_ptr<ICSRestClient> client(
-        factory->obtainRestService()->createRestClient(factory, obtainGlobalSettings(), session));
+        factory->obtainRestService()->createRestClient(factory, HTTP::obtainGlobalSettings(), session));
     CMRestResourceResponse* response = nullptr;
     const std::int32_t resultCode = (client.get()->*run)(request, response);
     if (resultCode == 0) {
         return {response, {}};
     }
     std::unique_ptr<CMRestResourceResponse> guard(response);
-    std::string message = factory->obtainErrorTextService()->describe(resultCode).message;
+    std::string message = HTTP::describeResult(resultCode);
     return {guard.release(), std::move(message)};
 }
 
 }  // namespace
 
 void HTTP::setGlobalSettings(const CMRestGlobalSettings& settings) {
-    obtainGlobalSettings() = settings;
+    changeGlobalSettings() = settings;
+    // Made here and not when the library is loaded: so it is destroyed before releaseSettings runs where the process
+    // ends, and behind it where the library is unloaded.
+    static const EndOfProcess endOfProcess;
+}
+
+const CMRestGlobalSettings& HTTP::obtainGlobalSettings() noexcept {
+    return changeGlobalSettings();
+}
+
+std::string HTTP::describeResult(std::int32_t resultCode) {
+    return CF::obtainAppFactory()->obtainErrorTextService()->describe(resultCode).message;
 }
 
 HTTP::Result HTTP::Get(CMRestSession* session, const std::string& url, const Params& queryParams,
@@ -99,3 +131,31 @@ std::string readErrorBody(CMRestResourceResponse* response) {
     }
     return response != nullptr ? response->getBufferString() : std::string();
 }
+
+namespace kai {
+
+std::string chooseErrorText(std::string serviceText, std::string transportText) {
+    return serviceText.empty() ? std::move(transportText) : std::move(serviceText);
+}
+
+bool isPathSegment(std::string_view id) noexcept {
+    return id != "." && id != "..";
+}
+
+std::string encodePathSegment(std::string_view id) {
+    constexpr std::string_view kUnreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string segment;
+    segment.reserve(id.size());
+    for (const char character : id) {
+        if (kUnreserved.find(character) != std::string_view::npos) {
+            segment += character;
+        } else {
+            const auto byte = static_cast<unsigned char>(character);
+            segment += {'%', kDigits[byte >> 4], kDigits[byte & 15]};
+        }
+    }
+    return segment;
+}
+
+}  // namespace kai

@@ -1,8 +1,10 @@
 #ifndef KAI_HTTP_H
 #define KAI_HTTP_H
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -19,6 +21,13 @@ using Result = std::pair<CMRestResourceResponse*, std::string>;
 
 /// Replaces the settings of every later exchange.
 void setGlobalSettings(const CMRestGlobalSettings& settings);
+
+/// The settings as they stand. What the host calls may replace them, so whoever calls a function of theirs copies it
+/// first.
+const CMRestGlobalSettings& obtainGlobalSettings() noexcept;
+
+/// The transport's text for a result code.
+std::string describeResult(std::int32_t resultCode);
 
 /// @param session      credential, session headers and pool; borrowed
 /// @param url          the complete URL, scheme included
@@ -42,5 +51,18 @@ std::optional<std::string> findErrorMessage(CMRestResourceResponse* response);
 /// What a failed response says for itself: the error message in its JSON body, otherwise the raw body. Empty for a null
 /// response.
 std::string readErrorBody(CMRestResourceResponse* response);
+
+namespace kai {
+
+/// The text for a failed exchange: what the service says, otherwise what the transport says.
+std::string chooseErrorText(std::string serviceText, std::string transportText);
+
+/// Whether an id that a service gave can stand in a path: "." and ".." would name another resource.
+bool isPathSegment(std::string_view id) noexcept;
+
+/// The id as a segment of a path, percent-encoded outside A-Z a-z 0-9 - . _ ~
+std::string encodePathSegment(std::string_view id);
+
+}  // namespace kai
 
 #endif

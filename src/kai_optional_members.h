@@ -3,6 +3,8 @@
 
 #include "cf/json.h"
 
+namespace kai {
+
 // What the value of a member that may be left out has to be where it is there.
 
 inline bool isStringOrMissing(const COJsonValue& value) {
@@ -12,5 +14,7 @@ inline bool isStringOrMissing(const COJsonValue& value) {
 inline bool isArrayOrMissing(const COJsonValue& value) {
     return value.isArray() || !value.getIsValidJson();
 }
+
+}  // namespace kai
 
 #endif

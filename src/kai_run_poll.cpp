@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "kai_http.h"
 #include "kai_localization.h"
 
 namespace {
@@ -12,6 +13,8 @@ using std::chrono::milliseconds;
 constexpr milliseconds kFirstDelay{250};
 constexpr milliseconds kLongestDelay{1000};
 constexpr int kMostAttempts = 100;
+// Twice as often as a host is promised to be asked, since a sleep may take longer than it should.
+constexpr milliseconds kLongestSleepBetweenQuestions{50};
 
 class SystemPollClock : public IKAIPollClock {
 public:
@@ -19,11 +22,21 @@ public:
     void sleepFor(std::chrono::steady_clock::duration duration) override { std::this_thread::sleep_for(duration); }
 };
 
-void sleepWhole(IKAIPollClock& clock, milliseconds delay) {
+/// Sleeps through the whole delay, unless the host cancels.
+/// @return whether the whole delay has passed
+bool sleepWhole(IKAIPollClock& clock, milliseconds delay) {
+    using Duration = std::chrono::steady_clock::duration;
+    // A copy: the host's function may replace the settings that hold it.
+    const std::function<bool()> cancelled = HTTP::obtainGlobalSettings().cancelled;
+    const Duration longestSleep = cancelled ? kLongestSleepBetweenQuestions : delay;
     const auto end = clock.obtainNow() + delay;
     for (auto now = clock.obtainNow(); now < end; now = clock.obtainNow()) {
-        clock.sleepFor(end - now);
+        if (cancelled && cancelled()) {
+            return false;
+        }
+        clock.sleepFor(std::min<Duration>(end - now, longestSleep));
     }
+    return true;
 }
 
 milliseconds obtainNextDelay(milliseconds delay) {
@@ -84,7 +97,9 @@ std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>&
         if (attempts > kMostAttempts || state.kind == KAIRunState::Kind::Expired) {
             return localizeString("Timeout");
         }
-        sleepWhole(clock, delay);
+        if (!sleepWhole(clock, delay)) {
+            return HTTP::describeResult(static_cast<std::int32_t>(CMRestResult::Cancelled));
+        }
         delay = obtainNextDelay(delay);
     }
 }

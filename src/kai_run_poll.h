@@ -35,9 +35,9 @@ struct KAIRunState {
 KAIRunState readRunState(const COJson& run);
 
 /// Looks at a run again and again until it ends: after 250 ms, then each time 1.3 times the last delay, at most 1 s;
-/// 102 looks at most.
+/// 102 looks at most. While it waits, the host's `cancelled` is asked as often as during an exchange.
 /// @param look  asks the service for the run's state
-/// @return empty when the run completed, otherwise the error text
+/// @return empty when the run completed, otherwise the error text; the transport's own where the host cancelled
 std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>& look);
 
 #endif

@@ -7,13 +7,17 @@ namespace {
 
 std::string buildURL(const std::string& host, const KAIService_OPENAI::Path& path) {
     std::vector<std::string> parts{"https://" + host, "v1"};
-    parts.insert(parts.end(), path.begin(), path.end());
+    for (const std::string& segment : path) {
+        parts.push_back(kai::encodePathSegment(segment));
+    }
     return cfConcatURL(parts);
 }
 
 KAIServiceAnswer takeResult(HTTP::Result result, std::string_view suffix) {
     KAIServiceAnswer answer{std::unique_ptr<CMRestResourceResponse>(result.first), std::move(result.second)};
-    if (answer.errorText.empty() && !suffix.empty() && answer.findJson() == nullptr) {
+    if (!answer.errorText.empty()) {
+        answer.errorText = kai::chooseErrorText(readErrorBody(answer.response.get()), std::move(answer.errorText));
+    } else if (!suffix.empty() && answer.findJson() == nullptr) {
         answer.errorText = localizeString("Invalid response").append(suffix);
     }
     return answer;
@@ -47,14 +51,12 @@ std::pair<std::string, std::string> KAIService_OPENAI::postForID(const std::stri
         return {std::string(), std::move(answer.errorText)};
     }
     const COJsonValue id = answer.obtainMember("id");
-    if (!id.isString()) {
+    if (!id.isString() || !kai::isPathSegment(id.obtainString())) {
         return {{}, localizeString("Unsupported data format").append(suffix)};
     }
     return {std::string(id.obtainString()), {}};
 }
 
 std::string KAIService_OPENAI::deleteResource(const std::string& host, const Path& path) {
-    auto [response, errorText] = HTTP::Delete(&m_restSession, buildURL(host, path));
-    delete response;
-    return errorText;
+    return takeResult(HTTP::Delete(&m_restSession, buildURL(host, path)), {}).errorText;
 }

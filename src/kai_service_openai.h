@@ -22,13 +22,14 @@ struct KAIServiceAnswer {
 
 /// The OpenAI service's resources over HTTPS: builds the URLs below "v1" and reports failures as text.
 ///
-/// Transport errors come as they are. The library's own errors end in a suffix that names the request and writes "id"
-/// in place of identifiers.
+/// A failed exchange is reported in the service's own words, or the transport's where the service says nothing. The
+/// library's own errors end in a suffix that names the request and writes "id" in place of identifiers.
 class KAIService_OPENAI {
 public:
     /// @param restSession  carries the credential and the protocol's header; borrowed
     explicit KAIService_OPENAI(CMRestSession& restSession) : m_restSession(restSession) {}
 
+    /// The segments below "v1": words of the protocol, and ids as the service gave them.
     using Path = std::vector<std::string>;
 
     /// Gets a resource. An answer without JSON is an error only where the suffix is not empty.
@@ -36,7 +37,7 @@ public:
                          std::string_view suffix);
     /// Posts to a resource, with or without a body; the answer must be JSON.
     KAIServiceAnswer post(const std::string& host, const Path& path, ICOJsonValue* body, std::string_view suffix);
-    /// Posts, and reads the "id" of the resource that came of it.
+    /// Posts, and reads the "id" of the resource that came of it. An id that cannot stand in a path is no id.
     /// @return the id and the error text
     std::pair<std::string, std::string> postForID(const std::string& host, const Path& path, ICOJsonValue* body,
                                                   std::string_view suffix);

@@ -45,12 +45,11 @@ ChatSession::ChatSession(KAIAssistantProperties& properties, const ChatProtocol&
       m_rolePlace(rolePlace) {}
 
 std::string ChatSession::serializeSession() {
-    const KAIAssistantSettings& settings = m_properties.obtainSettings();
     std::string text = "{";
     {
         COJsonWriter writer(text);
-        writer.reserve(estimateSessionSettings(settings));
-        writeSessionSettings(writer, settings);
+        writer.reserve(estimateSessionSettings(m_properties.obtainSettings()));
+        writeSessionSettings(writer, m_properties);
     }
     text += R"(,"messages":[)";
     m_history->appendSessionText(text, m_rolePlace);
@@ -59,18 +58,22 @@ std::string ChatSession::serializeSession() {
 }
 
 bool ChatSession::loadSession(const std::string& serializedSession) {
-    const COJson json(serializedSession);
-    if (!json.getIsValidJson()) {
-        return false;
+    std::shared_ptr<ChatHistory> history;
+    SavedSettings saved;
+    {
+        const COJson json(serializedSession);
+        if (!json.getIsValidJson()) {
+            return false;
+        }
+        history = std::make_shared<ChatHistory>(m_protocol, serializedSession.size());
+        readHistory(json, *history);
+        saved = readSessionSettings(json, m_properties);
     }
-    auto history = std::make_shared<ChatHistory>(m_protocol, serializedSession.size());
-    readHistory(json, *history);
-    KAIAssistantProperties restored(m_properties);
-    readSessionSettings(json, restored);
-    if (restored.obtainSettings().apiHost.empty()) {
-        restored.changeSettings().apiHost = m_protocol.defaultHost;
+    AssistantSettings restored = restoreSettings(m_properties.obtainSettings(), std::move(saved));
+    if (restored.apiHost.empty()) {
+        restored.apiHost = m_protocol.defaultHost;
     }
-    m_properties.changeSettings() = std::move(restored.changeSettings());
+    m_properties.replaceSettings(std::move(restored));
     m_history = std::move(history);
     return true;
 }

@@ -1,47 +1,67 @@
 #include "kai_session_openai.h"
 
+#include <optional>
 #include <utility>
 
 #include "cf/json.h"
+#include "kai_http.h"
 #include "kai_session_settings.h"
+
+namespace {
+
+struct SavedThread {
+    std::string assistantID;
+    std::string threadID;
+    kai::SavedSettings settings;
+};
+
+std::optional<SavedThread> readSavedThread(const std::string& serializedSession,
+                                           const KAIAssistantProperties& properties) {
+    const COJson json(serializedSession);
+    const COJsonValue assistantID = json.obtainMember("assistant_id");
+    const COJsonValue threadID = json.obtainMember("thread_id");
+    for (const COJsonValue& id : {assistantID, threadID}) {
+        if (!id.isString() || !kai::isPathSegment(id.obtainString())) {
+            return std::nullopt;
+        }
+    }
+    return SavedThread{std::string(assistantID.obtainString()), std::string(threadID.obtainString()),
+                       kai::readSessionSettings(json, properties)};
+}
+
+}  // namespace
 
 KAISession_OPENAI::KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID)
     : m_assistantID(std::move(assistantID)), m_properties(properties) {}
 
 std::string KAISession_OPENAI::serializeSession() {
-    const KAIAssistantSettings& settings = m_properties.obtainSettings();
     std::string text;
     COJsonWriter writer(text);
-    writer.reserve(estimateSessionSettings(settings));
+    writer.reserve(kai::estimateSessionSettings(m_properties.obtainSettings()));
     writer.beginObject();
     writer.writeMember("assistant_id", m_assistantID);
     writer.writeMember("thread_id", m_threadID);
-    writer.writeMember("name", m_properties.obtainName());
-    writer.writeMember("description", m_properties.obtainDescription());
-    writeSessionSettings(writer, settings);
+    kai::writeSessionSettings(writer, m_properties);
     writer.endObject();
     writer.finish();
     return text;
 }
 
-bool KAISession_OPENAI::loadSession(const std::string& serializedSession, std::string& assistantID) {
-    const COJson json(serializedSession);
-    const COJsonValue savedAssistantID = json.obtainMember("assistant_id");
-    const COJsonValue savedThreadID = json.obtainMember("thread_id");
-    if (!savedAssistantID.isString() || !savedThreadID.isString()) {
+bool KAISession_OPENAI::loadSession(const std::string& serializedSession, std::string_view defaultHost,
+                                    std::string& assistantID) {
+    std::optional<SavedThread> saved = readSavedThread(serializedSession, m_properties);
+    if (!saved) {
         return false;
     }
     // Whatever may run out of memory comes before the first change.
-    std::string newAssistantID(savedAssistantID.obtainString());
-    std::string ownAssistantID(newAssistantID);
-    std::string newThreadID(savedThreadID.obtainString());
-    KAIAssistantProperties_OPENAI restored(m_properties);
-    readSessionSettings(json, restored);
-    readStringSetting(json, "name", restored);
-    readStringSetting(json, "description", restored);
-    m_properties.swap(restored);
+    kai::AssistantSettings restored = kai::restoreSettings(m_properties.obtainSettings(), std::move(saved->settings));
+    if (restored.apiHost.empty()) {
+        restored.apiHost = defaultHost;
+    }
+    std::string ownAssistantID = saved->assistantID;
+    m_properties.replaceSettings(std::move(restored));
     m_assistantID = std::move(ownAssistantID);
-    m_threadID = std::move(newThreadID);
-    assistantID = std::move(newAssistantID);
+    m_threadID = std::move(saved->threadID);
+    assistantID = std::move(saved->assistantID);
     return true;
 }

@@ -2,6 +2,7 @@
 #define KAI_SESSION_OPENAI_H
 
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "kai.h"
@@ -18,9 +19,10 @@ public:
     std::string serializeSession() override;
 
     /// Takes the ids, and the assistant's settings, from the text of serializeSession. All or nothing.
+    /// @param defaultHost  stands in for a blank host
     /// @param assistantID  receives the assistant's id too
-    /// @return false, with nothing changed, when the text is not JSON or lacks an id
-    bool loadSession(const std::string& serializedSession, std::string& assistantID);
+    /// @return false, with nothing changed, when the text is not JSON, or an id is missing or cannot stand in a path
+    bool loadSession(const std::string& serializedSession, std::string_view defaultHost, std::string& assistantID);
 
     void setThreadID(std::string threadID) noexcept { m_threadID = std::move(threadID); }
 

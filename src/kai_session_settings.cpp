@@ -1,67 +1,50 @@
 #include "kai_session_settings.h"
 
+namespace kai {
+
 namespace {
 
-void writeSystemInstructions(COJsonWriter& writer, const CMVariantMap& instructions) {
-    writer.writeKey("system_instructions");
-    writer.beginArray();
-    for (const auto& [name, instruction] : instructions) {
-        writer.beginObject();
-        writer.writeMember("key", name);
-        writer.writeMember("value", instruction.stringValue());
-        writer.endObject();
-    }
-    writer.endArray();
-}
-
-// Stored as they are, past setProperty: an instruction that was saved empty stays one.
-void readSystemInstructions(const COJson& json, KAIAssistantSettings& settings) {
-    for (const COJsonValue item : json.obtainMember("system_instructions").obtainItems()) {
-        const COJsonValue key = item.obtainMember("key");
-        const COJsonValue value = item.obtainMember("value");
-        if (key.isString() && value.isString()) {
-            settings.systemInstructions[std::string(key.obtainString())] = std::string(value.obtainString());
+template <class Visitor>
+void visitInOrderOfTexts(const KAIAssistantProperties& properties, Visitor visit) {
+    for (const std::span<const Property> rows :
+         {properties.obtainAddedRows(), KAIAssistantProperties::obtainCommonRows()}) {
+        for (const Property& row : rows) {
+            visit(row);
         }
     }
 }
 
 }  // namespace
 
-void writeSessionSettings(COJsonWriter& writer, const KAIAssistantSettings& settings) {
-    writer.writeMember("api_host", settings.apiHost);
-    writer.writeMember("model", settings.model);
-    writer.writeKey("temperature");
-    writer.writeDouble(settings.temperature);
-    writer.writeMember("user_instructions", settings.userInstructions);
-    if (!settings.systemInstructions.empty()) {
-        writeSystemInstructions(writer, settings.systemInstructions);
-    }
-    writer.writeMember("db_structure", settings.databaseStructure);
+void writeSessionSettings(COJsonWriter& writer, const KAIAssistantProperties& properties) {
+    visitInOrderOfTexts(properties,
+                        [&](const Property& row) { row.write(writer, row.key, properties.obtainSettings()); });
 }
 
-void readStringSetting(const COJson& json, const char* key, KAIAssistantProperties& properties) {
-    const COJsonValue value = json.obtainMember(key);
-    if (value.isString()) {
-        properties.setProperty(key, std::string(value.obtainString()));
-    }
+SavedSettings readSessionSettings(const COJson& json, const KAIAssistantProperties& properties) {
+    SavedSettings saved;
+    visitInOrderOfTexts(properties, [&](const Property& row) {
+        SavedValue value = row.readSaved(json.obtainMember(row.key));
+        if (value.index() != 0) {
+            saved.emplace_back(&row, std::move(value));
+        }
+    });
+    return saved;
 }
 
-void readSessionSettings(const COJson& json, KAIAssistantProperties& properties) {
-    readStringSetting(json, "api_host", properties);
-    readStringSetting(json, "model", properties);
-    const COJsonValue temperature = json.obtainMember("temperature");
-    if (temperature.isNumber()) {
-        properties.setProperty("temperature", temperature.obtainDouble());
+AssistantSettings restoreSettings(AssistantSettings current, SavedSettings saved) {
+    for (auto& [property, value] : saved) {
+        property->restore(*property, current, std::move(value));
     }
-    readStringSetting(json, "user_instructions", properties);
-    readSystemInstructions(json, properties.changeSettings());
-    readStringSetting(json, "db_structure", properties);
+    return current;
 }
 
-std::size_t estimateSessionSettings(const KAIAssistantSettings& settings) {
+std::size_t estimateSessionSettings(const AssistantSettings& settings) {
     constexpr std::size_t kKeysAndNumbers = 256;
     constexpr std::size_t kBytesAnInstruction = 128;
     // A database structure is JSON itself: about every sixth byte of it is a quotation mark that needs escaping.
-    return kKeysAndNumbers + settings.userInstructions.size() + settings.databaseStructure.size() / 4 * 5 +
-           settings.systemInstructions.size() * kBytesAnInstruction;
+    return kKeysAndNumbers + settings.userInstructions->size() + settings.databaseStructure->size() / 4 * 5 +
+           settings.systemInstructions->size() * kBytesAnInstruction;
 }
+
+}  // namespace kai

@@ -5,8 +5,8 @@
 
 int main(int argc, char** argv) {
     const char* key = std::getenv("DEEPSEEK_API_KEY");
-    KAIPtr<IKAIAssistant> assistant(KAICreateAssistant(
-        KAIAssistantType::DEEPSEEK, cfCreateHTTPPoolCenter(), key ? key : "", argc > 1 ? argv[1] : ""));
+    KAIPtr<IKAIAssistant> assistant(KAICreateAssistant(KAIAssistantType::DEEPSEEK, cfCreateHTTPPoolCenter(),
+                                                       key ? key : "", argc > 1 ? argv[1] : ""));
     assistant->setAssistantProperties([](IKAIProperties* properties) {
         properties->setProperty("model", "deepseek-v4-flash");
         properties->setProperty("user_instructions", "Answer with one SQL statement.");

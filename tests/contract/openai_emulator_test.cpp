@@ -189,8 +189,8 @@ TEST_F(OpenAIEmulator, ReportsAThreadThatIsGone) {
     const SessionHandle session(
         assistant->restoreSession(R"({"assistant_id":"asst_gone","thread_id":"thread_gone"})").first);
     ASSERT_NE(session, nullptr);
-    EXPECT_EQ(say(*assistant, *session, "one"), "<HTTP 404 Not Found>");
-    EXPECT_EQ(assistant->destroySession(session.get()), "HTTP 404 Not Found");
+    EXPECT_EQ(say(*assistant, *session, "one"), "<No thread found with id 'thread_gone'.>");
+    EXPECT_EQ(assistant->destroySession(session.get()), "No thread found with id 'thread_gone'.");
 }
 
 TEST_F(OpenAIEmulator, ListsModelsNewestFirst) {
@@ -201,8 +201,8 @@ TEST_F(OpenAIEmulator, ListsModelsNewestFirst) {
 
 TEST_F(OpenAIEmulator, RefusesAWrongKey) {
     const AssistantHandle assistant = createAssistant(KAIAssistantType::OPENAI, "wrong");
-    EXPECT_EQ(assistant->obtainAvailableModels().second, "HTTP 401 Unauthorized");
-    EXPECT_EQ(assistant->setAssistantProperties(fill), "HTTP 401 Unauthorized");
+    EXPECT_EQ(assistant->obtainAvailableModels().second, "Incorrect API key provided.");
+    EXPECT_EQ(assistant->setAssistantProperties(fill), "Incorrect API key provided.");
     EXPECT_EQ(m_emulator.listLeft(), Texts());
 }
 

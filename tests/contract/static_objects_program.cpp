@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -8,6 +9,7 @@
 
 // A host that keeps its assistants in a static object and still uses them while static objects are destroyed. Ends with
 // 0 when every request of that time went where it should. Nothing is sent: each exchange is cancelled before it begins.
+// What the settings hold is not destroyed either: it may refer to static objects.
 
 namespace {
 
@@ -76,12 +78,22 @@ private:
 // Made before whatever the library makes on first use, and so destroyed after it.
 Host s_host;
 
+/// Must not be destroyed once the host is.
+class Watch {
+public:
+    ~Watch() { std::_Exit(EXIT_FAILURE); }
+    [[nodiscard]] bool isLive() const { return m_isLive; }
+
+private:
+    bool m_isLive = true;
+};
+
 }  // namespace
 
 int main() {
     CMRestGlobalSettings settings;
     settings.userAgent = "a name that is too long for a string's own buffer";
-    settings.cancelled = [] { return true; };
+    settings.cancelled = [watch = std::make_shared<Watch>()] { return watch->isLive(); };
     settings.trace = [](const CMRestTraceRecord& record) { s_host.keepURL(record.url); };
     KAISetHTTPSettings(settings);
     s_host.begin();

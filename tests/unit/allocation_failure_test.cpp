@@ -21,9 +21,9 @@ const std::string kLongText(300, 'x');
 
 /// What a properties object holds, as one text.
 std::string describe(KAIAssistantProperties& properties) {
-    const KAIAssistantSettings& settings = properties.obtainSettings();
+    const kai::AssistantSettings& settings = properties.obtainSettings();
     std::string text = settings.apiHost + "|" + settings.model + "|" + std::to_string(settings.temperature) + "|" +
-                       settings.databaseStructure + "|" + properties.obtainCombinedInstructions() + "|";
+                       *settings.databaseStructure + "|" + properties.obtainCombinedInstructions() + "|";
     for (const std::string& key : settings.assignedKeys) {
         text += key + ",";
     }
@@ -221,7 +221,7 @@ TEST_F(PlainAllocationFailure, OfARestoreLeavesAnOpenAIAssistant) {
     failEachAllocation([&] { session.reset(assistant.restoreSession(text).first); },
                        [&] {
                            ASSERT_EQ(describe(properties), before);
-                           ASSERT_EQ(properties.obtainName(), "Keltrix Assistant");
+                           ASSERT_EQ(properties.obtainSettings().name, "Keltrix Assistant");
                            ASSERT_EQ(assistant.obtainAssistantID(), "");
                        });
     ASSERT_NE(session, nullptr);
@@ -244,6 +244,35 @@ TEST_F(PlainAllocationFailure, OfAPropertyLeavesEveryValueAsItWas) {
         failEachAllocation([&, &value = value] { ASSERT_TRUE(properties.setProperty(keyText, value)); },
                            [&] { ASSERT_EQ(describe(properties), before) << keyText; });
     }
+}
+
+TEST_F(PlainAllocationFailure, OfWrittenInstructionsLeavesThemToBeWrittenAgain) {
+    KAIAssistantProperties properties;
+    setUp(properties);
+    const std::string before = describe(properties);
+    std::shared_ptr<const std::string> written;
+    const std::size_t failures = failEachAllocation([&] { written = properties.obtainWrittenInstructions(); },
+                                                    [&] { ASSERT_EQ(describe(properties), before); },
+                                                    [&] { properties.setProperty("user_instructions", kLongText); });
+    EXPECT_GT(failures, 3U);
+    ASSERT_NE(written, nullptr);
+    EXPECT_EQ(COJson("[" + *written + "]").obtainRoot().obtainSize(), 1U);
+    EXPECT_EQ(properties.obtainWrittenInstructions(), written);
+}
+
+TEST_F(PlainAllocationFailure, OfWhatIsTakenOverOrCopiedLeavesTheTarget) {
+    KAIAssistantProperties_OPENAI source;
+    setUp(source);
+    KAIAssistantProperties_OPENAI target;
+    const std::string before = describe(target);
+    failEachAllocation(
+        [&] { target.changeSettings([&](kai::AssistantSettings& settings) { source.takeOverAssigned(settings); }); },
+        [&] { ASSERT_EQ(describe(target), before); });
+    EXPECT_EQ(target.obtainCombinedInstructions(), source.obtainCombinedInstructions());
+    // Key by key: what was copied before the failure stays, and the copy can be made again.
+    KAIAssistantProperties_OPENAI copied;
+    failEachAllocation([&] { source.copyAssignedProperties(copied); }, [] {});
+    EXPECT_EQ(copied.obtainCombinedInstructions(), source.obtainCombinedInstructions());
 }
 
 TEST_F(PlainAllocationFailure, OfACreationFreesWhatWasMadeAndThePoolWithIt) {

@@ -42,7 +42,7 @@ TEST(KAIAssistant_DEEPSEEK, WritesTemperatureInstructionsHistoryAndTextInOrder) 
 TEST(KAIAssistant_DEEPSEEK, WritesTheTemperatureOnlyWhenItWasAssigned) {
     KAIAssistantProperties properties;
     properties.setProperty("model", "m");
-    properties.changeSettings().temperature = 0.5;
+    properties.changeSettings([](kai::AssistantSettings& settings) { settings.temperature = 0.5; });
     EXPECT_EQ(writeBody(s_protocol, properties, {}, "t").find("temperature"), std::string::npos);
     properties.setProperty("temperature", 0.7);
     EXPECT_NE(writeBody(s_protocol, properties, {}, "t").find(R"("temperature":0.5,)"), std::string::npos)

@@ -44,7 +44,7 @@ TEST(KAIAssistant_GOOGLE, WritesSystemInstructionPartsAsASingleObjectBetweenTemp
 
 TEST(KAIAssistant_GOOGLE, WritesNoGenerationConfigWhenTheTemperatureWasNotAssigned) {
     KAIAssistantProperties properties;
-    properties.changeSettings().temperature = 0.5;
+    properties.changeSettings([](kai::AssistantSettings& settings) { settings.temperature = 0.5; });
     EXPECT_EQ(writeBody(s_protocol, properties, {}, "q").find("generationConfig"), std::string::npos);
     properties.setProperty("temperature", CMVariant(0.7));
     EXPECT_EQ(writeBody(s_protocol, properties, {}, "q").find(R"({"generationConfig":{"temperature":0.5},)"), 0U);

@@ -91,8 +91,15 @@ TEST_F(OpenAIModels, ReportAnErrorObjectInAGoodResponse) {
     }
 }
 
-TEST_F(OpenAIModels, ReportATransportErrorAsItIs) {
+TEST_F(OpenAIModels, ReportAFailedRequestInTheWordsOfTheService) {
+    KAIRegisterCallback([](const char*, void* data) {
+        std::string("translated").copy(static_cast<KAICallbackLocalizationInfo*>(data)->answerBuffer, 1023);
+    });
     answer("GET /v1/models", LoopbackReply{.status = 401, .body = R"({"error":{"message":"bad key"}})"});
+    expectError("bad key");
+    answer("GET /v1/models", LoopbackReply{.status = 502, .body = "bad gateway"});
+    expectError("bad gateway");
+    answer("GET /v1/models", LoopbackReply{.status = 401});
     expectError("HTTP 401 Unauthorized");
 }
 

@@ -48,7 +48,7 @@ TEST_F(OpenAIRestore, TakesOverIdsAndSettingsButTheTemperatureWithoutARequest) {
     EXPECT_EQ(get("temperature").doubleValue(), 1.0);
     EXPECT_EQ(get("combined_instructions").stringValue(), saved.obtainCombinedInstructions());
     EXPECT_EQ(takeRequests(), Texts());
-    saved.changeSettings().temperature = 1.0;
+    saved.changeSettings([](kai::AssistantSettings& settings) { settings.temperature = 1.0; });
     EXPECT_EQ(session->serializeSession(), makeThread(saved, "asst_9", "thread_9")->serializeSession());
 }
 
@@ -145,7 +145,7 @@ TEST_F(OpenAIRestore, SetsSystemInstructionsDirectlyEmptyOnesToo) {
 TEST_F(OpenAIRestore, RefusesAnEmptyOrInvalidStructureAndTrimsTheHost) {
     m_properties->setProperty("db_structure", "[]");
     const auto session = restore(write(R"("db_structure":"text","api_host":" h\t")"));
-    EXPECT_EQ(dynamic_cast<KAIAssistantProperties&>(*m_properties).obtainSettings().databaseStructure, "[]");
+    EXPECT_EQ(*dynamic_cast<KAIAssistantProperties&>(*m_properties).obtainSettings().databaseStructure, "[]");
     EXPECT_EQ(get("api_host").stringValue(), "h");
 }
 
@@ -172,4 +172,24 @@ TEST_F(OpenAIRestore, ContinuesTheThread) {
     EXPECT_EQ(takeRequests(),
               (Texts{"POST /v1/threads/thread_9/messages", "POST /v1/threads/thread_9/runs",
                      "GET /v1/threads/thread_9/runs/run_1", "GET /v1/threads/thread_9/messages?run_id=run_1"}));
+}
+
+TEST_F(OpenAIRestore, TakesTheDefaultHostForABlankOne) {
+    const auto session = restore(write(R"("api_host":" \t")"));
+    EXPECT_EQ(get("api_host").stringValue(), "api.openai.com");
+}
+
+TEST_F(OpenAIRestore, RefusesIdsThatWouldNameAnotherPath) {
+    for (const char* id : {".", ".."}) {
+        expectFailure(R"({"assistant_id":")" + std::string(id) + R"(","thread_id":"t","model":"written"})");
+        expectFailure(R"({"assistant_id":"a","thread_id":")" + std::string(id) + R"(","model":"written"})");
+    }
+}
+
+TEST_F(OpenAIRestore, SendsIdsAsSegmentsOfThePath) {
+    const auto session =
+        restore(R"({"assistant_id":"../models/ft:mine","thread_id":"a/../b?c=d#e%20\u00e4 A-Z_0.9~..."})");
+    EXPECT_EQ(m_assistant->destroySession(session.get()), "");
+    EXPECT_EQ(takeRequests(), (Texts{"DELETE /v1/threads/a%2F..%2Fb%3Fc%3Dd%23e%2520%C3%A4%20A-Z_0.9~...",
+                                     "DELETE /v1/assistants/..%2Fmodels%2Fft%3Amine"}));
 }

@@ -50,7 +50,7 @@ TEST_F(OpenAISessions, NeedAnAssistantOnTheService) {
 
 TEST_F(OpenAISessions, ReportEachFailureOfTheirCreation) {
     answer("POST /v1/threads", LoopbackReply{.status = 429, .body = R"({"error":{"message":"slow down"}})"});
-    expectCreationError("HTTP 429 Too Many Requests");
+    expectCreationError("slow down");
     for (const char* body : {"", "text", "{"}) {
         answer("POST /v1/threads", body);
         expectCreationError("Invalid response: p/v1/threads");
@@ -122,7 +122,7 @@ TEST_F(OpenAISessions, AreNotFoundWhenNullForeignOrDestroyed) {
 TEST_F(OpenAISessions, StayWhenTheirDeletionFails) {
     const auto session = createSession();
     answer("DELETE /v1/threads/thread_1", LoopbackReply{.status = 500, .body = R"({"error":{"message":"m"}})"});
-    EXPECT_EQ(m_assistant->destroySession(session.get()), "HTTP 500 Internal Server Error");
+    EXPECT_EQ(m_assistant->destroySession(session.get()), "m");
     EXPECT_EQ(m_assistant->obtainAssistantID(), "asst_1");
     answerWell();
     EXPECT_EQ(m_assistant->destroySession(session.get()), "");
@@ -142,21 +142,21 @@ TEST_F(OpenAISessions, DoNotReadTheBodyOfADeletion) {
     EXPECT_EQ(m_assistant->destroySession(session.get()), "");
 }
 
-TEST_F(OpenAISessions, SendNoRequestForAnIdWithALineBreak) {
+TEST_F(OpenAISessions, KeepALineBreakOfAnIdInItsSegmentOfThePath) {
     answer("POST /v1/threads", R"({"id":"t\r\nX-Injected: 1"})");
     const auto session = createSession();
     takeRequests();
-    EXPECT_NE(m_assistant->addMessage(session.get(), "q").second, "");
-    EXPECT_NE(m_assistant->destroySession(session.get()), "");
-    EXPECT_EQ(takeRequests(), Texts());
+    EXPECT_EQ(m_assistant->destroySession(session.get()), "");
+    EXPECT_EQ(takeRequests().at(0), "DELETE /v1/threads/t%0D%0AX-Injected%3A%201");
+    EXPECT_EQ(m_server.requests().at(m_server.requests().size() - 2).findHeader("X-Injected"), nullptr);
 }
 
-TEST_F(OpenAISessions, PutIdsWithCharactersThatMeanSomethingInAURLIntoThePathAsTheyAre) {
+TEST_F(OpenAISessions, KeepWhatMeansSomethingInAURLInItsSegmentOfThePath) {
     answer("POST /v1/threads", R"({"id":"a/../b?c=d&e%2f"})");
     const auto session = createSession();
     takeRequests();
     KAIFreeObject(m_assistant->addMessage(session.get(), "q").first);
-    EXPECT_EQ(takeRequests().at(0), "POST /v1/threads/a/../b?c=d&e%2f/messages");
+    EXPECT_EQ(takeRequests().at(0), "POST /v1/threads/a%2F..%2Fb%3Fc%3Dd%26e%252f/messages");
 }
 
 TEST_F(OpenAISessions, WriteTheirTextInOrder) {
@@ -175,4 +175,11 @@ TEST_F(OpenAISessions, WriteTheirTextInOrder) {
                   m_server.obtainAuthority() +
                   R"(","model":"m","temperature":1,"user_instructions":"",)"
                   R"("system_instructions":[{"key":"a","value":"A"},{"key":"b","value":"B"}],"db_structure":"[]"})");
+}
+
+TEST_F(OpenAISessions, RefuseAThreadWhoseIdWouldNameAnotherPath) {
+    for (const char* id : {".", ".."}) {
+        answer("POST /v1/threads", R"({"id":")" + std::string(id) + "\"}");
+        expectCreationError("Unsupported data format: p/v1/threads");
+    }
 }

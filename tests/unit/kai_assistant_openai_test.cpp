@@ -33,7 +33,7 @@ protected:
     /// Expects each way in which a POST to this path can fail to be reported with this suffix.
     void expectErrorsOf(const std::string& request, const std::string& suffix) {
         answer(request, LoopbackReply{.status = 401, .body = R"({"error":{"message":"bad key"}})"});
-        expectError("HTTP 401 Unauthorized");
+        expectError("bad key");
         for (const char* body : {"", "text", "{", "<html></html>"}) {
             answer(request, body);
             expectError("Invalid response" + suffix);
@@ -287,4 +287,23 @@ TEST_F(KAIAssistant_OPENAITest, LeavesEverythingWhenTheHostsFunctionThrows) {
                  std::runtime_error);
     EXPECT_EQ(get("api_host").stringValue(), m_server.obtainAuthority());
     EXPECT_EQ(takeRequests(), Texts());
+}
+
+TEST_F(KAIAssistant_OPENAITest, RefusesAnAssistantWhoseIdWouldNameAnotherPath) {
+    for (const char* id : {".", ".."}) {
+        answer("POST /v1/assistants", R"({"id":")" + std::string(id) + "\"}");
+        expectError("Unsupported data format: p/v1/assistants");
+    }
+}
+
+TEST_F(KAIAssistant_OPENAITest, AsksTheDefaultHostWhenBlanksAreSetOnItsLiveProperties) {
+    std::vector<std::string> urls;
+    CMRestGlobalSettings settings;
+    settings.cancelled = [] { return true; };
+    settings.trace = [&urls](const CMRestTraceRecord& record) { urls.push_back(record.url); };
+    KAISetHTTPSettings(settings);
+    EXPECT_TRUE(m_properties->setProperty("api_host", " \t "));
+    EXPECT_NE(m_assistant->obtainAvailableModels().second, "");
+    EXPECT_NE(set("model", "m"), "");
+    EXPECT_EQ(urls, (Texts{"https://api.openai.com/v1/models", "https://api.openai.com/v1/assistants"}));
 }

@@ -2,6 +2,7 @@
 
 #include <numeric>
 
+#include "kai_http.h"
 #include "kai_session_deepseek.h"
 #include "openai_fixture.h"
 
@@ -45,7 +46,7 @@ protected:
     /// Expects the ways in which an exchange whose answer must hold an object can fail.
     void expectErrorsOf(const std::string& request, const std::string& suffix) {
         answer(request, LoopbackReply{.status = 503, .body = R"({"error":{"message":"busy"}})"});
-        expectError("HTTP 503 Service Unavailable");
+        expectError("busy");
         for (const char* body : {"", "text", "{"}) {
             answer(request, body);
             expectError("Invalid response" + suffix);
@@ -96,10 +97,10 @@ TEST_F(OpenAITurn, OfARunThatCompletesAtOncePollsOnceAndDoesNotSleep) {
     EXPECT_TRUE(m_clock.sleeps.empty());
 }
 
-TEST_F(OpenAITurn, EncodesTheRunIdInTheQueryOnly) {
+TEST_F(OpenAITurn, EncodesTheRunIdInPathAndQuery) {
     answer(kPostRun, R"({"id":"run&1=2"})");
     say();
-    EXPECT_EQ(takeRequests(), (Texts{kPostMessage, kPostRun, "GET /v1/threads/thread_1/runs/run&1=2",
+    EXPECT_EQ(takeRequests(), (Texts{kPostMessage, kPostRun, "GET /v1/threads/thread_1/runs/run%261%3D2",
                                      kGetMessages + std::string("?run_id=run%261%3D2")}));
 }
 
@@ -326,4 +327,32 @@ TEST_F(OpenAITurn, EndsWhenTheHostCancelsAPoll) {
     EXPECT_NE(error, "");
     EXPECT_NE(error, "Timeout");
     EXPECT_LT(m_server.countRequests(), before + 10);
+}
+
+TEST_F(OpenAITurn, RefusesARunWhoseIdWouldNameAnotherPath) {
+    answer(kPostRun, R"({"id":".."})");
+    expectError("Unsupported data format: p/v1/threads/id/runs");
+}
+
+TEST_F(OpenAITurn, EndsWhenTheHostCancelsBetweenTwoLooksAtTheRun) {
+    answerRun(R"("status":"in_progress")");
+    CMRestGlobalSettings settings;
+    settings.caBundleFile = m_server.obtainCAFile();
+    bool isWaiting = false;
+    settings.cancelled = [&] { return isWaiting && !m_clock.sleeps.empty(); };
+    settings.trace = [&](const CMRestTraceRecord& record) { isWaiting = record.url.ends_with("/runs/run_1"); };
+    KAISetHTTPSettings(settings);
+    expectError(HTTP::describeResult(static_cast<std::int32_t>(CMRestResult::Cancelled)));
+    EXPECT_EQ(m_clock.sleeps.size(), 1U);
+}
+
+TEST_F(OpenAITurn, GoesOnInItsThreadWhenTheSessionIsFreedMeanwhile) {
+    CMRestGlobalSettings settings;
+    settings.caBundleFile = m_server.obtainCAFile();
+    settings.trace = [this](const CMRestTraceRecord&) { m_session.reset(); };
+    KAISetHTTPSettings(settings);
+    auto [message, error] = m_assistant->addMessage(m_session.get(), "q");
+    EXPECT_EQ(error, "");
+    KAIFreeObject(message);
+    EXPECT_EQ(takeRequests().size(), 4U);
 }

@@ -93,7 +93,7 @@ TEST(KAIAssistantPropertiesCopy, KeepsEveryFieldAndTheAssignedKeys) {
     EXPECT_EQ(copy.obtainProperty("temperature").doubleValue(), 0.5);
     EXPECT_EQ(copy.obtainProperty("user_instructions").stringValue(), "u");
     EXPECT_EQ(copy.obtainProperty("system_instructions").mapValue().at("a").stringValue(), "X");
-    EXPECT_EQ(copy.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*copy.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(copy.obtainSettings().assignedKeys, source.obtainSettings().assignedKeys);
     EXPECT_TRUE(copy.isAssigned("unknown"));
 }
@@ -176,16 +176,34 @@ TEST(KAIAssistantPropertiesCopyAssigned, ReplacesTheDatabaseStructureAlsoByAnEmp
     KAIAssistantProperties target;
     target.setProperty("db_structure", kOneTable);
     source.copyAssignedProperties(target);
-    EXPECT_EQ(target.obtainSettings().databaseStructure, "");
+    EXPECT_EQ(*target.obtainSettings().databaseStructure, "");
 }
 
 TEST(KAIAssistantPropertiesCopyAssigned, CarriesTheDatabaseStructureWithoutReadingIt) {
     AssertionRecorder recorder;
     KAIAssistantProperties source;
     source.setProperty("db_structure", "[]");
-    source.changeSettings().databaseStructure = "not JSON";
+    source.changeSettings(
+        [](kai::AssistantSettings& settings) { settings.databaseStructure = std::string("not JSON"); });
     KAIAssistantProperties target;
     source.copyAssignedProperties(target);
-    EXPECT_EQ(target.obtainSettings().databaseStructure, "not JSON");
+    EXPECT_EQ(*target.obtainSettings().databaseStructure, "not JSON");
     EXPECT_EQ(recorder.takeCount(), 0U);
+}
+
+TEST(KAIAssistantPropertiesCopy, SharesLargeTextsWithItsSource) {
+    KAIAssistantProperties source;
+    source.setProperty("db_structure", kOneTable);
+    source.setProperty("user_instructions", "U");
+    source.setProperty("system_instructions", CMVariantMap{{"a", "A"}});
+    const kai::InstructionSources sources = source.obtainSettings();
+    EXPECT_EQ(KAIAssistantProperties(source).obtainSettings(), sources) << "equal means the same texts in memory";
+    source.setProperty("model", "m");
+    EXPECT_EQ(source.obtainSettings(), sources);
+    KAIAssistantProperties target;
+    target.changeSettings([&](kai::AssistantSettings& settings) { source.takeOverAssigned(settings); });
+    EXPECT_EQ(target.obtainSettings(), sources);
+    KAIAssistantProperties other;
+    source.copyAssignedProperties(other);
+    EXPECT_EQ(other.obtainSettings().databaseStructure, sources.databaseStructure);
 }

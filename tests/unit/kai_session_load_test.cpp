@@ -45,7 +45,7 @@ TEST_F(KAISessionLoad, RestoresWhatWasSerializedButTheTemperature) {
     EXPECT_EQ(m_properties.obtainSettings().apiHost, "example.com");
     EXPECT_EQ(m_properties.obtainSettings().model, "m");
     EXPECT_EQ(m_properties.obtainSettings().temperature, 1.0);
-    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*m_properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_EQ(m_properties.obtainCombinedInstructions(), saved.obtainCombinedInstructions());
 }
 
@@ -146,7 +146,7 @@ TEST_F(KAISessionLoad, LeavesSettingsOfAnotherTypeAlone) {
 
 TEST_F(KAISessionLoad, SetsSystemInstructionsDirectly) {
     m_properties.setProperty("system_instructions", CMVariantMap{{"a", "former"}, {"b", "kept"}});
-    m_properties.changeSettings().assignedKeys.clear();
+    m_properties.changeSettings([](kai::AssistantSettings& settings) { settings.assignedKeys.clear(); });
     EXPECT_TRUE(load(R"({"system_instructions":[{"key":"c","value":"C"},{"value":"A","key":"a"}]})"));
     EXPECT_EQ(m_properties.obtainCombinedInstructions(), "A\nkept\nC\n");
     EXPECT_FALSE(m_properties.isAssigned("system_instructions"));
@@ -154,7 +154,7 @@ TEST_F(KAISessionLoad, SetsSystemInstructionsDirectly) {
 
 TEST_F(KAISessionLoad, KeepsAnEmptySystemInstructionAsAnEmptyLine) {
     EXPECT_TRUE(load(R"({"system_instructions":[{"key":"a","value":""},{"key":"b","value":"B"}]})"));
-    EXPECT_EQ(m_properties.obtainSettings().systemInstructions.size(), 2U);
+    EXPECT_EQ(m_properties.obtainSettings().systemInstructions->size(), 2U);
     EXPECT_EQ(m_properties.obtainCombinedInstructions(), "\nB\n");
 }
 
@@ -171,7 +171,7 @@ TEST_F(KAISessionLoad, KeepsTheStoredStructureWhenTheSavedOneIsEmptyOrNotJSON) {
     EXPECT_EQ(recorder.takeCount(), 0U);
     EXPECT_TRUE(load(R"({"db_structure":"not JSON"})"));
     EXPECT_EQ(recorder.takeCount(), 1U);
-    EXPECT_EQ(m_properties.obtainSettings().databaseStructure, kOneTable);
+    EXPECT_EQ(*m_properties.obtainSettings().databaseStructure, kOneTable);
     EXPECT_TRUE(m_properties.isAssigned("db_structure"));
 }
 
