@@ -91,7 +91,7 @@ void readOpenAISession(std::string_view input) {
     KAIAssistantProperties_OPENAI properties;
     KAISession_OPENAI session(properties, {});
     std::string assistantID;
-    if (!session.loadSession(std::string(input), assistantID)) {
+    if (!session.loadSession(std::string(input), "default", assistantID)) {
         require(properties.obtainSettings().assignedKeys.empty() && assistantID.empty(),
                 "a failed load changes nothing");
         return;
@@ -100,7 +100,7 @@ void readOpenAISession(std::string_view input) {
     const std::string text = session.serializeSession();
     KAIAssistantProperties_OPENAI others;
     KAISession_OPENAI other(others, {});
-    require(other.loadSession(text, assistantID), "a session's text can be loaded");
+    require(other.loadSession(text, "default", assistantID), "a session's text can be loaded");
     require(other.serializeSession() == text, "a loaded session writes the same text");
 }
 
