@@ -66,22 +66,29 @@ LoopbackFields readQueryParams(std::string_view query) {
     return params;
 }
 
-std::string compress(const std::string& text) {
+std::string deflatePiece(z_stream& stream, std::string piece, int flush) {
+    constexpr std::size_t kFlushBytes = 64;  // what a flush adds at most, and the gzip head and tail
+    std::string result(deflateBound(&stream, piece.size()) + kFlushBytes, '\0');
+    stream.next_in = reinterpret_cast<Bytef*>(piece.data());
+    stream.avail_in = static_cast<uInt>(piece.size());
+    stream.next_out = reinterpret_cast<Bytef*>(result.data());
+    stream.avail_out = static_cast<uInt>(result.size());
+    deflate(&stream, flush);
+    result.resize(result.size() - stream.avail_out);
+    return result;
+}
+
+// One gzip stream. Each piece is flushed, so that a client can read it before the next one comes.
+void compressPieces(std::vector<std::string>& pieces) {
     z_stream stream{};
     constexpr int kGzipWindow = 15 + 16;
     if (deflateInit2(&stream, Z_DEFAULT_COMPRESSION, Z_DEFLATED, kGzipWindow, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
         throw std::runtime_error("cannot compress a reply");
     }
-    std::string source = text;
-    std::string result(deflateBound(&stream, source.size()), '\0');
-    stream.next_in = reinterpret_cast<Bytef*>(source.data());
-    stream.avail_in = static_cast<uInt>(source.size());
-    stream.next_out = reinterpret_cast<Bytef*>(result.data());
-    stream.avail_out = static_cast<uInt>(result.size());
-    deflate(&stream, Z_FINISH);
-    result.resize(stream.total_out);
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        pieces[i] = deflatePiece(stream, std::move(pieces[i]), i + 1 == pieces.size() ? Z_FINISH : Z_SYNC_FLUSH);
+    }
     deflateEnd(&stream);
-    return result;
 }
 
 std::string writeChunks(std::string_view body, std::size_t chunkBytes) {
@@ -93,7 +100,21 @@ std::string writeChunks(std::string_view body, std::size_t chunkBytes) {
         result.append(size.data(), end).append("\r\n").append(chunk).append("\r\n");
         body.remove_prefix(chunk.size());
     }
-    return result.append("0\r\n\r\n");
+    return result;
+}
+
+void writeBody(const LoopbackReply& reply, LoopbackWireReply& wire) {
+    const bool isChunked = reply.framing == LoopbackFraming::Chunked;
+    const bool isWhole = reply.pieces.empty();
+    std::vector<std::string> pieces = isWhole ? std::vector{reply.body} : reply.pieces;
+    if (reply.isCompressed) {
+        compressPieces(pieces);
+    }
+    for (const std::string& piece : pieces) {
+        wire.body += isChunked ? writeChunks(piece, isWhole ? reply.chunkBytes : piece.size()) : piece;
+        wire.pieceEnds.push_back(wire.body.size());
+    }
+    wire.body += isChunked ? "0\r\n\r\n" : "";
 }
 
 std::string_view obtainStandardReason(int status) {
@@ -278,15 +299,17 @@ std::optional<std::string> LoopbackRequestReader::takeLine() {
     return line;
 }
 
+std::size_t LoopbackWireReply::findPieceEnd(std::size_t place) const {
+    const auto end = std::ranges::upper_bound(pieceEnds, place);
+    return end == pieceEnds.end() ? body.size() : *end;
+}
+
 LoopbackWireReply writeLoopbackReply(const LoopbackReply& reply, std::string_view method) {
     if (reply.raw) {
-        return {.head = {}, .body = *reply.raw, .isConnectionClosed = reply.isClosedAfter};
+        return {.head = {}, .body = *reply.raw, .pieceEnds = {}, .isConnectionClosed = reply.isClosedAfter};
     }
     LoopbackWireReply wire;
-    wire.body = reply.isCompressed ? compress(reply.body) : reply.body;
-    if (reply.framing == LoopbackFraming::Chunked) {
-        wire.body = writeChunks(wire.body, reply.chunkBytes);
-    }
+    writeBody(reply, wire);
     const auto reason = reply.reason.empty() ? obtainStandardReason(reply.status) : std::string_view(reply.reason);
     wire.head.append("HTTP/1.1 ").append(std::to_string(reply.status)).append(" ").append(reason).append("\r\n");
     for (const auto& [name, value] : reply.headers) {

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "loopback_server.h"
 
@@ -46,7 +47,11 @@ private:
 struct LoopbackWireReply {
     std::string head;
     std::string body;
+    std::vector<std::size_t> pieceEnds{};  ///< where in `body` each piece ends, in rising order
     bool isConnectionClosed = false;
+
+    /// The end of the piece that `place` lies in; the body's end behind the last piece.
+    [[nodiscard]] std::size_t findPieceEnd(std::size_t place) const;
 };
 
 /// The bytes of a reply to a request of this method.

@@ -80,8 +80,11 @@ private:
     bool answer(Worker& worker, LoopbackRequest request);
     bool send(LoopbackConnection& connection, const LoopbackReply& reply, const LoopbackWireReply& wire,
               std::size_t ordinal);
-    bool sendBody(LoopbackConnection& connection, const LoopbackReply& reply, std::string_view bytes);
     bool sendLate(LoopbackConnection& connection, const LoopbackReply& reply);
+    static std::size_t findFault(const LoopbackReply& reply, const LoopbackWireReply& wire);
+    static bool sendBody(LoopbackConnection& connection, const LoopbackReply& reply, const LoopbackWireReply& wire,
+                         std::size_t from, std::size_t to);
+    static bool sendDripping(LoopbackConnection& connection, const LoopbackReply& reply, std::string_view bytes);
     bool stall(LoopbackConnection& connection, const LoopbackReply& reply, std::size_t ordinal);
     std::size_t record(const LoopbackRequest& request);
     LoopbackReply askHandler(const LoopbackRequest& request) const;
@@ -290,13 +293,12 @@ bool LoopbackServer::Inside::sendLate(LoopbackConnection& connection, const Loop
 
 bool LoopbackServer::Inside::send(LoopbackConnection& connection, const LoopbackReply& reply,
                                   const LoopbackWireReply& wire, std::size_t ordinal) {
-    const std::string_view body = wire.body;
     const bool isBroken = reply.fault >= LoopbackFault::CutInBody;
-    if (!isBroken && reply.dripBytes == 0 && reply.endless.empty()) {
+    if (!isBroken && reply.dripBytes == 0 && reply.pieces.empty() && reply.endless.empty()) {
         return connection.write(wire.head + wire.body);
     }
-    const std::size_t place = isBroken ? std::min(reply.faultAt.value_or(body.size() / 2), body.size()) : body.size();
-    if (!connection.write(wire.head) || !sendBody(connection, reply, body.substr(0, place))) {
+    const std::size_t place = isBroken ? findFault(reply, wire) : wire.body.size();
+    if (!connection.write(wire.head) || !sendBody(connection, reply, wire, 0, place)) {
         return false;
     }
     if (reply.fault == LoopbackFault::CutInBody) {
@@ -310,19 +312,48 @@ bool LoopbackServer::Inside::send(LoopbackConnection& connection, const Loopback
     if (reply.fault == LoopbackFault::StallInBody && !stall(connection, reply, ordinal)) {
         return false;
     }
-    if (!sendBody(connection, reply, body.substr(place))) {
+    if (!sendBody(connection, reply, wire, place, wire.body.size())) {
         return false;
     }
     while (!reply.endless.empty()) {
-        if (!sendBody(connection, reply, reply.endless)) {
+        if (!sendDripping(connection, reply, reply.endless)) {
             return false;
         }
     }
     return true;
 }
 
+// Where in the body, as it stands on the wire, the fault comes.
+std::size_t LoopbackServer::Inside::findFault(const LoopbackReply& reply, const LoopbackWireReply& wire) {
+    if (!reply.faultAfterPieces) {
+        return std::min(reply.faultAt.value_or(wire.body.size() / 2), wire.body.size());
+    }
+    const std::size_t count = std::min(*reply.faultAfterPieces, wire.pieceEnds.size());
+    return count == 0 ? 0 : wire.pieceEnds[count - 1];
+}
+
 bool LoopbackServer::Inside::sendBody(LoopbackConnection& connection, const LoopbackReply& reply,
-                                      std::string_view bytes) {
+                                      const LoopbackWireReply& wire, std::size_t from, std::size_t to) {
+    const std::string_view body = wire.body;
+    if (reply.dripBytes != 0 || reply.pieces.empty()) {
+        return sendDripping(connection, reply, body.substr(from, to - from));
+    }
+    while (from < to) {
+        const std::size_t end = std::min(wire.findPieceEnd(from), to);
+        if (!connection.write(body.substr(from, end - from))) {
+            return false;
+        }
+        from = end;
+        const bool isPieceDue = reply.pieceInterval.count() != 0 && from < wire.pieceEnds.back();
+        if (isPieceDue && !connection.pause(reply.pieceInterval, [] { return false; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool LoopbackServer::Inside::sendDripping(LoopbackConnection& connection, const LoopbackReply& reply,
+                                          std::string_view bytes) {
     const std::size_t pieceBytes = reply.dripBytes == 0 ? bytes.size() : reply.dripBytes;
     while (!bytes.empty()) {
         const auto piece = bytes.substr(0, pieceBytes);

@@ -58,6 +58,10 @@ struct LoopbackReply {
     LoopbackFraming framing = LoopbackFraming::ContentLength;
     std::size_t chunkBytes = 1024;  ///< length of a chunk when chunked
     bool isCompressed = false;      ///< gzip the body and say so
+    /// When not empty, these joined are the body in place of `body`. Each is one chunk when chunked, ends a block of
+    /// the compressed data when compressed, and is sent by itself unless the body drips.
+    std::vector<std::string> pieces{};
+    std::chrono::milliseconds pieceInterval{0};  ///< pause after each piece but the last
     /// When present, sent in place of all of the above: what is not HTTP, a 1xx before the reply, odd framings.
     std::optional<std::string> raw{};
     /// Sent again and again after the rest, until the client closes or the server stops. Empty: nothing.
@@ -66,6 +70,8 @@ struct LoopbackReply {
     LoopbackFault fault = LoopbackFault::None;
     /// Bytes of the body as it stands on the wire (compressed, chunked), or of `raw`; absent: half of it.
     std::optional<std::size_t> faultAt{};
+    /// Pieces of the body before the fault, in place of `faultAt`.
+    std::optional<std::size_t> faultAfterPieces{};
     /// A stall ends by itself after this time; 0: only when released, when the client closes, or at the server's stop.
     std::chrono::milliseconds stallLimit{0};
     /// The body (or `raw`) goes out in pieces of this many bytes with a pause of `dripInterval` between; 0: at once.

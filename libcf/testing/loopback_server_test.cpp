@@ -180,6 +180,47 @@ TEST(LoopbackServer, DripsABody) {
     EXPECT_GE(std::chrono::steady_clock::now() - start, 15ms);
 }
 
+TEST(LoopbackServer, SendsABodyInPieces) {
+    const std::vector<std::string> pieces{"abc", "d", "efgh"};
+    for (const auto framing : {LoopbackFraming::ContentLength, LoopbackFraming::Chunked, LoopbackFraming::UntilClose}) {
+        LoopbackServer server(alwaysReply({.framing = framing, .pieces = pieces, .pieceInterval = 5ms}));
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(PlainClient().send({.url = server.obtainURL()}).body, "abcdefgh");
+        EXPECT_GE(std::chrono::steady_clock::now() - start, 10ms);
+    }
+}
+
+TEST(LoopbackServer, LetsAClientReadEachPieceBeforeTheNextOne) {
+    for (const bool isCompressed : {false, true}) {
+        LoopbackServer server(alwaysReply({.framing = LoopbackFraming::Chunked,
+                                           .isCompressed = isCompressed,
+                                           .pieces = {"one ", "two ", "three"},
+                                           .fault = LoopbackFault::StallInBody,
+                                           .faultAfterPieces = 2}));
+        PlainClient client;
+        std::string seen;
+        client.watchBody([&](std::string_view bytes) {
+            seen += bytes;
+            if (seen == "one two ") {
+                server.releaseStalls();
+            }
+        });
+        EXPECT_EQ(client.send({.url = server.obtainURL()}).code, CURLE_OK);
+        EXPECT_EQ(seen, "one two three");
+    }
+}
+
+TEST(LoopbackServer, CutsABodyAfterAPiece) {
+    const LoopbackReply reply{.framing = LoopbackFraming::Chunked,
+                              .pieces = {"one ", "two ", "three"},
+                              .fault = LoopbackFault::CutInBody,
+                              .faultAfterPieces = 1};
+    LoopbackServer server(alwaysReply(reply));
+    const auto response = PlainClient().send({.url = server.obtainURL()});
+    EXPECT_EQ(response.body, "one ");
+    EXPECT_NE(response.code, CURLE_OK);
+}
+
 TEST(LoopbackServer, StopsWhileItStallsAndDrips) {
     LoopbackServer stalling(alwaysReply({.fault = LoopbackFault::StallBeforeReply}));
     LoopbackServer dripping(alwaysReply({.body = "abcdefgh", .dripBytes = 1, .dripInterval = 1h}));

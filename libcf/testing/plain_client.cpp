@@ -11,6 +11,20 @@ std::size_t appendBytes(const char* bytes, std::size_t size, std::size_t count, 
     return size * count;
 }
 
+struct BodyTarget {
+    std::string& body;
+    const std::function<void(std::string_view)>& watcher;
+};
+
+std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* target) {
+    const auto& [body, watcher] = *static_cast<BodyTarget*>(target);
+    body.append(bytes, size * count);
+    if (watcher) {
+        watcher({bytes, size * count});
+    }
+    return size * count;
+}
+
 }  // namespace
 
 PlainClient::PlainClient(std::string caFile) : m_handle(curl_easy_init()), m_caFile(std::move(caFile)) {}
@@ -45,8 +59,9 @@ PlainResponse PlainClient::send(const PlainRequest& request) {
     curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(handle, CURLOPT_ACCEPT_ENCODING, "");
     curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, static_cast<long>(m_limit.count()));
-    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, appendBytes);
-    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &response.body);
+    BodyTarget target{response.body, m_watcher};
+    curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, takeBody);
+    curl_easy_setopt(handle, CURLOPT_WRITEDATA, &target);
     curl_easy_setopt(handle, CURLOPT_HEADERFUNCTION, appendBytes);
     curl_easy_setopt(handle, CURLOPT_HEADERDATA, &response.head);
     response.code = curl_easy_perform(handle);

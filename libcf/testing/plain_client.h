@@ -4,8 +4,10 @@
 #include <curl/curl.h>
 
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -32,6 +34,8 @@ public:
     explicit PlainClient(std::string caFile = {});
 
     [[nodiscard]] PlainResponse send(const PlainRequest& request);
+    /// Told of the bytes of each body as they come, decompressed. They are in the response as well.
+    void watchBody(std::function<void(std::string_view)> watcher) { m_watcher = std::move(watcher); }
     /// Time for a whole exchange from now on.
     void limitTime(std::chrono::milliseconds limit) { m_limit = limit; }
 
@@ -41,6 +45,7 @@ private:
     };
     std::unique_ptr<CURL, Deleter> m_handle;
     std::string m_caFile;
+    std::function<void(std::string_view)> m_watcher;
     std::chrono::milliseconds m_limit{std::chrono::seconds{30}};
 };
 
