@@ -1,15 +1,17 @@
-// The Gemini protocol: GET /v1beta/models and POST /v1beta/models/MODEL:generateContent.
+// The Gemini protocol: the list of models, one model, and its methods generateContent, streamGenerateContent and
+// countTokens, all below /v1beta/models.
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <string>
 
 #include "emulator_service.h"
+#include "emulator_stream.h"
 
 namespace {
 
 constexpr std::string_view kModelsPath = "/v1beta/models";
-constexpr std::string_view kGenerateMethod = ":generateContent";
 
 KAIRefusal refuseArgument(std::string message) {
     return {.status = 400, .message = std::move(message)};
@@ -52,9 +54,10 @@ std::vector<KAIEmulatedModel> offerModels(const KAIEmulatorScript& script) {
     if (!script.obtainModels().empty()) {
         return script.obtainModels();
     }
-    KAIEmulatedModel flash("gemini-2.0-flash", {{"displayName", "Gemini 2.0 Flash"}});
-    KAIEmulatedModel pro("gemini-1.5-pro", {{"displayName", "Gemini 1.5 Pro"}, {"outputTokenLimit", 8192}});
-    return {pro, flash, describeModel("text-embedding-004", "Text Embedding 004", "embedContent"),
+    KAIEmulatedModel flash("gemini-3.5-flash", {{"displayName", "Gemini 3.5 Flash"}});
+    KAIEmulatedModel pro("gemini-3.1-pro-preview",
+                         {{"displayName", "Gemini 3.1 Pro Preview"}, {"outputTokenLimit", 65536}});
+    return {pro, flash, describeModel("gemini-embedding-2", "Gemini Embedding 2", "embedContent"),
             describeModel("aqa", "Model that performs Attributed Question Answering.", "generateAnswer")};
 }
 
@@ -151,7 +154,8 @@ void checkConfiguration(const KAIEmulatorJson& body) {
     }
     checkNames(*configuration, "generation_config",
                {"temperature", "topP", "top_p", "topK", "top_k", "candidateCount", "candidate_count", "maxOutputTokens",
-                "max_output_tokens", "stopSequences", "stop_sequences", "seed", "thinkingConfig"});
+                "max_output_tokens", "stopSequences", "stop_sequences", "seed", "thinkingConfig", "thinking_config",
+                "responseMimeType", "response_mime_type", "responseSchema", "response_schema"});
     const auto* temperature = findMember(*configuration, "temperature");
     if (temperature == nullptr) {
         return;
@@ -223,6 +227,16 @@ KAIEmulatorJson countTokens(std::size_t tokens) {
     return KAIEmulatorJson::array({{{"modality", "TEXT"}, {"tokenCount", tokens}}});
 }
 
+// A candidate in a stream: one piece of it, which ends it when there is a finish reason.
+KAIEmulatorJson writeCandidatePiece(const std::string& text, std::size_t index, const std::string& finishReason) {
+    KAIEmulatorJson candidate{{"content", {{"parts", KAIEmulatorJson::array({{{"text", text}}})}, {"role", "model"}}}};
+    if (!finishReason.empty()) {
+        candidate["finishReason"] = finishReason;
+    }
+    candidate["index"] = index;
+    return candidate;
+}
+
 KAIEmulatorJson writeUsage(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer& answer) {
     const std::size_t promptTokens = estimateTokens(turn);
     std::size_t answerTokens = 0;
@@ -262,6 +276,65 @@ KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatedAnsw
     return response;
 }
 
+// The responses of a stream, which joined are the answer. The text's last piece carries the finish reason.
+class GoogleStream {
+public:
+    GoogleStream(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer& answer) : m_turn(turn), m_answer(answer) {}
+
+    [[nodiscard]] KAIStreamedEvents write(const std::function<std::string(const KAIEmulatorJson&)>& writeEvent) {
+        KAIStreamedEvents events;
+        for (std::size_t i = 0; i < m_answer.choices.size(); ++i) {
+            addChoice(m_answer.choices[i], i, events, writeEvent);
+        }
+        if (m_answer.choices.empty()) {
+            events.ending.push_back(writeEvent(writeResponse(m_turn, m_answer)));
+        }
+        return events;
+    }
+
+private:
+    void addChoice(const KAIEmulatedChoice& choice, std::size_t index, KAIStreamedEvents& events,
+                   const std::function<std::string(const KAIEmulatorJson&)>& writeEvent) const {
+        for (const std::string& thought : splitText(choice.reasoning, m_answer.stream->pieceCharacters)) {
+            KAIEmulatorJson candidate = writeCandidatePiece(thought, index, "");
+            candidate["content"]["parts"][0]["thought"] = true;
+            events.opening.push_back(writeEvent(writePiece(candidate, false)));
+        }
+        std::vector<std::string> pieces = splitChoice(choice, *m_answer.stream);
+        const std::string last = pieces.empty() ? "" : std::move(pieces.back());
+        pieces.resize(pieces.empty() ? 0 : pieces.size() - 1);
+        for (const std::string& piece : pieces) {
+            events.texts.push_back(writeEvent(writePiece(writeCandidatePiece(piece, index, ""), false)));
+        }
+        const std::string reason = choice.finishReason.empty() ? "STOP" : choice.finishReason;
+        events.ending.push_back(writeEvent(writePiece(writeCandidatePiece(last, index, reason), true)));
+    }
+
+    [[nodiscard]] KAIEmulatorJson writePiece(const KAIEmulatorJson& candidate, bool isLast) const {
+        KAIEmulatorJson usage = writeUsage(m_turn, m_answer);
+        if (!isLast) {
+            usage = {{"promptTokenCount", usage["promptTokenCount"]}, {"totalTokenCount", usage["promptTokenCount"]}};
+        }
+        return {{"candidates", KAIEmulatorJson::array({candidate})},
+                {"usageMetadata", usage},
+                {"modelVersion", m_turn.model},
+                {"responseId", m_responseId}};
+    }
+
+    const KAIEmulatedTurn& m_turn;
+    const KAIEmulatedAnswer& m_answer;
+    std::string m_responseId = makeIdentifier("", 20);
+};
+
+// A stream that was not asked for as events is one array, its commas between the pieces.
+LoopbackReply joinAsArray(LoopbackReply reply) {
+    for (std::size_t i = 0; i < reply.pieces.size(); ++i) {
+        reply.pieces[i].insert(0, i == 0 ? "[" : ",\r\n");
+    }
+    reply.pieces.push_back("]");
+    return reply;
+}
+
 // This service indents what it sends.
 LoopbackReply writeReply(int status, const KAIEmulatorJson& body) {
     LoopbackReply reply{.status = status,
@@ -286,22 +359,42 @@ public:
 
 protected:
     LoopbackReply serve(const LoopbackRequest& request, KAIEmulatorScript& script) override {
-        const std::string_view path = request.path;
-        if (path == kModelsPath && request.method == "GET") {
-            checkKey(request);
-            return listModels(script);
+        std::string_view path = request.path;
+        if (!path.starts_with(kModelsPath)) {
+            return writeNotFoundPage();
         }
-        const bool isModel = path.starts_with(std::string(kModelsPath) + "/") && path.ends_with(kGenerateMethod);
-        if (!isModel || request.method != "POST") {
+        path.remove_prefix(kModelsPath.size());
+        if (path.empty() && request.method == "GET") {
+            checkKey(request);
+            return listModels(request, script);
+        }
+        const std::size_t colon = std::min(path.rfind(':'), path.size());
+        const std::string method = request.method + std::string(path.substr(colon));
+        const auto route = std::ranges::find(kModelRoutes, method, &ModelRoute::method);
+        if (!path.starts_with('/') || route == kModelRoutes.end()) {
             return writeNotFoundPage();
         }
         checkKey(request);
-        const auto model =
-            path.substr(kModelsPath.size() + 1, path.size() - kModelsPath.size() - 1 - kGenerateMethod.size());
-        return generate(request, decodePathText(model), script);
+        const std::string model = decodePathText(path.substr(1, colon - 1));
+        checkModel(model, route->action, script);
+        return (this->*route->serve)(request, model, script);
     }
 
     LoopbackReply writeRefusal(const KAIRefusal& refusal) const override {
+        return writeReply(refusal.status, writeError(refusal));
+    }
+
+private:
+    using ServeModel = LoopbackReply (GoogleService::*)(const LoopbackRequest&, const std::string&,
+                                                        KAIEmulatorScript&) const;
+    struct ModelRoute {
+        std::string_view method;  // of HTTP, and of the model behind its colon
+        const char* action;       // as a refusal names it
+        ServeModel serve;
+    };
+    static const std::array<ModelRoute, 4> kModelRoutes;
+
+    static KAIEmulatorJson writeError(const KAIRefusal& refusal) {
         KAIEmulatorJson error{{"code", refusal.status},
                               {"message", refusal.message},
                               {"status", refusal.type.empty() ? describeStatus(refusal.status) : refusal.type}};
@@ -310,10 +403,9 @@ protected:
                                                         {"reason", refusal.code},
                                                         {"domain", "googleapis.com"}}});
         }
-        return writeReply(refusal.status, {{"error", error}});
+        return {{"error", error}};
     }
 
-private:
     void checkKey(const LoopbackRequest& request) const {
         const auto* key = request.findQueryParam("key");
         if (key == nullptr) {
@@ -332,29 +424,92 @@ private:
         }
     }
 
-    static LoopbackReply listModels(const KAIEmulatorScript& script) {
-        auto list = KAIEmulatorJson::array();
-        for (const auto& model : offerModels(script)) {
-            list.push_back(writeModel(model));
-        }
-        return writeReply(200, {{"models", list}});
-    }
-
-    LoopbackReply generate(const LoopbackRequest& request, const std::string& model, KAIEmulatorScript& script) const {
+    static void checkModel(const std::string& model, const char* action, const KAIEmulatorScript& script) {
         if (!isOffered(offerModels(script), model)) {
             throw KAIRefusal{.status = 404,
                              .message = "models/" + model +
-                                        " is not found for API version v1beta, or is not supported for "
-                                        "generateContent. Call ListModels to see the list of available models and "
-                                        "their supported methods."};
+                                        " is not found for API version v1beta, or is not supported for " + action +
+                                        ". Call ListModels to see the list of available models and their supported "
+                                        "methods."};
         }
+    }
+
+    // One page. The token of the next one is the place where it begins.
+    static LoopbackReply listModels(const LoopbackRequest& request, const KAIEmulatorScript& script) {
+        const auto models = offerModels(script);
+        const std::size_t pageSize = readCount(request, "pageSize", 50);
+        std::size_t place = std::min(readCount(request, "pageToken", 0), models.size());
+        auto list = KAIEmulatorJson::array();
+        for (; place < models.size() && list.size() < pageSize; ++place) {
+            list.push_back(writeModel(models[place]));
+        }
+        KAIEmulatorJson page{{"models", list}};
+        if (place < models.size()) {
+            page["nextPageToken"] = std::to_string(place);
+        }
+        return writeReply(200, page);
+    }
+
+    // A number in the query; 0 and nothing mean what the service does by itself.
+    static std::size_t readCount(const LoopbackRequest& request, const char* name, std::size_t usual) {
+        const auto* text = request.findQueryParam(name);
+        if (text == nullptr || text->empty()) {
+            return usual;
+        }
+        std::size_t count = 0;
+        const auto [end, error] = std::from_chars(text->data(), text->data() + text->size(), count);
+        if (error != std::errc{} || end != text->data() + text->size()) {
+            throw refuseArgument("Invalid value at '" + std::string(name) + "', \"" + *text + "\"");
+        }
+        return count == 0 ? usual : count;
+    }
+
+    // NOLINTBEGIN(readability-convert-member-functions-to-static): entries of the table of routes
+    LoopbackReply describe(const LoopbackRequest& /*request*/, const std::string& name,
+                           KAIEmulatorScript& script) const {
+        const auto models = offerModels(script);
+        return writeReply(200, writeModel(*std::ranges::find(models, name, &KAIEmulatedModel::name)));
+    }
+
+    LoopbackReply countPromptTokens(const LoopbackRequest& request, const std::string& model,
+                                    KAIEmulatorScript& /*script*/) const {
+        const std::size_t tokens = estimateTokens(readTurn(request, model));
+        return writeReply(200, {{"totalTokens", tokens}, {"promptTokensDetails", countTokens(tokens)}});
+    }
+    // NOLINTEND(readability-convert-member-functions-to-static)
+
+    LoopbackReply generate(const LoopbackRequest& request, const std::string& model, KAIEmulatorScript& script) const {
         const KAIEmulatedTurn turn = readTurn(request, model);
         const KAIEmulatedAnswer answer = script.decide(turn);
         return deliver(answer, [&] { return writeReply(200, writeResponse(turn, answer)); });
     }
 
+    LoopbackReply stream(const LoopbackRequest& request, const std::string& model, KAIEmulatorScript& script) const {
+        const KAIEmulatedTurn turn = readTurn(request, model);
+        const KAIEmulatedAnswer answer = script.decide(turn);
+        const auto* form = request.findQueryParam("alt");
+        const bool isEvents = form != nullptr && *form == "sse";
+        const auto writeEvent = [isEvents](const KAIEmulatorJson& response) {
+            return isEvents ? writeServerSentEvent(writeJson(response), "\r\n") : writeJson(response, 2);
+        };
+        return deliver(answer, [&] {
+            KAIStreamedEvents events = GoogleStream(turn, answer).write(writeEvent);
+            events.writeFailure = [&](const KAIRefusal& refusal) { return writeEvent(writeError(refusal)); };
+            const char* type = isEvents ? "text/event-stream" : "application/json; charset=UTF-8";
+            LoopbackReply reply = writeStreamedReply(*answer.stream, events, {{"Content-Type", type}});
+            return isEvents ? reply : joinAsArray(std::move(reply));
+        });
+    }
+
     std::string m_key;
 };
+
+const std::array<GoogleService::ModelRoute, 4> GoogleService::kModelRoutes{{
+    {"GET", "get", &GoogleService::describe},
+    {"POST:generateContent", "generateContent", &GoogleService::generate},
+    {"POST:streamGenerateContent", "streamGenerateContent", &GoogleService::stream},
+    {"POST:countTokens", "countTokens", &GoogleService::countPromptTokens},
+}};
 
 }  // namespace
 

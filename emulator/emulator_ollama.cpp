@@ -1,10 +1,11 @@
-// The Ollama protocol: GET /api/tags and POST /api/chat.
+// The Ollama protocol: the models (tags, show, ps), chat and generate, all below /api.
 
 #include <algorithm>
 #include <array>
 #include <string>
 
 #include "emulator_service.h"
+#include "emulator_stream.h"
 
 namespace {
 
@@ -18,10 +19,20 @@ std::vector<KAIEmulatedModel> offerModels(const KAIEmulatorScript& script) {
                                          : script.obtainModels();
 }
 
-bool isInstalled(const KAIEmulatorScript& script, const std::string& name) {
-    return std::ranges::any_of(offerModels(script), [&](const KAIEmulatedModel& model) {
-        return completeName(model.name) == completeName(name);
-    });
+// Throws KAIRefusal when it is not installed.
+KAIEmulatedModel findModel(const KAIEmulatorScript& script, const std::string& name) {
+    for (const KAIEmulatedModel& model : offerModels(script)) {
+        if (completeName(model.name) == completeName(name)) {
+            return model;
+        }
+    }
+    throw KAIRefusal{.status = 404, .message = "model '" + name + "' not found"};
+}
+
+KAIEmulatorJson writeDetails() {
+    return {{"parent_model", ""},       {"format", "gguf"},
+            {"family", "llama"},        {"families", KAIEmulatorJson::array({"llama"})},
+            {"parameter_size", "3.2B"}, {"quantization_level", "Q4_K_M"}};
 }
 
 KAIEmulatorJson writeModel(const KAIEmulatedModel& model) {
@@ -30,13 +41,7 @@ KAIEmulatorJson writeModel(const KAIEmulatedModel& model) {
                           {"modified_at", "2025-01-31T09:14:03.251968212+01:00"},
                           {"size", 2019393189},
                           {"digest", "a80c4f17acd55265feec403c7aef86be0c25983ab279d83f3bcd3abbcb5b8b72"},
-                          {"details",
-                           {{"parent_model", ""},
-                            {"format", "gguf"},
-                            {"family", "llama"},
-                            {"families", KAIEmulatorJson::array({"llama"})},
-                            {"parameter_size", "3.2B"},
-                            {"quantization_level", "Q4_K_M"}}}};
+                          {"details", writeDetails()}};
     entry.update(model.members);
     return entry;
 }
@@ -120,13 +125,29 @@ KAIEmulatorJson readBody(const LoopbackRequest& request) {
     return *std::move(body);
 }
 
-KAIEmulatorJson writeMessage(const std::string& text, const std::string& reasoning) {
+// The two requests for a text: their answers differ in where the text stands.
+struct TextForm {
+    KAIEmulatorJson (*write)(const std::string& text, const std::string& thinking);
+};
+
+KAIEmulatorJson writeMessage(const std::string& text, const std::string& thinking) {
     KAIEmulatorJson message{{"role", "assistant"}, {"content", text}};
-    if (!reasoning.empty()) {
-        message["thinking"] = reasoning;
+    if (!thinking.empty()) {
+        message["thinking"] = thinking;
     }
-    return message;
+    return {{"message", message}};
 }
+
+KAIEmulatorJson writeGenerated(const std::string& text, const std::string& thinking) {
+    KAIEmulatorJson members{{"response", text}};
+    if (!thinking.empty()) {
+        members["thinking"] = thinking;
+    }
+    return members;
+}
+
+constexpr TextForm kChatForm{writeMessage};
+constexpr TextForm kGenerateForm{writeGenerated};
 
 void addFigures(KAIEmulatorJson& response, const KAIEmulatedTurn& turn, std::size_t answerTokens) {
     constexpr std::int64_t kNanosecondsToLoad = 41'873'500;
@@ -142,8 +163,9 @@ void addFigures(KAIEmulatorJson& response, const KAIEmulatedTurn& turn, std::siz
     response["eval_duration"] = answerTime;
 }
 
-KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatorJson& message, const std::string& reason) {
-    KAIEmulatorJson response{{"model", turn.model}, {"created_at", obtainTimestamp()}, {"message", message}};
+KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatorJson& members, const std::string& reason) {
+    KAIEmulatorJson response{{"model", turn.model}, {"created_at", obtainTimestamp()}};
+    response.update(members);
     if (!reason.empty()) {
         response["done_reason"] = reason;
     }
@@ -151,23 +173,27 @@ KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatorJson
     return response;
 }
 
-KAIEmulatorJson writeWhole(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& choice) {
-    const auto message = writeMessage(choice.join(), choice.reasoning);
-    auto response = writeResponse(turn, message, choice.finishReason.empty() ? "stop" : choice.finishReason);
+KAIEmulatorJson writeLast(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& choice,
+                          const KAIEmulatorJson& members) {
+    auto response = writeResponse(turn, members, choice.finishReason.empty() ? "stop" : choice.finishReason);
     addFigures(response, turn, estimateTokens(choice.join()));
     return response;
 }
 
 // One object a line, as this service answers a request that does not ask for a whole one.
-LoopbackReply writeStream(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& choice) {
-    LoopbackReply reply{.headers = {{"Content-Type", "application/x-ndjson"}}, .framing = LoopbackFraming::Chunked};
-    for (const auto& part : choice.parts) {
-        reply.body += writeJson(writeResponse(turn, writeMessage(part, ""), "")) + "\n";
+LoopbackReply writeStream(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& choice, const KAIEmulatedStream& stream,
+                          TextForm form) {
+    const auto writeLine = [](const KAIEmulatorJson& response) { return writeJson(response) + "\n"; };
+    KAIStreamedEvents events;
+    for (const auto& piece : splitText(choice.reasoning, stream.pieceCharacters)) {
+        events.opening.push_back(writeLine(writeResponse(turn, form.write("", piece), "")));
     }
-    auto last = writeResponse(turn, writeMessage("", ""), "stop");
-    addFigures(last, turn, estimateTokens(choice.join()));
-    reply.body += writeJson(last) + "\n";
-    return reply;
+    for (const auto& piece : splitChoice(choice, stream)) {
+        events.texts.push_back(writeLine(writeResponse(turn, form.write(piece, ""), "")));
+    }
+    events.ending.push_back(writeLine(writeLast(turn, choice, form.write("", ""))));
+    events.writeFailure = [&](const KAIRefusal& refusal) { return writeLine({{"error", refusal.message}}); };
+    return writeStreamedReply(stream, events, {{"Content-Type", "application/x-ndjson"}});
 }
 
 LoopbackReply writeText(int status, std::string text) {
@@ -177,21 +203,14 @@ LoopbackReply writeText(int status, std::string text) {
 class OllamaService : public KAIEmulatedService {
 protected:
     LoopbackReply serve(const LoopbackRequest& request, KAIEmulatorScript& script) override {
-        const std::string route = request.method + " " + request.path;
-        if (route == "GET /api/tags") {
-            return listModels(script);
+        const auto route = std::ranges::find(kRoutes, request.path, &Route::path);
+        if (route == kRoutes.end()) {
+            return writeText(404, "404 page not found");
         }
-        if (route == "POST /api/chat") {
-            return chat(request, script);
+        if (request.method != route->method) {
+            return writeText(405, "405 method not allowed");
         }
-        if (route == "GET /api/version") {
-            return writeJsonReply(200, {{"version", "0.6.2"}});
-        }
-        if (route == "GET /") {
-            return writeText(200, "Ollama is running");
-        }
-        const bool isKnown = request.path == "/api/tags" || request.path == "/api/chat";
-        return isKnown ? writeText(405, "405 method not allowed") : writeText(404, "404 page not found");
+        return (this->*route->serve)(request, script);
     }
 
     // Everything that may be wrong is told in one string here.
@@ -200,7 +219,24 @@ protected:
     }
 
 private:
-    static LoopbackReply listModels(const KAIEmulatorScript& script) {
+    using Serve = LoopbackReply (OllamaService::*)(const LoopbackRequest&, KAIEmulatorScript&) const;
+    struct Route {
+        std::string_view method;
+        std::string_view path;
+        Serve serve;
+    };
+    static const std::array<Route, 7> kRoutes;
+
+    static std::string readModel(const KAIEmulatorJson& body) {
+        std::string model = readText(body, "model", "");
+        if (model.empty()) {
+            throw KAIRefusal{.status = 400, .message = "model is required"};
+        }
+        return model;
+    }
+
+    // NOLINTBEGIN(readability-convert-member-functions-to-static): entries of the table of routes
+    LoopbackReply listModels(const LoopbackRequest& /*request*/, KAIEmulatorScript& script) const {
         auto list = KAIEmulatorJson::array();
         for (const auto& model : offerModels(script)) {
             list.push_back(writeModel(model));
@@ -208,29 +244,84 @@ private:
         return writeJsonReply(200, {{"models", list}});
     }
 
+    // The models in memory: here, all.
+    LoopbackReply listRunning(const LoopbackRequest& /*request*/, KAIEmulatorScript& script) const {
+        auto list = KAIEmulatorJson::array();
+        for (const auto& model : offerModels(script)) {
+            KAIEmulatorJson entry = writeModel(model);
+            entry.erase("modified_at");
+            entry["expires_at"] = obtainTimestamp();
+            entry["size_vram"] = entry["size"];
+            entry["context_length"] = 4096;
+            list.push_back(entry);
+        }
+        return writeJsonReply(200, {{"models", list}});
+    }
+
+    LoopbackReply show(const LoopbackRequest& request, KAIEmulatorScript& script) const {
+        const KAIEmulatedModel model = findModel(script, readModel(readBody(request)));
+        return writeJsonReply(200, {{"license", "LLAMA COMMUNITY LICENSE"},
+                                    {"modelfile", "FROM " + model.name},
+                                    {"parameters", "temperature 0.7"},
+                                    {"template", "{{ .Prompt }}"},
+                                    {"details", writeDetails()},
+                                    {"model_info", {{"general.architecture", "llama"}}},
+                                    {"capabilities", KAIEmulatorJson::array({"completion"})},
+                                    {"modified_at", obtainTimestamp()}});
+    }
+
+    LoopbackReply tellVersion(const LoopbackRequest& /*request*/, KAIEmulatorScript& /*script*/) const {
+        return writeJsonReply(200, {{"version", "0.40.12"}});
+    }
+
+    LoopbackReply tellLife(const LoopbackRequest& /*request*/, KAIEmulatorScript& /*script*/) const {
+        return writeText(200, "Ollama is running");
+    }
+    // NOLINTEND(readability-convert-member-functions-to-static)
+
     LoopbackReply chat(const LoopbackRequest& request, KAIEmulatorScript& script) const {
         const KAIEmulatorJson body = readBody(request);
-        KAIEmulatedTurn turn;
-        turn.model = readText(body, "model", "");
-        if (turn.model.empty()) {
-            throw KAIRefusal{.status = 400, .message = "model is required"};
-        }
-        const bool isStreamed = readStream(body);
+        KAIEmulatedTurn turn{.model = readModel(body)};
         readMessages(body, turn);
-        checkOptions(body);
-        if (!isInstalled(script, turn.model)) {
-            throw KAIRefusal{.status = 404, .message = "model \"" + turn.model + "\" not found, try pulling it first"};
+        return say(body, turn, script, kChatForm);
+    }
+
+    LoopbackReply generate(const LoopbackRequest& request, KAIEmulatorScript& script) const {
+        const KAIEmulatorJson body = readBody(request);
+        KAIEmulatedTurn turn{.model = readModel(body), .instructions = readText(body, "system", "")};
+        if (const std::string prompt = readText(body, "prompt", ""); !prompt.empty()) {
+            turn.messages.push_back({"user", prompt});
         }
+        return say(body, turn, script, kGenerateForm);
+    }
+
+    LoopbackReply say(const KAIEmulatorJson& body, const KAIEmulatedTurn& turn, KAIEmulatorScript& script,
+                      TextForm form) const {
+        const bool isStreamed = readStream(body);
+        checkOptions(body);
+        static_cast<void>(findModel(script, turn.model));
         if (turn.messages.empty()) {
-            return writeJsonReply(200, writeResponse(turn, writeMessage("", ""), "load"));
+            return writeJsonReply(200, writeResponse(turn, form.write("", ""), "load"));
         }
         const KAIEmulatedAnswer answer = script.decide(turn);
         const KAIEmulatedChoice choice = answer.choices.empty() ? KAIEmulatedChoice{} : answer.choices.front();
         return deliver(answer, [&] {
-            return isStreamed ? writeStream(turn, choice) : writeJsonReply(200, writeWhole(turn, choice));
+            return isStreamed
+                       ? writeStream(turn, choice, *answer.stream, form)
+                       : writeJsonReply(200, writeLast(turn, choice, form.write(choice.join(), choice.reasoning)));
         });
     }
 };
+
+const std::array<OllamaService::Route, 7> OllamaService::kRoutes{{
+    {"GET", "/", &OllamaService::tellLife},
+    {"GET", "/api/version", &OllamaService::tellVersion},
+    {"GET", "/api/tags", &OllamaService::listModels},
+    {"GET", "/api/ps", &OllamaService::listRunning},
+    {"POST", "/api/show", &OllamaService::show},
+    {"POST", "/api/chat", &OllamaService::chat},
+    {"POST", "/api/generate", &OllamaService::generate},
+}};
 
 }  // namespace
 

@@ -1,11 +1,12 @@
-// The OpenAI Assistants protocol: models, assistants, threads, messages and runs, kept on the service.
+// The OpenAI service: models, chat completions, and the Assistants protocol (assistants, threads and messages here).
+
+#include "emulator_openai.h"
 
 #include <algorithm>
 #include <string>
 
+#include "emulator_chat_completions.h"
 #include "emulator_openai_checks.h"
-#include "emulator_openai_objects.h"
-#include "emulator_service.h"
 
 namespace {
 
@@ -32,15 +33,6 @@ std::vector<std::string> splitPath(std::string_view path) {
     return pieces;
 }
 
-LoopbackReply writeReply(int status, const KAIEmulatorJson& body) {
-    LoopbackReply reply{.status = status,
-                        .headers = {{"Content-Type", "application/json"},
-                                    {"openai-version", "2020-10-01"},
-                                    {"x-request-id", makeIdentifier("req_", 32)}}};
-    reply.body = writeJson(body, 2);
-    return reply;
-}
-
 KAIEmulatorJson writeDeletion(const std::string& id, const char* object) {
     return {{"id", id}, {"object", object}, {"deleted", true}};
 }
@@ -49,65 +41,75 @@ KAIEmulatorJson orNull(const std::string& text) {
     return text.empty() ? KAIEmulatorJson(nullptr) : KAIEmulatorJson(text);
 }
 
-// A request on its way to the object that it is about.
-struct Call {
-    const LoopbackRequest& request;
-    KAIEmulatorScript& script;
-    std::vector<std::string> path;  // after "/v1"
+constexpr KAIChatDialect kDialect{
+    .malformedStatus = 400,
+    .refuseModel =
+        [](const std::string& model) {
+            return KAIRefusal{.status = 404,
+                              .message = "The model `" + model + "` does not exist or you do not have access to it.",
+                              .code = "model_not_found"};
+        },
+    .hasRefusalMember = true,
+    .hasCacheFigures = false,
+    .keepAlive = {}};
 
-    [[nodiscard]] bool is(std::string_view method) const { return request.method == method; }
-    [[nodiscard]] bool hasLength(std::size_t length) const { return path.size() == length; }
-    [[noreturn]] void refuseMethod() const {
-        throw KAIRefusal{.status = 405,
-                         .message = "Not allowed to " + request.method + " on " + request.path + ".",
-                         .code = "method_not_supported"};
+KAIEmulatorJson writeModel(const KAIEmulatedModel& model) {
+    KAIEmulatorJson entry{{"id", model.name}, {"object", "model"}, {"created", 1700000000}, {"owned_by", "system"}};
+    entry.update(model.members);
+    return entry;
+}
+
+KAIEmulatorJson writeError(const KAIRefusal& refusal) {
+    const std::string type = refusal.status >= 500 ? "server_error" : "invalid_request_error";
+    return {{"error",
+             {{"message", refusal.message},
+              {"type", refusal.type.empty() ? type : refusal.type},
+              {"param", orNull(refusal.param)},
+              {"code", orNull(refusal.code)}}}};
+}
+
+}  // namespace
+
+void OpenAICall::demand(std::string_view method) const {
+    if (!is(method)) {
+        refuseMethod();
     }
-    [[noreturn]] void refusePath() const {
-        throw KAIRefusal{.status = 404, .message = "Invalid URL (" + request.method + " " + request.path + ")"};
-    }
-};
+}
 
-class OpenAIService : public KAIEmulatedService {
-public:
-    explicit OpenAIService(const KAIEmulatorOptions& options) : m_key(options.key) {}
+void OpenAICall::refuseMethod() const {
+    throw KAIRefusal{.status = 405,
+                     .message = "Not allowed to " + request.method + " on " + request.path + ".",
+                     .code = "method_not_supported"};
+}
 
-    std::vector<std::string> listLeft() const override { return m_store.listIdentifiers(); }
+void OpenAICall::refusePath() const {
+    throw KAIRefusal{.status = 404, .message = "Invalid URL (" + request.method + " " + request.path + ")"};
+}
 
-protected:
-    LoopbackReply serve(const LoopbackRequest& request, KAIEmulatorScript& script) override;
-    LoopbackReply writeRefusal(const KAIRefusal& refusal) const override;
-
-private:
-    void checkKey(const LoopbackRequest& request) const;
-    static void checkBetaHeader(const LoopbackRequest& request);
-    static void checkModel(const KAIEmulatorJson& body, const KAIEmulatorScript& script);
-
-    static LoopbackReply serveModels(const Call& call);
-    LoopbackReply serveAssistants(const Call& call);
-    LoopbackReply serveAssistant(const Call& call, const std::string& id);
-    LoopbackReply serveThreads(const Call& call);
-    LoopbackReply serveThread(const Call& call, const std::string& id);
-    static LoopbackReply serveMessages(const Call& call, OpenAIThread& thread);
-    LoopbackReply serveRuns(const Call& call, OpenAIThread& thread);
-    static LoopbackReply serveRun(const Call& call, OpenAIThread& thread, const std::string& id);
-    LoopbackReply createRun(const Call& call, OpenAIThread& thread);
-
-    std::string m_key;
-    OpenAIStore m_store;
-};
+LoopbackReply writeOpenAIReply(int status, const KAIEmulatorJson& body) {
+    LoopbackReply reply{.status = status,
+                        .headers = {{"Content-Type", "application/json"},
+                                    {"openai-version", "2020-10-01"},
+                                    {"x-request-id", makeIdentifier("req_", 32)}}};
+    reply.body = writeJson(body, 2);
+    return reply;
+}
 
 LoopbackReply OpenAIService::serve(const LoopbackRequest& request, KAIEmulatorScript& script) {
     if (request.path == kLeftPath && request.method == "GET") {
-        return writeReply(200, {{"left", listLeft()}});
+        return writeOpenAIReply(200, {{"left", listLeft()}});
     }
     checkKey(request);
-    Call call{request, script, splitPath(request.path)};
+    OpenAICall call{request, script, splitPath(request.path)};
     if (call.path.size() < 2 || call.path.front() != "v1") {
         call.refusePath();
     }
     call.path.erase(call.path.begin());
     if (call.path.front() == "models") {
         return serveModels(call);
+    }
+    if (call.path.front() == "chat") {
+        return serveCompletions(call);
     }
     if (call.path.front() != "assistants" && call.path.front() != "threads") {
         call.refusePath();
@@ -117,12 +119,7 @@ LoopbackReply OpenAIService::serve(const LoopbackRequest& request, KAIEmulatorSc
 }
 
 LoopbackReply OpenAIService::writeRefusal(const KAIRefusal& refusal) const {
-    const std::string type = refusal.status >= 500 ? "server_error" : "invalid_request_error";
-    return writeReply(refusal.status, {{"error",
-                                        {{"message", refusal.message},
-                                         {"type", refusal.type.empty() ? type : refusal.type},
-                                         {"param", orNull(refusal.param)},
-                                         {"code", orNull(refusal.code)}}}});
+    return writeOpenAIReply(refusal.status, writeError(refusal));
 }
 
 void OpenAIService::checkKey(const LoopbackRequest& request) const {
@@ -158,23 +155,43 @@ void OpenAIService::checkModel(const KAIEmulatorJson& body, const KAIEmulatorScr
     }
 }
 
-LoopbackReply OpenAIService::serveModels(const Call& call) {
-    if (!call.hasLength(1)) {
+LoopbackReply OpenAIService::serveModels(const OpenAICall& call) {
+    if (call.path.size() > 2) {
         call.refusePath();
     }
-    if (!call.is("GET")) {
-        call.refuseMethod();
-    }
+    call.demand("GET");
     auto data = KAIEmulatorJson::array();
     for (const auto& model : offerModels(call.script)) {
-        KAIEmulatorJson entry{{"id", model.name}, {"object", "model"}, {"created", 1700000000}, {"owned_by", "system"}};
-        entry.update(model.members);
-        data.push_back(entry);
+        if (call.hasLength(1)) {
+            data.push_back(writeModel(model));
+        } else if (model.name == call.path[1]) {
+            return writeOpenAIReply(200, writeModel(model));
+        }
     }
-    return writeReply(200, {{"object", "list"}, {"data", data}});
+    if (call.hasLength(2)) {
+        throw KAIRefusal{.status = 404,
+                         .message = "The model '" + call.path[1] + "' does not exist",
+                         .code = "model_not_found",
+                         .param = "model"};
+    }
+    return writeOpenAIReply(200, {{"object", "list"}, {"data", data}});
 }
 
-LoopbackReply OpenAIService::serveAssistants(const Call& call) {
+LoopbackReply OpenAIService::serveCompletions(const OpenAICall& call) const {
+    if (!call.hasLength(2) || call.path[1] != "completions") {
+        call.refusePath();
+    }
+    call.demand("POST");
+    const KAIChatRequest chat = readChatRequest(call.request, kDialect, offerModels(call.script));
+    const KAIEmulatedAnswer answer = call.script.decide(chat.turn);
+    return deliver(answer, [&] {
+        return chat.isStreamed ? writeStreamedReply(*answer.stream, writeChatEvents(chat, answer, kDialect, writeError),
+                                                    {{"Content-Type", "text/event-stream; charset=utf-8"}})
+                               : writeOpenAIReply(200, writeChatCompletion(chat.turn, answer, kDialect));
+    });
+}
+
+LoopbackReply OpenAIService::serveAssistants(const OpenAICall& call) {
     if (call.hasLength(2)) {
         return serveAssistant(call, call.path[1]);
     }
@@ -182,22 +199,20 @@ LoopbackReply OpenAIService::serveAssistants(const Call& call) {
         call.refusePath();
     }
     if (call.is("GET")) {
-        return writeReply(200, writeOpenAIList(m_store.listAssistants(), call.request));
+        return writeOpenAIReply(200, writeOpenAIList(m_store.listAssistants(), call.request));
     }
-    if (!call.is("POST")) {
-        call.refuseMethod();
-    }
+    call.demand("POST");
     const auto body = readOpenAIBody(call.request);
     static_cast<void>(readRequiredText(body, "model"));
     checkOpenAIAssistant(body);
     checkModel(body, call.script);
-    return writeReply(200, m_store.addAssistant(makeOpenAIAssistant(body)));
+    return writeOpenAIReply(200, m_store.addAssistant(makeOpenAIAssistant(body)));
 }
 
-LoopbackReply OpenAIService::serveAssistant(const Call& call, const std::string& id) {
+LoopbackReply OpenAIService::serveAssistant(const OpenAICall& call, const std::string& id) {
     if (call.is("DELETE")) {
         m_store.removeAssistant(id);
-        return writeReply(200, writeDeletion(id, "assistant.deleted"));
+        return writeOpenAIReply(200, writeDeletion(id, "assistant.deleted"));
     }
     auto& assistant = m_store.obtainAssistant(id);
     if (call.is("POST")) {
@@ -208,39 +223,44 @@ LoopbackReply OpenAIService::serveAssistant(const Call& call, const std::string&
     } else if (!call.is("GET")) {
         call.refuseMethod();
     }
-    return writeReply(200, assistant);
+    return writeOpenAIReply(200, assistant);
 }
 
-LoopbackReply OpenAIService::serveThreads(const Call& call) {
+OpenAIThread& OpenAIService::createThread(const KAIEmulatorJson& body) {
+    checkOpenAIThread(body);
+    auto& thread = m_store.addThread(makeOpenAIThread(body));
+    if (const auto* messages = findMember(body, "messages"); messages != nullptr && !messages->is_null()) {
+        std::ranges::for_each(*messages, [&](const auto& message) { thread.addMessage(message); });
+    }
+    return thread;
+}
+
+LoopbackReply OpenAIService::serveThreads(const OpenAICall& call) {
+    if (call.hasLength(2) && call.path[1] == "runs") {
+        return createThreadAndRun(call);
+    }
     if (!call.hasLength(1)) {
         return serveThread(call, call.path[1]);
     }
-    if (!call.is("POST")) {
-        call.refuseMethod();
-    }
-    const auto body = readOpenAIBody(call.request);
-    checkOpenAIThread(body);
-    auto& thread = m_store.addThread(makeOpenAIThread(body));
-    if (const auto* messages = findMember(body, "messages"); messages != nullptr) {
-        for (const auto& message : *messages) {
-            thread.messages.push_back(
-                makeOpenAIMessage(thread, readRequiredText(message, "role"), readContentTexts(message.at("content"))));
-        }
-    }
-    return writeReply(200, thread.object);
+    call.demand("POST");
+    return writeOpenAIReply(200, createThread(readOpenAIBody(call.request)).object);
 }
 
-LoopbackReply OpenAIService::serveThread(const Call& call, const std::string& id) {
+LoopbackReply OpenAIService::serveThread(const OpenAICall& call, const std::string& id) {
     if (call.hasLength(2) && call.is("DELETE")) {
         m_store.removeThread(id);
-        return writeReply(200, writeDeletion(id, "thread.deleted"));
-    }
-    if (call.hasLength(2) && !call.is("GET")) {
-        call.refuseMethod();
+        return writeOpenAIReply(200, writeDeletion(id, "thread.deleted"));
     }
     auto& thread = m_store.obtainThread(id);
     if (call.hasLength(2)) {
-        return writeReply(200, thread.object);
+        if (call.is("POST")) {
+            const auto body = readOpenAIBody(call.request);
+            checkOpenAIThreadChange(body);
+            thread.object.update(body);
+        } else {
+            call.demand("GET");
+        }
+        return writeOpenAIReply(200, thread.object);
     }
     if (call.path[2] == "messages") {
         return serveMessages(call, thread);
@@ -251,9 +271,9 @@ LoopbackReply OpenAIService::serveThread(const Call& call, const std::string& id
     call.refusePath();
 }
 
-LoopbackReply OpenAIService::serveMessages(const Call& call, OpenAIThread& thread) {
-    if (call.hasLength(4) && call.is("GET")) {
-        return writeReply(200, thread.obtainMessage(call.path[3]));
+LoopbackReply OpenAIService::serveMessages(const OpenAICall& call, OpenAIThread& thread) {
+    if (call.hasLength(4)) {
+        return serveMessage(call, thread, call.path[3]);
     }
     if (!call.hasLength(3)) {
         call.refusePath();
@@ -263,11 +283,9 @@ LoopbackReply OpenAIService::serveMessages(const Call& call, OpenAIThread& threa
         if (const auto* run = call.request.findQueryParam("run_id")) {
             std::erase_if(messages, [&](const auto& message) { return message.at("run_id") != *run; });
         }
-        return writeReply(200, writeOpenAIList(std::move(messages), call.request));
+        return writeOpenAIReply(200, writeOpenAIList(std::move(messages), call.request));
     }
-    if (!call.is("POST")) {
-        call.refuseMethod();
-    }
+    call.demand("POST");
     const auto body = readOpenAIBody(call.request);
     checkOpenAIMessage(body);
     if (const auto* run = thread.findActiveRun()) {
@@ -275,63 +293,24 @@ LoopbackReply OpenAIService::serveMessages(const Call& call, OpenAIThread& threa
             .status = 400,
             .message = "Can't add messages to " + call.path[1] + " while a run " + run->obtainID() + " is active."};
     }
-    thread.messages.push_back(
-        makeOpenAIMessage(thread, readRequiredText(body, "role"), readContentTexts(body.at("content"))));
-    return writeReply(200, thread.messages.back());
+    return writeOpenAIReply(200, thread.addMessage(body));
 }
 
-LoopbackReply OpenAIService::serveRuns(const Call& call, OpenAIThread& thread) {
-    if (call.hasLength(4) || call.hasLength(5)) {
-        return serveRun(call, thread, call.path[3]);
-    }
-    if (!call.hasLength(3)) {
-        call.refusePath();
+LoopbackReply OpenAIService::serveMessage(const OpenAICall& call, OpenAIThread& thread, const std::string& id) {
+    auto& message = thread.obtainMessage(id);
+    if (call.is("DELETE")) {
+        std::erase_if(thread.messages, [&](const auto& each) { return each.at("id") == id; });
+        return writeOpenAIReply(200, writeDeletion(id, "thread.message.deleted"));
     }
     if (call.is("POST")) {
-        return createRun(call, thread);
-    }
-    if (!call.is("GET")) {
-        call.refuseMethod();
-    }
-    std::vector<KAIEmulatorJson> runs;
-    std::ranges::transform(thread.runs, std::back_inserter(runs), &OpenAIRun::object);
-    return writeReply(200, writeOpenAIList(std::move(runs), call.request));
-}
-
-LoopbackReply OpenAIService::serveRun(const Call& call, OpenAIThread& thread, const std::string& id) {
-    auto& run = thread.obtainRun(id);
-    if (call.hasLength(5)) {
-        if (call.path[4] != "cancel") {
-            call.refusePath();
-        }
-        if (!call.is("POST")) {
-            call.refuseMethod();
-        }
-        cancelRun(run);
-    } else if (call.is("GET")) {
-        advanceRun(thread, run);
+        const auto body = readOpenAIBody(call.request);
+        checkOpenAIMetadata(body);
+        message.update(body);
     } else {
-        call.refuseMethod();
+        call.demand("GET");
     }
-    return writeReply(200, run.object);
+    return writeOpenAIReply(200, message);
 }
-
-LoopbackReply OpenAIService::createRun(const Call& call, OpenAIThread& thread) {
-    const auto body = readOpenAIBody(call.request);
-    const auto& assistant = m_store.obtainAssistant(readRequiredText(body, "assistant_id"));
-    checkOpenAIRun(body);
-    if (const auto* run = thread.findActiveRun()) {
-        throw KAIRefusal{.status = 400,
-                         .message = "Thread " + call.path[1] + " already has an active run " + run->obtainID() + "."};
-    }
-    const KAIEmulatedAnswer answer = call.script.decide(describeTurn(thread, assistant));
-    return deliver(answer, [&] {
-        thread.runs.push_back({makeOpenAIRun(thread, assistant), answer});
-        return writeReply(200, thread.runs.back().object);
-    });
-}
-
-}  // namespace
 
 std::unique_ptr<KAIEmulatedService> makeOpenAIService(const KAIEmulatorOptions& options) {
     return std::make_unique<OpenAIService>(options);

@@ -32,6 +32,9 @@ constexpr Member kAssistantMembers[] = {{"model", Kind::Text},
                                         {"reasoning_effort", Kind::Text}};
 constexpr Member kThreadMembers[] = {
     {"messages", Kind::Array}, {"tool_resources", Kind::Object}, {"metadata", Kind::Object}};
+constexpr Member kThreadChanges[] = {{"tool_resources", Kind::Object}, {"metadata", Kind::Object}};
+constexpr Member kMetadata[] = {{"metadata", Kind::Object}};
+constexpr Member kToolOutputs[] = {{"tool_outputs", Kind::Array}, {"stream", Kind::Flag}};
 constexpr Member kMessageMembers[] = {
     {"role", Kind::Text}, {"content"}, {"attachments", Kind::Array}, {"metadata", Kind::Object}};
 constexpr Member kRunMembers[] = {{"assistant_id", Kind::Text},
@@ -213,6 +216,21 @@ void checkOpenAIRun(const KAIEmulatorJson& body) {
     }
 }
 
+void checkOpenAIThreadChange(const KAIEmulatorJson& body) {
+    checkMembers(body, kThreadChanges);
+}
+
+void checkOpenAIMetadata(const KAIEmulatorJson& body) {
+    checkMembers(body, kMetadata);
+}
+
+void checkOpenAIToolOutputs(const KAIEmulatorJson& body) {
+    checkMembers(body, kToolOutputs);
+    if (const auto* outputs = findMember(body, "tool_outputs"); outputs == nullptr || !outputs->is_array()) {
+        throw refuse("Missing required parameter: 'tool_outputs'.", "missing_required_parameter", "tool_outputs");
+    }
+}
+
 std::string readRequiredText(const KAIEmulatorJson& body, const char* name) {
     const auto* member = findMember(body, name);
     if (member == nullptr || !member->is_string()) {
@@ -244,21 +262,33 @@ std::vector<std::string> readContentTexts(const KAIEmulatorJson& content) {
 
 KAIEmulatorJson writeOpenAIList(std::vector<KAIEmulatorJson> objects, const LoopbackRequest& request) {
     const auto* order = request.findQueryParam("order");
+    if (order != nullptr && *order != "asc" && *order != "desc") {
+        throw refuse("Invalid value: '" + *order + "'. Supported values are: 'asc' and 'desc'.", "invalid_value",
+                     "order");
+    }
     if (order == nullptr || *order != "asc") {
         std::ranges::reverse(objects);
     }
     const auto find = [&](const std::string& id) {
-        return std::ranges::find_if(objects, [&](const auto& object) { return object.at("id") == id; });
+        const auto place = std::ranges::find_if(objects, [&](const auto& object) { return object.at("id") == id; });
+        if (place == objects.end()) {
+            throw KAIRefusal{.status = 404, .message = "No object found with id '" + id + "'."};
+        }
+        return place;
     };
-    if (const auto* before = request.findQueryParam("before")) {
+    const auto* before = request.findQueryParam("before");
+    if (before != nullptr) {
         objects.erase(find(*before), objects.end());
     }
     if (const auto* after = request.findQueryParam("after")) {
-        const auto place = find(*after);
-        objects.erase(objects.begin(), place == objects.end() ? place : std::next(place));
+        objects.erase(objects.begin(), std::next(find(*after)));
     }
     const std::size_t limit = readLimit(request);
     const bool hasMore = objects.size() > limit;
+    if (hasMore && before != nullptr) {
+        // The page that ends before this object, not the first of all.
+        objects.erase(objects.begin(), objects.end() - static_cast<std::ptrdiff_t>(limit));
+    }
     objects.resize(std::min(objects.size(), limit));
     return {{"object", "list"},
             {"data", objects},

@@ -15,6 +15,11 @@ void checkOpenAIAssistant(const KAIEmulatorJson& body);
 void checkOpenAIThread(const KAIEmulatorJson& body);
 void checkOpenAIMessage(const KAIEmulatorJson& body);
 void checkOpenAIRun(const KAIEmulatorJson& body);
+/// What may be changed of a thread that exists.
+void checkOpenAIThreadChange(const KAIEmulatorJson& body);
+/// What may be changed of a message or a run that exists: its metadata.
+void checkOpenAIMetadata(const KAIEmulatorJson& body);
+void checkOpenAIToolOutputs(const KAIEmulatorJson& body);
 
 /// A member that must be there, as text.
 [[nodiscard]] std::string readRequiredText(const KAIEmulatorJson& body, const char* name);

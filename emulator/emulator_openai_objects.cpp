@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "emulator_openai_checks.h"
 #include "emulator_service.h"
 
 namespace {
@@ -29,11 +30,40 @@ auto& obtain(Container& container, const char* kind, const std::string& id, Proj
 const auto byThreadID = [](const OpenAIThread& thread) { return readID(thread.object); };
 const auto byRunID = [](const OpenAIRun& run) { return run.obtainID(); };
 
+// The step of a run that wrote this message.
+KAIEmulatorJson makeStep(const OpenAIRun& run, const KAIEmulatorJson& message) {
+    return {{"id", makeIdentifier("step_", 24)},
+            {"object", "thread.run.step"},
+            {"created_at", message.at("created_at")},
+            {"run_id", run.object.at("id")},
+            {"assistant_id", run.object.at("assistant_id")},
+            {"thread_id", run.object.at("thread_id")},
+            {"type", "message_creation"},
+            {"status", "completed"},
+            {"cancelled_at", nullptr},
+            {"completed_at", message.at("completed_at")},
+            {"expired_at", nullptr},
+            {"failed_at", nullptr},
+            {"last_error", nullptr},
+            {"metadata", KAIEmulatorJson::object()},
+            {"step_details", {{"type", "message_creation"}, {"message_creation", {{"message_id", message.at("id")}}}}},
+            {"usage", run.object.at("usage")}};
+}
+
+// What a run asks of its client when it waits for a tool.
+KAIEmulatorJson makeRequiredAction() {
+    const KAIEmulatorJson call{{"id", makeIdentifier("call_", 24)},
+                               {"type", "function"},
+                               {"function", {{"name", "look_up"}, {"arguments", "{}"}}}};
+    return {{"type", "submit_tool_outputs"}, {"submit_tool_outputs", {{"tool_calls", KAIEmulatorJson::array({call})}}}};
+}
+
 void addAnswer(OpenAIThread& thread, OpenAIRun& run) {
     for (const auto& choice : run.answer.choices) {
         auto message = makeOpenAIMessage(thread, "assistant", choice.parts);
         message["assistant_id"] = run.object["assistant_id"];
         message["run_id"] = run.object["id"];
+        run.steps.push_back(makeStep(run, message));
         thread.messages.push_back(std::move(message));
     }
 }
@@ -49,8 +79,7 @@ void addUsage(const OpenAIThread& thread, OpenAIRun& run) {
     }
     run.object["usage"] = {{"prompt_tokens", promptTokens},
                            {"completion_tokens", answerTokens},
-                           {"total_tokens", promptTokens + answerTokens},
-                           {"prompt_token_details", {{"cached_tokens", 0}}}};
+                           {"total_tokens", promptTokens + answerTokens}};
 }
 
 void enterState(OpenAIThread& thread, OpenAIRun& run, const std::string& status) {
@@ -72,6 +101,8 @@ void enterState(OpenAIThread& thread, OpenAIRun& run, const std::string& status)
         run.object["incomplete_details"] = {{"reason", "max_completion_tokens"}};
     } else if (status == "cancelled") {
         run.object["cancelled_at"] = now;
+    } else if (status == "requires_action") {
+        run.object["required_action"] = makeRequiredAction();
     }
 }
 
@@ -79,6 +110,10 @@ void enterState(OpenAIThread& thread, OpenAIRun& run, const std::string& status)
 
 std::string OpenAIRun::obtainID() const {
     return readID(object);
+}
+
+const KAIEmulatorJson& OpenAIRun::obtainStep(const std::string& id) const {
+    return obtain(steps, "step", id, readID);
 }
 
 bool OpenAIRun::isActive() const {
@@ -96,8 +131,18 @@ OpenAIRun& OpenAIThread::obtainRun(const std::string& id) {
     return obtain(runs, "run", id, byRunID);
 }
 
-const KAIEmulatorJson& OpenAIThread::obtainMessage(const std::string& id) const {
+KAIEmulatorJson& OpenAIThread::obtainMessage(const std::string& id) {
     return obtain(messages, "message", id, readID);
+}
+
+KAIEmulatorJson& OpenAIThread::addMessage(const KAIEmulatorJson& body) {
+    auto message = makeOpenAIMessage(*this, body.at("role").get<std::string>(), readContentTexts(body.at("content")));
+    for (const auto* name : {"attachments", "metadata"}) {
+        if (const auto* member = findMember(body, name); member != nullptr && !member->is_null()) {
+            message[name] = *member;
+        }
+    }
+    return messages.emplace_back(std::move(message));
 }
 
 KAIEmulatorJson& OpenAIStore::addAssistant(KAIEmulatorJson object) {
@@ -150,7 +195,6 @@ KAIEmulatorJson makeOpenAIAssistant(const KAIEmulatorJson& body) {
                               {"tools", KAIEmulatorJson::array()},
                               {"top_p", 1.0},
                               {"temperature", 1.0},
-                              {"reasoning_effort", nullptr},
                               {"tool_resources", KAIEmulatorJson::object()},
                               {"metadata", KAIEmulatorJson::object()},
                               {"response_format", "auto"}};
@@ -178,54 +222,64 @@ KAIEmulatorJson makeOpenAIMessage(const OpenAIThread& thread, const std::string&
     for (const auto& text : texts) {
         content.push_back({{"type", "text"}, {"text", {{"value", text}, {"annotations", KAIEmulatorJson::array()}}}});
     }
+    const std::int64_t now = obtainNow();
     return {{"id", makeIdentifier("msg_", 24)},
             {"object", "thread.message"},
-            {"created_at", obtainNow()},
+            {"created_at", now},
             {"assistant_id", nullptr},
             {"thread_id", thread.object.at("id")},
             {"run_id", nullptr},
+            {"status", "completed"},
+            {"completed_at", now},
+            {"incomplete_at", nullptr},
+            {"incomplete_details", nullptr},
             {"role", role},
             {"content", content},
             {"attachments", KAIEmulatorJson::array()},
             {"metadata", KAIEmulatorJson::object()}};
 }
 
-KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson& assistant) {
+KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson& assistant,
+                              const KAIEmulatorJson& body) {
     const std::int64_t now = obtainNow();
-    return {{"id", makeIdentifier("run_", 24)},
-            {"object", "thread.run"},
-            {"created_at", now},
-            {"assistant_id", assistant.at("id")},
-            {"thread_id", thread.object.at("id")},
-            {"status", "queued"},
-            {"started_at", nullptr},
-            {"expires_at", now + kSecondsOfARun},
-            {"cancelled_at", nullptr},
-            {"failed_at", nullptr},
-            {"completed_at", nullptr},
-            {"required_action", nullptr},
-            {"last_error", nullptr},
-            {"model", assistant.at("model")},
-            {"instructions", assistant.at("instructions")},
-            {"tools", assistant.at("tools")},
-            {"tool_resources", KAIEmulatorJson::object()},
-            {"metadata", KAIEmulatorJson::object()},
-            {"temperature", assistant.at("temperature")},
-            {"top_p", assistant.at("top_p")},
-            {"reasoning_effort", assistant.at("reasoning_effort")},
-            {"max_completion_tokens", nullptr},
-            {"max_prompt_tokens", nullptr},
-            {"truncation_strategy", {{"type", "auto"}, {"last_messages", nullptr}}},
-            {"incomplete_details", nullptr},
-            {"usage", nullptr},
-            {"response_format", "auto"},
-            {"tool_choice", "auto"},
-            {"parallel_tool_calls", true}};
+    KAIEmulatorJson run{{"id", makeIdentifier("run_", 24)},
+                        {"object", "thread.run"},
+                        {"created_at", now},
+                        {"assistant_id", assistant.at("id")},
+                        {"thread_id", thread.object.at("id")},
+                        {"status", "queued"},
+                        {"started_at", nullptr},
+                        {"expires_at", now + kSecondsOfARun},
+                        {"cancelled_at", nullptr},
+                        {"failed_at", nullptr},
+                        {"completed_at", nullptr},
+                        {"required_action", nullptr},
+                        {"last_error", nullptr},
+                        {"model", assistant.at("model")},
+                        {"instructions", assistant.at("instructions")},
+                        {"tools", assistant.at("tools")},
+                        {"metadata", KAIEmulatorJson::object()},
+                        {"temperature", assistant.at("temperature")},
+                        {"top_p", assistant.at("top_p")},
+                        {"max_completion_tokens", nullptr},
+                        {"max_prompt_tokens", nullptr},
+                        {"truncation_strategy", {{"type", "auto"}, {"last_messages", nullptr}}},
+                        {"incomplete_details", nullptr},
+                        {"usage", nullptr},
+                        {"response_format", "auto"},
+                        {"tool_choice", "auto"},
+                        {"parallel_tool_calls", true}};
+    for (auto& [name, value] : run.items()) {
+        if (const auto* member = findMember(body, name.c_str()); member != nullptr && !member->is_null()) {
+            value = *member;
+        }
+    }
+    return run;
 }
 
-KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& assistant) {
-    KAIEmulatedTurn turn{.model = assistant.at("model").get<std::string>()};
-    if (const auto& instructions = assistant.at("instructions"); instructions.is_string()) {
+KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& run) {
+    KAIEmulatedTurn turn{.model = run.at("model").get<std::string>()};
+    if (const auto& instructions = run.at("instructions"); instructions.is_string()) {
         turn.instructions = instructions.get<std::string>();
     }
     for (const auto& message : thread.messages) {
@@ -241,7 +295,8 @@ KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& 
 void advanceRun(OpenAIThread& thread, OpenAIRun& run) {
     static const std::vector<std::string> usualStates{"in_progress", "completed"};
     const auto& states = run.answer.runStates.empty() ? usualStates : run.answer.runStates;
-    if (!run.isActive() || run.polls >= states.size()) {
+    const bool isWaiting = run.object.at("status") == "requires_action";
+    if (!run.isActive() || isWaiting || run.polls >= states.size()) {
         return;
     }
     enterState(thread, run, states[run.polls++]);
@@ -256,4 +311,13 @@ void cancelRun(OpenAIRun& run) {
     run.object["status"] = "cancelling";
     run.answer.runStates = {"cancelled"};
     run.polls = 0;
+}
+
+void submitToolOutputs(OpenAIRun& run) {
+    const auto status = run.object.at("status").get<std::string>();
+    if (status != "requires_action") {
+        throw KAIRefusal{.status = 400, .message = "Runs in status \"" + status + "\" do not accept tool outputs."};
+    }
+    run.object["status"] = "queued";
+    run.object["required_action"] = nullptr;
 }

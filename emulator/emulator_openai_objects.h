@@ -14,8 +14,11 @@ struct OpenAIRun {
     KAIEmulatorJson object;
     KAIEmulatedAnswer answer;
     std::size_t polls = 0;
+    std::vector<KAIEmulatorJson> steps{};  ///< oldest first
 
     [[nodiscard]] std::string obtainID() const;
+    /// Throws KAIRefusal when there is none of this id.
+    [[nodiscard]] const KAIEmulatorJson& obtainStep(const std::string& id) const;
     /// Whether it may still change: meanwhile the thread takes neither messages nor runs.
     [[nodiscard]] bool isActive() const;
 };
@@ -28,7 +31,9 @@ struct OpenAIThread {
     [[nodiscard]] const OpenAIRun* findActiveRun() const;
     /// Throws KAIRefusal when there is none of this id.
     [[nodiscard]] OpenAIRun& obtainRun(const std::string& id);
-    [[nodiscard]] const KAIEmulatorJson& obtainMessage(const std::string& id) const;
+    [[nodiscard]] KAIEmulatorJson& obtainMessage(const std::string& id);
+    /// Adds a message that a client's body asks for, which has been checked.
+    KAIEmulatorJson& addMessage(const KAIEmulatorJson& body);
 };
 
 /// What clients have on the service, in the order of creation. What is looked for and is not there is refused with 404.
@@ -55,14 +60,17 @@ private:
 /// A message of these texts, one content item each.
 [[nodiscard]] KAIEmulatorJson makeOpenAIMessage(const OpenAIThread& thread, const std::string& role,
                                                 const std::vector<std::string>& texts);
-/// A queued run of an assistant on a thread.
-[[nodiscard]] KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson& assistant);
+/// A queued run of an assistant on a thread. The body's members go before the assistant's.
+[[nodiscard]] KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson& assistant,
+                                            const KAIEmulatorJson& body);
 /// The conversation that a run is to answer.
-[[nodiscard]] KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& assistant);
+[[nodiscard]] KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& run);
 
 /// Brings a run to its next state, with all that comes with it: times, errors, the answer in the thread.
 void advanceRun(OpenAIThread& thread, OpenAIRun& run);
 /// Ends a run on the client's wish. Throws KAIRefusal when it has ended already.
 void cancelRun(OpenAIRun& run);
+/// Lets a run go on that waits for the outputs of tools. Throws KAIRefusal when it does not wait.
+void submitToolOutputs(OpenAIRun& run);
 
 #endif

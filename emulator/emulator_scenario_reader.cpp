@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "emulator_scenario.h"
+#include "emulator_service.h"
 
 namespace {
 
@@ -124,23 +125,30 @@ void readWhen(const KAIEmulatorJson& when, const Place& place, KAIScenarioRule& 
 struct Delivery {
     std::optional<std::string> body{};
     std::size_t blankLines = 0;
-    LoopbackFault fault = LoopbackFault::None;
+    std::optional<LoopbackFault> fault{};
     std::optional<std::size_t> faultAt{};
-    std::chrono::milliseconds stallLimit{0};
+    std::optional<std::chrono::milliseconds> stallLimit{};
     std::size_t dripBytes = 0;
     std::chrono::milliseconds dripInterval{1};
     bool isCompressed = false;
-    LoopbackFraming framing = LoopbackFraming::ContentLength;
+    std::optional<LoopbackFraming> framing{};
 
     void operator()(LoopbackReply& reply) const {
-        reply.body = std::string(blankLines, '\n') + body.value_or(reply.body);
-        reply.fault = fault;
-        reply.faultAt = faultAt;
-        reply.stallLimit = stallLimit;
+        if (body) {
+            reply.body = *body;
+            reply.pieces.clear();
+        }
+        (reply.pieces.empty() ? reply.body : reply.pieces.front()).insert(0, blankLines, '\n');
+        if (fault) {
+            reply.fault = *fault;
+            reply.faultAt = faultAt;
+            reply.faultAfterPieces.reset();
+        }
+        reply.stallLimit = stallLimit.value_or(reply.stallLimit);
         reply.dripBytes = dripBytes;
         reply.dripInterval = dripInterval;
         reply.isCompressed = isCompressed;
-        reply.framing = framing;
+        reply.framing = framing.value_or(reply.framing);
     }
 };
 
@@ -260,8 +268,52 @@ void readRun(const KAIEmulatorJson& run, const Place& place, KAIEmulatedAnswer& 
     }
 }
 
+// What happens to the connection of a stream.
+void readCut(const KAIEmulatorJson& cut, const Place& place, KAIEmulatedStream& stream) {
+    checkMembers(cut, place, {"after", "fault", "stall_ms"});
+    stream.fault = LoopbackFault::CutInBody;
+    for (const auto& [name, value] : cut.items()) {
+        const Place here = place.enter(name);
+        if (name == "after") {
+            stream.faultAfter = readCount(value, here);
+        } else if (name == "stall_ms") {
+            stream.stallLimit = std::chrono::milliseconds(readCount(value, here));
+        } else if (stream.fault = readFault(value, here); stream.fault < LoopbackFault::CutInBody) {
+            here.fail("must be a fault in the body");
+        }
+    }
+}
+
+KAIEmulatedStream readStream(const KAIEmulatorJson& written, const Place& place) {
+    checkMembers(written, place, {"piece_characters", "every_ms", "keep_alives", "fail", "cut", "without_end"});
+    KAIEmulatedStream stream;
+    for (const auto& [name, value] : written.items()) {
+        const Place here = place.enter(name);
+        if (name == "piece_characters") {
+            stream.pieceCharacters = readCount(value, here, 1);
+        } else if (name == "every_ms") {
+            stream.interval = std::chrono::milliseconds(readCount(value, here));
+        } else if (name == "keep_alives") {
+            stream.keepAlives = readCount(value, here);
+        } else if (name == "cut") {
+            readCut(value, here, stream);
+        } else if (name == "without_end") {
+            stream.isEndLeftOut = readFlag(value, here);
+        } else {
+            KAIEmulatorJson refusal = value;
+            if (const auto* after = findMember(value, "after")) {
+                stream.failAfter = readCount(*after, here.enter("after"));
+                refusal.erase("after");
+            }
+            stream.failure = readRefusal(refusal, here);
+        }
+    }
+    return stream;
+}
+
 KAIScenarioRule readRule(const KAIEmulatorJson& written, const Place& place) {
-    checkMembers(written, place, {"when", "times", "answer", "choices", "refuse", "run", "delivery", "comment"});
+    checkMembers(written, place,
+                 {"when", "times", "answer", "choices", "refuse", "run", "delivery", "stream", "comment"});
     KAIScenarioRule rule;
     for (const auto& [name, value] : written.items()) {
         const Place here = place.enter(name);
@@ -275,6 +327,8 @@ KAIScenarioRule readRule(const KAIEmulatorJson& written, const Place& place) {
             rule.answer.refusal = readRefusal(value, here);
         } else if (name == "run") {
             readRun(value, here, rule.answer);
+        } else if (name == "stream") {
+            rule.answer.stream = readStream(value, here);
         } else if (name == "delivery") {
             readDelivery(value, here, rule.answer);
         } else if (name == "choices") {

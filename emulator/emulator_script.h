@@ -24,15 +24,20 @@ public:
     void answerWith(std::function<KAIEmulatedAnswer(const KAIEmulatedTurn&)> function) {
         m_function = std::move(function);
     }
+    /// How answers that say nothing of it are streamed.
+    void setStream(KAIEmulatedStream stream) { m_stream = std::move(stream); }
     void playScenario(KAIScenario scenario) { m_scenario = std::move(scenario); }
 
-    /// Gives the turn its number and its answer.
+    /// Gives the turn its number and its answer. The answer says how it is streamed.
     [[nodiscard]] KAIEmulatedAnswer decide(KAIEmulatedTurn turn);
 
 private:
+    [[nodiscard]] KAIEmulatedAnswer findAnswer(const KAIEmulatedTurn& turn);
+
     std::deque<KAIEmulatedAnswer> m_queue;
     std::function<KAIEmulatedAnswer(const KAIEmulatedTurn&)> m_function;
     KAIScenario m_scenario;
+    KAIEmulatedStream m_stream;
     std::size_t m_turnCount = 0;
 };
 

@@ -1,6 +1,7 @@
 #ifndef KAI_EMULATOR_TURN_H
 #define KAI_EMULATOR_TURN_H
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <nlohmann/json.hpp>
@@ -61,9 +62,24 @@ struct KAIEmulatedChoice {
     [[nodiscard]] std::string join() const;
 };
 
+/// How an answer is sent to a client that asks for it in pieces. Pieces are counted from the first that holds text.
+struct KAIEmulatedStream {
+    std::size_t pieceCharacters = 0;        ///< the longest piece; 0: a word, or the parts of a choice that has several
+    std::chrono::milliseconds interval{0};  ///< pause between two events
+    std::size_t keepAlives = 0;           ///< events without content before the first piece, where the service has any
+    std::optional<KAIRefusal> failure{};  ///< an error in place of the rest of the answer, in the service's own shape
+    std::size_t failAfter = 0;            ///< pieces before it
+    LoopbackFault fault = LoopbackFault::None;  ///< what happens to the connection: one of the faults in a body
+    std::size_t faultAfter = 0;                 ///< pieces before it
+    std::chrono::milliseconds stallLimit{0};    ///< as LoopbackReply has it
+    bool isEndLeftOut = false;                  ///< nothing is sent after the last piece: no finish reason, no end mark
+};
+
 /// What the service answers to a user message.
 struct KAIEmulatedAnswer {
     std::vector<KAIEmulatedChoice> choices{};
+    /// For a client that asks for pieces. Absent: as the emulator was told.
+    std::optional<KAIEmulatedStream> stream{};
     /// In place of the choices: the request fails.
     std::optional<KAIRefusal> refusal{};
     /// OpenAI: the states that the polls of the run see one after the other; the last one stays. Empty: "in_progress",

@@ -19,6 +19,7 @@ std::unique_ptr<KAIEmulatedService> makeService(const KAIEmulatorOptions& option
 
 KAIEmulator::KAIEmulator(KAIEmulatorOptions options)
     : m_options(std::move(options)), m_service(makeService(m_options)) {
+    m_script.setStream(m_options.stream);
     m_server = std::make_unique<LoopbackServer>(
         [this](const LoopbackRequest& request) { return answer(request); },
         LoopbackOptions{.tls = m_options.tls, .isRecording = m_options.isRecording, .port = m_options.port});

@@ -24,6 +24,7 @@ struct KAIEmulatorOptions {
     std::string key{};
     /// The path before every route, such as "/v1"; for services that take one. Empty: as the service has it.
     std::string pathPrefix{};
+    KAIEmulatedStream stream{};  ///< how answers are streamed that say nothing of it
     bool isRecording = true;
     std::uint16_t port = 0;  ///< 0: a free port
 };

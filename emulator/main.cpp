@@ -29,6 +29,9 @@ struct Arguments {
     std::string keyVariable{};
     std::string keyFile{};
     std::string pathPrefix{};
+    std::size_t pieceCharacters = 0;
+    std::size_t pieceInterval = 0;
+    std::string recordFile{};
     bool isLogging = false;
 };
 
@@ -69,6 +72,14 @@ void declareOptions(CLI::App& app, Arguments& arguments) {
            "--path-prefix", arguments.pathPrefix,
            joinServices(&KAIEmulatedServiceRow::isPathPrefixSupported) + ": the path before every route, such as /v1")
         ->type_name("PATH");
+    app.add_option("--stream-piece", arguments.pieceCharacters,
+                   "Characters of a streamed answer's pieces; 0: a word each")
+        ->capture_default_str();
+    app.add_option("--stream-every", arguments.pieceInterval, "Milliseconds between a streamed answer's pieces")
+        ->capture_default_str();
+    app.add_option("--record", arguments.recordFile,
+                   "Write method, path and JSON body of each request here, one object a line (no key)")
+        ->type_name("FILE");
     app.add_flag("--log", arguments.isLogging, "Write one line a request (no key, no text) on standard error");
 }
 
@@ -109,6 +120,8 @@ KAIEmulatorOptions makeOptions(const Arguments& arguments) {
             .tls = isPlain ? LoopbackTLS::Off : LoopbackTLS::Valid,
             .key = obtainKey(arguments),
             .pathPrefix = arguments.pathPrefix,
+            .stream = {.pieceCharacters = arguments.pieceCharacters,
+                       .interval = std::chrono::milliseconds(arguments.pieceInterval)},
             .isRecording = false,
             .port = arguments.port};
 }
@@ -158,14 +171,36 @@ void log(const LoopbackRequest& request, int status) {
     std::cerr << request.method + " " + request.path + " " + std::to_string(status) + "\n";
 }
 
+// Header fields and query parameters, where keys stand, are left out.
+void record(std::ofstream& file, const LoopbackRequest& request) {
+    const auto body = KAIEmulatorJson::parse(request.body, nullptr, false);
+    const KAIEmulatorJson line{{"method", request.method},
+                               {"path", request.path},
+                               {"body", body.is_discarded() ? KAIEmulatorJson(nullptr) : body}};
+    file << line.dump(-1, ' ', false, KAIEmulatorJson::error_handler_t::replace) << std::endl;
+}
+
 void run(const Arguments& arguments, const sigset_t& ending) {
+    std::ofstream recorded;  // before the emulator, whose threads write to it
     KAIEmulator emulator(makeOptions(arguments));
     if (!arguments.scenario.empty()) {
         emulator.playScenario(loadScenario(arguments));
     }
-    if (arguments.isLogging) {
-        emulator.observe(log);
+    if (!arguments.recordFile.empty()) {
+        recorded.open(arguments.recordFile, std::ios::binary | std::ios::trunc);
+        if (!recorded) {
+            throw std::runtime_error(arguments.recordFile +
+                                     ": cannot be written; check the folder and its permissions");
+        }
     }
+    emulator.observe([&](const LoopbackRequest& request, int status) {
+        if (arguments.isLogging) {
+            log(request, status);
+        }
+        if (recorded.is_open()) {
+            record(recorded, request);
+        }
+    });
     announce(arguments, emulator);
     int signal = 0;
     sigwait(&ending, &signal);

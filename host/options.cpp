@@ -23,7 +23,7 @@ constexpr const char* kFooter = R"(
 Examples:
   kai models --provider deepseek
   kai prompt --db shop.db
-  kai ask --db shop.db --model deepseek-chat --run "Which ten customers spent most?"
+  kai ask --db shop.db --model deepseek-v4-flash --run "Which ten customers spent most?"
   kai chat --db shop.db --provider ollama --model llama3.2 --save shop.kai
   kai chat --db shop.db --continue shop.kai
 

@@ -6,7 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-const KAIEmulatorJson hello{{"model", "deepseek-chat"},
+const KAIEmulatorJson hello{{"model", "deepseek-v4-flash"},
                             {"messages",
                              {{{"role", "system"}, {"content", "Be brief."}},
                               {{"role", "user"}, {"content", "first"}},
@@ -24,7 +24,7 @@ KAIEmulatorJson changed(const std::string& name, const KAIEmulatorJson& value) {
 }
 
 KAIEmulatorJson sayOnce(const KAIEmulatorJson& message) {
-    return {{"model", "deepseek-chat"}, {"messages", KAIEmulatorJson::array({message})}};
+    return {{"model", "deepseek-v4-flash"}, {"messages", KAIEmulatorJson::array({message})}};
 }
 
 }  // namespace
@@ -35,8 +35,8 @@ TEST(DeepSeekService, ListsItsModels) {
     const auto response = client.get("/models");
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body,
-              R"({"object":"list","data":[{"id":"deepseek-chat","object":"model","owned_by":"deepseek"},)"
-              R"({"id":"deepseek-reasoner","object":"model","owned_by":"deepseek"}]})");
+              R"({"object":"list","data":[{"id":"deepseek-v4-flash","object":"model","owned_by":"deepseek"},)"
+              R"({"id":"deepseek-v4-pro","object":"model","owned_by":"deepseek"}]})");
 }
 
 TEST(DeepSeekService, ListsTheModelsItWasGiven) {
@@ -64,13 +64,13 @@ TEST(DeepSeekService, AnswersAConversation) {
     EXPECT_THAT(response.head, HasSubstr("application/json"));
     const auto body = EmulatorClient::parse(response);
     EXPECT_EQ(body.at("object"), "chat.completion");
-    EXPECT_EQ(body.at("model"), "deepseek-chat");
+    EXPECT_EQ(body.at("model"), "deepseek-v4-flash");
     EXPECT_EQ(body.at("choices").size(), 1U);
     EXPECT_EQ(body.at("choices")[0].at("message"), (KAIEmulatorJson{{"role", "assistant"}, {"content", "two"}}));
     EXPECT_EQ(body.at("choices")[0].at("finish_reason"), "stop");
     EXPECT_GT(body.at("usage").at("prompt_tokens"), 0);
     EXPECT_TRUE(body.contains("system_fingerprint"));
-    EXPECT_EQ(seen.model, "deepseek-chat");
+    EXPECT_EQ(seen.model, "deepseek-v4-flash");
     EXPECT_EQ(seen.instructions, "Be brief.");
     EXPECT_EQ(seen.countHistory(), 2U);
     EXPECT_EQ(seen.obtainFirstQuestion(), "first");
@@ -125,7 +125,9 @@ TEST(DeepSeekService, RefusesBodiesThatTheServiceRefuses) {
     expectRefusal(changed("messages", KAIEmulatorJson::array()), 400, "Empty input messages");
     expectRefusal(changed("temperature", "0.5"), 422, "temperature: invalid type: string");
     expectRefusal(changed("temperature", 2.5), 400, "Invalid temperature value");
-    expectRefusal(changed("stream", true), 400, "does not stream");
+    expectRefusal(changed("stream", "yes"), 422, "stream: invalid type: string, expected a boolean");
+    expectRefusal(changed("stream_options", {{"include_usage", true}}), 400, "only allowed when 'stream' is enabled");
+    expectRefusal(changed("stream_options", 1), 422, "stream_options: invalid type: number");
     expectRefusal(sayOnce({{"role", "user"}}), 422, "messages[0]: missing field `content`");
     expectRefusal(sayOnce({{"role", "user"}, {"content", nullptr}}), 422, "content: invalid type: null");
     expectRefusal(sayOnce({{"role", "model"}, {"content", "x"}}), 422, "unknown variant `model`");

@@ -6,7 +6,7 @@ namespace {
 
 using testing::HasSubstr;
 
-constexpr const char* kGeneratePath = "/v1beta/models/gemini-2.0-flash:generateContent?key=secret";
+constexpr const char* kGeneratePath = "/v1beta/models/gemini-3.5-flash:generateContent?key=secret";
 
 class GoogleService : public testing::Test {
 protected:
@@ -32,8 +32,8 @@ protected:
 TEST_F(GoogleService, ListsItsModelsWithTheirMethods) {
     const auto models = EmulatorClient::parse(client.get("/v1beta/models?key=secret")).at("models");
     ASSERT_EQ(models.size(), 4U);
-    EXPECT_EQ(models[1].at("name"), "models/gemini-2.0-flash");
-    EXPECT_EQ(models[1].at("displayName"), "Gemini 2.0 Flash");
+    EXPECT_EQ(models[1].at("name"), "models/gemini-3.5-flash");
+    EXPECT_EQ(models[1].at("displayName"), "Gemini 3.5 Flash");
     EXPECT_EQ(models[1].at("supportedGenerationMethods"), (KAIEmulatorJson{"generateContent", "countTokens"}));
     EXPECT_EQ(models[2].at("supportedGenerationMethods"), KAIEmulatorJson::array({"embedContent"}));
 }
@@ -55,8 +55,8 @@ TEST_F(GoogleService, AnswersAConversation) {
     EXPECT_EQ(candidate.at("finishReason"), "STOP");
     EXPECT_EQ(candidate.at("safetyRatings").size(), 4U);
     EXPECT_GT(body.at("usageMetadata").at("totalTokenCount"), 0);
-    EXPECT_EQ(body.at("modelVersion"), "gemini-2.0-flash");
-    EXPECT_EQ(seen.model, "gemini-2.0-flash");
+    EXPECT_EQ(body.at("modelVersion"), "gemini-3.5-flash");
+    EXPECT_EQ(seen.model, "gemini-3.5-flash");
     EXPECT_EQ(seen.instructions, "Be brief.");
     EXPECT_EQ(seen.countHistory(), 2U);
     EXPECT_EQ(seen.messages.at(1).role, "assistant");
@@ -101,7 +101,7 @@ TEST_F(GoogleService, ChecksTheKeyOfTheQuery) {
         EXPECT_EQ(response.status, 403);
         EXPECT_EQ(EmulatorClient::parse(response).at("error").at("status"), "PERMISSION_DENIED");
     }
-    EXPECT_EQ(strictClient.post("/v1beta/models/gemini-2.0-flash:generateContent?key=no", changed("model", "x")).status,
+    EXPECT_EQ(strictClient.post("/v1beta/models/gemini-3.5-flash:generateContent?key=no", changed("model", "x")).status,
               400);
     strictClient.addHeader("x-goog-api-key: a b&c");
     EXPECT_EQ(strictClient.get("/v1beta/models").status, 200);
@@ -133,7 +133,8 @@ TEST_F(GoogleService, DoesNotFindUnknownModelsAndPaths) {
     const auto unknown = client.post("/v1beta/models/other:generateContent?key=k", changed("model", "x"));
     EXPECT_EQ(unknown.status, 404);
     EXPECT_EQ(EmulatorClient::parse(unknown).at("error").at("status"), "NOT_FOUND");
-    for (const auto* path : {"/v1/models", "/v1beta/models/gemini-2.0-flash", "/v1beta/models:generateContent"}) {
+    for (const auto* path :
+         {"/v1/models", "/v1beta/models/gemini-3.5-flash:nothing", "/v1beta/models:generateContent"}) {
         const auto response = client.get(path);
         EXPECT_EQ(response.status, 404);
         EXPECT_THAT(response.head, HasSubstr("text/html"));

@@ -81,7 +81,7 @@ TEST_F(OllamaService, TellsErrorsAsAPlainString) {
         ASSERT_TRUE(body.at("error").is_string());
         EXPECT_THAT(body.at("error").get<std::string>(), HasSubstr(message));
     };
-    expectRefusal(changed("model", "unknown"), 404, "model \"unknown\" not found, try pulling it first");
+    expectRefusal(changed("model", "unknown"), 404, "model 'unknown' not found");
     expectRefusal(changed("model", ""), 400, "model is required");
     expectRefusal(changed("model", 1), 400, "cannot unmarshal number");
     expectRefusal(changed("stream", "no"), 400, "ChatRequest.stream of type bool");

@@ -60,7 +60,7 @@ TEST(EmulatorProgram, TellsItsAddressServesAndEndsOnASignal) {
             client.send({.method = "POST",
                          .url = "https://" + ready.at("host").get<std::string>() + "/chat/completions",
                          .headers = {"Content-Type: application/json", "Authorization: Bearer k"},
-                         .body = R"({"model":"deepseek-chat","messages":[{"role":"user","content":"x"}]})"});
+                         .body = R"({"model":"deepseek-v4-flash","messages":[{"role":"user","content":"x"}]})"});
         EXPECT_EQ(response.status, 200);
         EXPECT_THAT(response.body, HasSubstr("SELECT 1;"));
         EXPECT_EQ(program.end(signal), 0);
@@ -89,10 +89,11 @@ TEST(EmulatorProgram, EndsWhileAReplyStalls) {
     EXPECT_EQ(ready.at("scheme"), "http");
     EXPECT_EQ(ready.at("ca_file"), nullptr);
     auto response = std::async(std::launch::async, [&] {
-        return PlainClient().send({.method = "POST",
-                                   .url = "http://" + ready.at("host").get<std::string>() + "/chat/completions",
-                                   .headers = {"Content-Type: application/json", "Authorization: Bearer k"},
-                                   .body = R"({"model":"deepseek-chat","messages":[{"role":"user","content":"x"}]})"});
+        return PlainClient().send(
+            {.method = "POST",
+             .url = "http://" + ready.at("host").get<std::string>() + "/chat/completions",
+             .headers = {"Content-Type: application/json", "Authorization: Bearer k"},
+             .body = R"({"model":"deepseek-v4-flash","messages":[{"role":"user","content":"x"}]})"});
     });
     EXPECT_EQ(program.readLine(), "POST /chat/completions 200");
     EXPECT_EQ(program.end(SIGTERM), 0);

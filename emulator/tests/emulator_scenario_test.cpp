@@ -114,6 +114,38 @@ TEST(KAIScenario, ReadsHowAReplyIsDelivered) {
     EXPECT_EQ(reply.framing, LoopbackFraming::Chunked);
 }
 
+TEST(KAIScenario, ReadsHowAnAnswerIsStreamed) {
+    const auto scenario = readScenario(R"({"rules": [{"answer": "a", "stream": {"piece_characters": 3, "every_ms": 4,
+        "keep_alives": 2, "fail": {"after": 1, "status": 503, "message": "m"}, "without_end": true,
+        "cut": {"after": 5, "fault": "stall_in_body", "stall_ms": 40}}}, {"answer": "b", "stream": {"cut": {}}}]})",
+                                       "test");
+    const KAIEmulatedStream stream = scenario.rules.at(0).answer.stream.value();
+    EXPECT_EQ(stream.pieceCharacters, 3U);
+    EXPECT_EQ(stream.interval.count(), 4);
+    EXPECT_EQ(stream.keepAlives, 2U);
+    EXPECT_EQ(stream.failAfter, 1U);
+    EXPECT_EQ(stream.failure.value().status, 503);
+    EXPECT_TRUE(stream.isEndLeftOut);
+    EXPECT_EQ(stream.faultAfter, 5U);
+    EXPECT_EQ(stream.fault, LoopbackFault::StallInBody);
+    EXPECT_EQ(stream.stallLimit.count(), 40);
+    EXPECT_EQ(scenario.rules.at(1).answer.stream.value().fault, LoopbackFault::CutInBody);
+    EXPECT_EQ(refuse(R"({"rules": [{"answer": "a", "stream": {"cut": {"fault": "close_before_reply"}}}]})"),
+              "shop.json: rules[0].stream.cut.fault: must be a fault in the body");
+}
+
+TEST(KAIScenario, LeavesAStreamsPiecesToADeliveryThatOnlyDelaysThem) {
+    const auto scenario = readScenario(R"({"rules": [{"answer": "a", "delivery": {"blank_lines": 1}}]})", "test");
+    LoopbackReply reply{.framing = LoopbackFraming::Chunked,
+                        .pieces = {"x", "y"},
+                        .fault = LoopbackFault::CutInBody,
+                        .faultAfterPieces = 1};
+    scenario.rules.at(0).answer.change(reply);
+    EXPECT_THAT(reply.pieces, testing::ElementsAre("\nx", "y"));
+    EXPECT_EQ(reply.framing, LoopbackFraming::Chunked);
+    EXPECT_EQ(reply.faultAfterPieces, 1U);
+}
+
 TEST(KAIScenario, SaysWhereTheJsonIsBroken) {
     EXPECT_EQ(refuse("{\n  \"rules\": [}\n"),
               "shop.json: line 2, column 13: this is not JSON; correct it there or just before");

@@ -6,7 +6,7 @@
 
 namespace {
 
-const KAIEmulatorJson question{{"model", "deepseek-chat"},
+const KAIEmulatorJson question{{"model", "deepseek-v4-flash"},
                                {"messages", KAIEmulatorJson::array({{{"role", "user"}, {"content", "Who?"}}})}};
 
 std::string readAnswer(const PlainResponse& response) {
