@@ -245,11 +245,11 @@ private:
 
 /// A JSON document that owns its values: read from a text, or built member by member.
 ///
-/// Valid JSON here is RFC 8259 JSON in UTF-8, nested at most 512 levels deep; one byte-order mark may precede it,
-/// blanks may follow. A number beyond the range of a double becomes the nearest finite one. In strings each lone
-/// surrogate escape and each ill-formed UTF-8 sequence is read as U+FFFD; elsewhere ill-formed bytes make the text
-/// invalid. Movable (handles into it become invalid), not copyable. Reads may run on several threads at once, changes
-/// on one. Errors: no input throws; allocation failure does (std::bad_alloc).
+/// Valid JSON here is RFC 8259 JSON in UTF-8, at most 512 levels deep, with an optional byte-order mark before it. A
+/// number beyond the range of a double becomes the nearest finite one. In strings each lone surrogate escape and each
+/// ill-formed UTF-8 sequence is read as U+FFFD; elsewhere ill-formed bytes make the text invalid.
+/// Movable (handles into it become invalid), not copyable. Reads may run on several threads at once, changes on one.
+/// Errors: no input throws; allocation failure does (std::bad_alloc).
 class CF_EXPORT COJson : public ICOJsonValue {
 public:
     /// An empty object, to be built.

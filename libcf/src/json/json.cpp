@@ -33,7 +33,7 @@ COJson::COJson() : m_document(std::make_unique<Document>()) {
 
 namespace {
 
-/// Puts padding behind a text, in the capacity that it has, while this lives.
+/// Appends padding to a text, within its capacity, for the lifetime of this object.
 class Padding {
 public:
     explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(cf::kJsonPadding, '\0'); }

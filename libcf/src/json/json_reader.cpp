@@ -64,8 +64,8 @@ std::size_t measureDepth(const document& source) noexcept {
     return deepest;
 }
 
-// The engine's limit N refuses a value inside N levels but takes an empty array or object as level N: what passes at
-// our limit is fine, and the few texts that do not are measured.
+// At a limit of N simdjson accepts level N only if it is an empty array or object. So a text that fails at our limit is
+// parsed with one level more, and its depth is measured.
 error_code parseToDepth(const Source& source, document& target) {
     const error_code error = parse(source, kMaximumDepth, target);
     if (error != simdjson::DEPTH_ERROR) {

@@ -7,12 +7,12 @@
 
 namespace cf {
 
-/// How much memory the engine reads behind a text, though it makes nothing of it.
+/// simdjson reads this many bytes past the end of a text. Their content does not matter.
 inline constexpr std::size_t kJsonPadding = simdjson::SIMDJSON_PADDING;
 
-/// Reads a JSON text as told at COJson.
-/// @param isPadded  whether kJsonPadding bytes of memory stand behind the text; if not, it is copied first
-/// @return false if it is not valid JSON; the document is then of no use
+/// Reads a JSON text by the rules documented at COJson.
+/// @param isPadded  whether kJsonPadding readable bytes follow the text; if not, the text is copied first
+/// @return false if it is not valid JSON; the document must not be used then
 /// Errors: throws std::bad_alloc
 [[nodiscard]] bool readJson(std::string_view text, bool isPadded, ParsedDocument& document);
 

@@ -22,8 +22,8 @@ struct ParsedDocument : simdjson::dom::document {
 
 /// A value's place on the tape of a parsed document.
 ///
-/// Goes along the tape itself rather than through the engine's element classes: those test a type and wrap a result at
-/// every step, which is felt where a document has a million values.
+/// Reads the tape directly: simdjson's element classes check a type and return an error code at every step, which is
+/// measurable in documents with a million values.
 class TapePlace : private simdjson::internal::tape_ref {
 public:
     using Type = COJsonValue::Type;

@@ -16,8 +16,8 @@ Word loadWord(const char* bytes) noexcept {
     return word;
 }
 
-/// Whether the first and the last bytes of two texts, as many as a Word has, are the same: all there is in texts of
-/// up to twice that size.
+/// Whether two texts of one size have the same first and last sizeof(Word) bytes. In texts of sizeof(Word) to twice
+/// that size these are all bytes.
 template <typename Word>
 bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
     const std::size_t last = left.size() - sizeof(Word);
@@ -25,7 +25,7 @@ bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
            loadWord<Word>(left.data() + last) == loadWord<Word>(right.data() + last);
 }
 
-// Keys are short, and a call of memcmp costs several times what comparing them does.
+// Keys are short: a call of memcmp costs several times as much as the comparison itself.
 [[gnu::always_inline]] inline bool isSameKey(std::string_view left, std::string_view right) noexcept {
     const std::size_t size = left.size();
     if (size != right.size()) {
@@ -47,7 +47,7 @@ struct MemberSearch {
     std::size_t count;
 };
 
-/// The general search, from some member to the end of the object. A value found already is kept: the first one counts.
+/// Searches from `member` to the end of the object. Of two members with one key the first is kept.
 [[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, cf::TapePlace member, cf::TapePlace end) noexcept {
     for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
         const std::string_view key = member.obtainString();
@@ -59,8 +59,8 @@ struct MemberSearch {
     }
 }
 
-/// The search for members that mostly stand in the order of the keys: it ends with the last of them, and falls back
-/// on the general one where they do not.
+/// Searches members that usually stand in the order of the keys: stops at the last of them, and continues with
+/// findInAnyOrder() at the first that differs.
 void findInOrder(const MemberSearch& search, cf::TapePlace object) noexcept {
     const cf::TapePlace end = object.obtainEnd();
     cf::TapePlace member = object.obtainFirst();

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Room kept behind every text, so that a separator, quotes, a number or one escape need no test of their own.
+// Free space that is always kept behind a text, so that a separator, quotes, a number or one escape need no check.
 constexpr std::size_t kSlack = 64;
 static_assert(kSlack >= 2 * cf::kNumberTextSize);
 
@@ -20,16 +20,16 @@ char* append(char* out, std::string_view text) noexcept {
 
 }  // namespace
 
-/// The writing itself. Each function appends at `out`, where the text ends, and gives the new end: kept in a register
-/// instead of in the writer, which every character written might otherwise change for all the compiler knows.
+/// The functions that write. Each appends at `out`, the end of the text, and returns the new end. A member of the
+/// writer would be loaded and stored again for each character, since the compiler must assume that a char* may point to
+/// it.
 struct COJsonWriter::Text {
     static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
         const auto room = static_cast<std::size_t>(writer.m_limit - out);
         return room >= size + kSlack ? out : grow(writer, out, size);
     }
 
-    // All of the string's capacity is made part of it, and what is not written is cut off at the end: so nothing is
-    // filled with zeros first.
+    // The string is resized to its capacity without filling it with zeros; finish() cuts off what was not written.
     [[gnu::noinline]] static char* grow(COJsonWriter& writer, char* out, std::size_t size) {
         std::string& target = writer.m_target;
         const auto used = static_cast<std::size_t>(out - target.data());
@@ -56,31 +56,25 @@ struct COJsonWriter::Text {
         writer.m_needsComma = true;
     }
 
-    /// Needs room for the text.
-    [[gnu::always_inline]] static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
+    /// The caller has made room for the text.
+    static char* appendString(COJsonWriter& writer, char* out, std::string_view text) {
         *out++ = '"';
-        out = cf::copyShortPlainText(out, text.data(), text.size(), cf::PlainBytes::ASCII)
-                  ? out + text.size()
-                  : appendText(writer, out, text);
+        out = appendText(writer, out, text);
         *out++ = '"';
         return out;
     }
 
     /// Begins a member whose value needs `valueSize`: its key, and room for the value behind it.
-    [[gnu::always_inline]] static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
+    static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
         char* out = begin(writer, key.size() + valueSize);
         *out++ = '"';
-        if (cf::copyShortPlainText(out, key.data(), key.size(), cf::PlainBytes::ASCII)) {
-            out += key.size();
-        } else {
-            // Escapes in the key may have taken the value's room.
-            out = makeRoom(writer, appendText(writer, out, key), valueSize);
-        }
+        // Escapes in the key may have taken the value's room.
+        out = makeRoom(writer, appendText(writer, out, key), valueSize);
         return append(out, "\":");
     }
 
-    // The text is checked once, at its first byte beyond ASCII: well-formed UTF-8 is written like ASCII from there on,
-    // and only in an ill-formed text each sequence is looked at.
+    // UTF-8 is validated once, from the first byte beyond ASCII on. Only a text that fails is written sequence by
+    // sequence from there on.
     [[gnu::noinline]] static char* appendText(COJsonWriter& writer, char* out, std::string_view text) {
         const char* const end = text.data() + text.size();
         cf::EscapeProgress progress = cf::escapeText(out, writer.m_limit, text.data(), end, cf::PlainBytes::ASCII);

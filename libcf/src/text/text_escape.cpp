@@ -2,10 +2,8 @@
 
 #include <array>
 #include <bit>
-
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
+#include <cstdint>
+#include <cstring>
 
 namespace cf {
 
@@ -21,7 +19,7 @@ constexpr Escape makeShortEscape(char letter) noexcept {
     return {{'\\', letter}, 2};
 }
 
-/// The escapes of all bytes up to the backslash; those of bytes that are plain are empty.
+/// The escapes of all bytes up to the backslash; those of plain bytes are empty.
 constexpr auto makeEscapes() noexcept {
     constexpr char kDigits[] = "0123456789abcdef";
     std::array<Escape, '\\' + 1> escapes{};
@@ -40,178 +38,87 @@ constexpr auto makeEscapes() noexcept {
 
 constexpr auto kEscapes = makeEscapes();
 
-/// Writes the escape of the byte at progress.text, which is not plain.
-/// @return whether to go on: not where the byte has none, and not where room is short behind it
-bool appendEscape(EscapeProgress& progress, const char* limit, const char* end) noexcept {
-    const auto byte = static_cast<unsigned char>(*progress.text);
-    if (byte >= 0x80) {
-        return false;
-    }
-    const Escape& escape = kEscapes[byte];
-    std::memcpy(progress.out, &escape, sizeof escape);
-    progress.out += escape.size;
-    ++progress.text;
-    return limit - progress.out >= end - progress.text + static_cast<std::ptrdiff_t>(kEscapeRoom);
+bool isPlain(char character, PlainBytes plain) noexcept {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte >= 0x20 && byte != '"' && byte != '\\' && (byte < 0x80 || plain == PlainBytes::All);
 }
 
-/// The writing by blocks. `Block` copies one and gives a number in which each of its special bytes has set bits, in
-/// order; `escapeRest` writes what is less than a block, or left behind an escape and less than that.
-template <typename Block, typename EscapeRest>
-[[gnu::always_inline]] inline EscapeProgress escapeBlocks(EscapeProgress progress, const char* limit, const char* end,
-                                                          PlainBytes plain, EscapeRest escapeRest) noexcept {
-    constexpr auto kSize = static_cast<std::ptrdiff_t>(Block::kSize);
-    auto [out, text] = progress;
-    if (end - text < kSize) {
-        return escapeRest(out, limit, text, end, plain);
+// The compiler's vector extension: one register where the processor has registers of this size, several elsewhere.
+constexpr std::size_t kBlockSize = 16;
+using Block [[gnu::vector_size(kBlockSize)]] = signed char;
+
+Block repeat(unsigned char byte) noexcept {
+    return Block{} + static_cast<signed char>(byte);
+}
+
+/// Finds special bytes with two comparisons of signed numbers. Flipping bit 02 moves the quote next to the control
+/// characters, below 21, and nothing else there. Bytes from 80 on are below 21 as well, unless bit 80 is flipped too.
+struct BlockTest {
+    explicit BlockTest(PlainBytes plain) noexcept
+        : flipped(repeat(plain == PlainBytes::ASCII ? 0x02 : 0x82)),
+          lowest(repeat(plain == PlainBytes::ASCII ? 0x21 : 0x21 ^ 0x80)) {}
+
+    Block flipped;
+    Block lowest;
+};
+
+/// The number of bytes before the first one that is marked: all bits of a marked byte are set.
+std::size_t countUnmarked(std::uint64_t marks) noexcept {
+    const int bits = std::endian::native == std::endian::little ? std::countr_zero(marks) : std::countl_zero(marks);
+    return static_cast<std::size_t>(bits) / 8;
+}
+
+/// Copies a block.
+/// @return the number of plain bytes at its start
+std::size_t copyBlock(char* out, const char* text, const BlockTest& test) noexcept {
+    Block block;
+    std::memcpy(&block, text, kBlockSize);
+    std::memcpy(out, &block, kBlockSize);
+    const auto isSpecial = (test.lowest > (block ^ test.flipped)) | (block == '\\');
+    std::uint64_t marks[2];
+    static_assert(sizeof marks == sizeof isSpecial);
+    std::memcpy(marks, &isSpecial, sizeof marks);
+    if (marks[0] != 0) {
+        return countUnmarked(marks[0]);
     }
-    const char* const lastBlock = end - kSize;
+    return kBlockSize / 2 + countUnmarked(marks[1]);
+}
+
+/// Copies the plain bytes up to the first one that is not plain.
+EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, PlainBytes plain) noexcept {
+    const BlockTest test(plain);
+    auto [out, text] = progress;
+    while (static_cast<std::size_t>(end - text) >= kBlockSize) {
+        const std::size_t size = copyBlock(out, text, test);
+        out += size;
+        text += size;
+        if (size < kBlockSize) {
+            return {out, text};
+        }
+    }
+    while (text != end && isPlain(*text, plain)) {
+        *out++ = *text++;
+    }
+    return {out, text};
+}
+
+}  // namespace
+
+EscapeProgress escapeText(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
+    EscapeProgress progress{out, text};
     for (;;) {
-        const char* const plainSince = text;
-        typename Block::Marks special = 0;
-        while (text <= lastBlock && (special = Block::copy(out, text, plain)) == 0) {
-            out += kSize;
-            text += kSize;
-        }
-        if (special == 0) {
-            const std::ptrdiff_t missing = text - lastBlock;
-            if (missing == kSize) {
-                return {out, text};
-            }
-            if (text - plainSince < missing) {
-                return escapeRest(out, limit, text, end, plain);
-            }
-            // The last block ends with the text, and copies some plain bytes again.
-            out -= missing;
-            text = lastBlock;
-            special = Block::copy(out, text, plain);
-            if (special == 0) {
-                return {out + kSize, end};
-            }
-        }
-        const auto copied = static_cast<std::size_t>(std::countr_zero(special)) / Block::kBitsAByte;
-        progress = {out + copied, text + copied};
-        if (!appendEscape(progress, limit, end)) {
+        progress = copyPlainBytes(progress, end, plain);
+        if (progress.text == end || static_cast<unsigned char>(*progress.text) >= 0x80) {
             return progress;
         }
-        out = progress.out;
-        text = progress.text;
-    }
-}
-
-struct WordBlock {
-    using Marks = TextWord;
-    static constexpr std::size_t kSize = sizeof(TextWord);
-    static constexpr std::size_t kBitsAByte = 8;
-
-    static Marks copy(char* out, const char* text, PlainBytes plain) noexcept {
-        TextWord word = 0;
-        std::memcpy(&word, text, kSize);
-        std::memcpy(out, &word, kSize);
-        if constexpr (std::endian::native == std::endian::big) {
-            word = __builtin_bswap64(word);
-        }
-        return markSpecialBytes(word, plain);
-    }
-};
-
-#if defined(__x86_64__)
-
-struct SSE2Block {
-    using Marks = std::uint32_t;
-    static constexpr std::size_t kSize = sizeof(__m128i);
-    static constexpr std::size_t kBitsAByte = 1;
-
-    static Marks copy(char* out, const char* text, PlainBytes plain) noexcept {
-        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), block);
-        return findSpecialBytes(block, plain);
-    }
-};
-
-struct AVX2Block {
-    using Marks = std::uint32_t;
-    static constexpr std::size_t kSize = sizeof(__m256i);
-    static constexpr std::size_t kBitsAByte = 1;
-
-    /// As SSE2Block with findSpecialBytes().
-    __attribute__((target("avx2"))) static Marks copy(char* out, const char* text, PlainBytes plain) noexcept {
-        const bool isASCII = plain == PlainBytes::ASCII;
-        const __m256i block = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(text));
-        _mm256_storeu_si256(reinterpret_cast<__m256i*>(out), block);
-        const __m256i flipped = _mm256_set1_epi8(static_cast<char>(isASCII ? 0x02 : 0x82));
-        const __m256i lowest = _mm256_set1_epi8(static_cast<char>(isASCII ? 0x21 : 0x21 ^ 0x80));
-        const __m256i isLow = _mm256_cmpgt_epi8(lowest, _mm256_xor_si256(block, flipped));
-        const __m256i isBackslash = _mm256_cmpeq_epi8(block, _mm256_set1_epi8('\\'));
-        return static_cast<std::uint32_t>(_mm256_movemask_epi8(_mm256_or_si256(isLow, isBackslash)));
-    }
-};
-
-bool checkAVX2() noexcept {
-    __builtin_cpu_init();
-    return __builtin_cpu_supports("avx2") != 0;
-}
-
-// Not a static inside the function that asks for it: that would be guarded at every call. What is written before this
-// is set goes by SSE2.
-const bool hasAVX2 = checkAVX2();
-
-#endif
-
-}  // namespace
-
-EscapeProgress escapeBytes(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
-    EscapeProgress progress{out, text};
-    while (progress.text != end) {
-        const auto byte = static_cast<unsigned char>(*progress.text);
-        const bool isPlain = byte >= 0x20 && byte != '"' && byte != '\\' && (byte < 0x80 || plain == PlainBytes::All);
-        if (isPlain) {
-            *progress.out++ = *progress.text++;
-        } else if (!appendEscape(progress, limit, end)) {
-            break;
+        const Escape& escape = kEscapes[static_cast<unsigned char>(*progress.text)];
+        std::memcpy(progress.out, &escape, sizeof escape);
+        progress.out += escape.size;
+        ++progress.text;
+        if (limit - progress.out < end - progress.text + static_cast<std::ptrdiff_t>(kEscapeRoom)) {
+            return progress;
         }
     }
-    return progress;
 }
-
-namespace {
-
-/// For what is too short for blocks.
-EscapeProgress escapeShort(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
-    const auto size = static_cast<std::size_t>(end - text);
-    const bool isCopied = copyShortPlainText(out, text, size, plain);
-    return isCopied ? EscapeProgress{out + size, end} : escapeBytes(out, limit, text, end, plain);
-}
-
-}  // namespace
-
-EscapeProgress escapeByWords(char* out, const char* limit, const char* text, const char* end,
-                             PlainBytes plain) noexcept {
-    return escapeBlocks<WordBlock>({out, text}, limit, end, plain, escapeBytes);
-}
-
-#if defined(__x86_64__)
-
-EscapeProgress escapeBySSE2(char* out, const char* limit, const char* text, const char* end,
-                            PlainBytes plain) noexcept {
-    return escapeBlocks<SSE2Block>({out, text}, limit, end, plain, escapeShort);
-}
-
-__attribute__((target("avx2"))) EscapeProgress escapeByAVX2(char* out, const char* limit, const char* text,
-                                                            const char* end, PlainBytes plain) noexcept {
-    return escapeBlocks<AVX2Block>({out, text}, limit, end, plain, escapeBySSE2);
-}
-
-EscapeProgress escapeText(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
-    return hasAVX2 ? escapeByAVX2(out, limit, text, end, plain) : escapeBySSE2(out, limit, text, end, plain);
-}
-
-#else
-
-EscapeProgress escapeText(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
-    return end - text < static_cast<std::ptrdiff_t>(sizeof(TextWord)) ? escapeShort(out, limit, text, end, plain)
-                                                                      : escapeByWords(out, limit, text, end, plain);
-}
-
-#endif
 
 }  // namespace cf

@@ -6,7 +6,7 @@ namespace cf {
 
 namespace {
 
-/// How a lead byte goes on: the number of bytes in all (0: no lead byte), and the range of its second byte. All
+/// What follows a lead byte: the size of the sequence (0: this is no lead byte) and the range of its second byte. All
 /// further bytes are 80 to BF.
 struct LeadByte {
     std::size_t size;
@@ -34,8 +34,8 @@ LeadByte classifyLeadByte(unsigned char byte) noexcept {
     return {0};
 }
 
-// The engine looks for its implementation at its first use, and allocates then: let that be while the library is
-// loaded, and not in a function that must not throw.
+// At its first use simdjson selects an implementation for the processor, and allocates memory. Use it once while the
+// library is loaded, so that isValidUTF8() never allocates: it must not throw.
 [[maybe_unused]] const bool isEngineReady = simdjson::validate_utf8("", 0);
 
 }  // namespace

@@ -12,8 +12,8 @@ inline constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 /// Whether the whole text is well-formed UTF-8.
 [[nodiscard]] bool isValidUTF8(std::string_view text) noexcept;
 
-/// What stands at the start of a text: a well-formed UTF-8 sequence, or the longest start of one that is cut short by
-/// a byte that cannot go on (at least one byte), which stands for one U+FFFD.
+/// The start of a text: either a well-formed UTF-8 sequence, or an ill-formed one, which is replaced by one U+FFFD. The
+/// ill-formed one is the longest prefix of any well-formed sequence, at least one byte.
 struct UTF8Sequence {
     std::size_t size;
     bool isWellFormed;
