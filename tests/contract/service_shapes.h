@@ -1,6 +1,7 @@
 #ifndef TESTS_SERVICE_SHAPES_H
 #define TESTS_SERVICE_SHAPES_H
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,9 @@ struct ServiceShapes {
     int errorStatus;
     std::string error;
     std::string errorText;
+
+    /// How a failing test names it.
+    friend void PrintTo(const ServiceShapes& shapes, std::ostream* stream) { *stream << shapes.name; }
 };
 
 /// Written from the services' documentation and published descriptions of their answers as of 2026-11-21, not recorded

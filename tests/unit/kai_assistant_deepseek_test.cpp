@@ -19,9 +19,9 @@ std::string read(const std::string& choices) {
 
 TEST(KAIAssistant_DEEPSEEK, WritesAFirstTurnWithModelAndMessagesOnly) {
     KAIAssistantProperties properties;
-    properties.setProperty("model", "deepseek-chat");
+    properties.setProperty("model", "deepseek-v4-flash");
     EXPECT_EQ(writeBody(s_protocol, properties, {}, "hello"),
-              R"({"model":"deepseek-chat","messages":[{"role":"user","content":"hello"}]})");
+              R"({"model":"deepseek-v4-flash","messages":[{"role":"user","content":"hello"}]})");
 }
 
 TEST(KAIAssistant_DEEPSEEK, WritesTemperatureInstructionsHistoryAndTextInOrder) {

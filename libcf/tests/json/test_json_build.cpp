@@ -19,14 +19,14 @@ TEST(COJsonBuild, BeginsAsAnEmptyObject) {
 
 TEST(COJsonBuild, AddsMembersInOrder) {
     COJson json;
-    json.addKeyValue("model").setString("deepseek-chat");
+    json.addKeyValue("model").setString("deepseek-v4-flash");
     json.addKeyValue("temperature").setDouble(0.2);
     json.addKeyValue("stream").setBoolean(false);
     json.addKeyValue("none").setNull();
     json.addKeyValue("list").setArray();
     json.addKeyValue("map").setObject();
     EXPECT_EQ(json.obtainJsonString(),
-              R"({"model":"deepseek-chat","temperature":0.2,"stream":false,"none":null,"list":[],"map":{}})");
+              R"({"model":"deepseek-v4-flash","temperature":0.2,"stream":false,"none":null,"list":[],"map":{}})");
 }
 
 TEST(COJsonBuild, AddsMembersAndItemsAsNull) {
