@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "number_format.h"
+#include "temporary_folder.h"
 
 namespace {
 
@@ -56,14 +57,6 @@ std::string formatLine(const Line& cells, const std::vector<std::size_t>& widths
         text += ' ' + cells[i] + std::string(widths[i] - measureWidth(cells[i]), ' ') + " |";
     }
     return text + '\n';
-}
-
-std::string readFile(const std::string& path) {
-    std::ifstream stream(path, std::ios::binary);
-    if (!stream) {
-        throw std::runtime_error("cannot read " + path);
-    }
-    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 void writeFile(const std::string& path, const std::string& text) {

@@ -331,7 +331,7 @@ LoopbackReply joinAsArray(LoopbackReply reply) {
     for (std::size_t i = 0; i < reply.pieces.size(); ++i) {
         reply.pieces[i].insert(0, i == 0 ? "[" : ",\r\n");
     }
-    reply.pieces.push_back("]");
+    reply.pieces.emplace_back("]");
     return reply;
 }
 

@@ -163,6 +163,7 @@ bool refuseCombinedInstructions(AssistantSettings& /*settings*/, const CMVariant
     return false;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): the rows' functions have one form
 void restoreNothing(const Property& /*property*/, AssistantSettings& /*settings*/, SavedValue /*value*/) {}
 
 // In the order in which hosts are told of the keys and session texts hold them.
@@ -250,6 +251,7 @@ void visitRows(std::span<const Property> addedRows, Visitor visit) {
 }
 
 // The sources are the function's own share of the texts: what a report does cannot take them away.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string combineInstructions(InstructionSources sources, kai::MalformedPlaces& malformed) {
     std::string text;
     if (!sources.userInstructions->empty()) {
@@ -357,7 +359,7 @@ void KAIAssistantProperties::copyAssignedProperties(KAIAssistantProperties& targ
 
 std::string KAIAssistantProperties::obtainCombinedInstructions() const {
     kai::MalformedPlaces malformed(reportMalformedStructure);
-    return combineInstructions(m_settings, malformed);
+    return combineInstructions(static_cast<const InstructionSources&>(m_settings), malformed);
 }
 
 std::shared_ptr<const std::string> KAIAssistantProperties::obtainWrittenInstructions() const {
@@ -365,7 +367,8 @@ std::shared_ptr<const std::string> KAIAssistantProperties::obtainWrittenInstruct
         return *m_writtenInstructions;
     }
     kai::MalformedPlaces malformed(reportMalformedStructure);
-    std::shared_ptr<const std::string> written = writeInstructions(combineInstructions(m_settings, malformed));
+    std::shared_ptr<const std::string> written =
+        writeInstructions(combineInstructions(static_cast<const InstructionSources&>(m_settings), malformed));
     if (malformed.obtainCount() == 0) {
         m_writtenInstructions = written;
     }

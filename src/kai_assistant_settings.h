@@ -31,7 +31,7 @@ private:
         // Never destroyed: a host may still use an assistant while its static objects are.
         union Storage {
             Storage() : value() {}
-            ~Storage() {}
+            ~Storage() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
             Value value;
         };
         static const Storage storage;

@@ -12,7 +12,7 @@ constexpr std::uint32_t kRequestMark = 2062955722;
 // Not destroyed with the other static objects: a host may still use an assistant while its own are.
 union SettingsStorage {
     SettingsStorage() : settings() {}
-    ~SettingsStorage() {}
+    ~SettingsStorage() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
     CMRestGlobalSettings settings;
 };
 
