@@ -32,6 +32,7 @@ SavedSettings readSessionSettings(const COJson& json, const KAIAssistantProperti
     return saved;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): its values are moved from
 AssistantSettings restoreSettings(AssistantSettings current, SavedSettings saved) {
     for (auto& [property, value] : saved) {
         property->restore(*property, current, std::move(value));
