@@ -14,7 +14,10 @@ constexpr std::size_t kSlack = 64;
 static_assert(kSlack >= 2 * cf::kNumberTextSize);
 
 char* append(char* out, std::string_view text) noexcept {
-    std::memcpy(out, text.data(), text.size());
+    // An empty view may have no address, which memcpy does not take.
+    if (!text.empty()) {
+        std::memcpy(out, text.data(), text.size());
+    }
     return out + text.size();
 }
 
