@@ -24,7 +24,7 @@ struct ServiceShapes {
     std::string errorText;
 
     /// How a failing test names it.
-    friend void PrintTo(const ServiceShapes& shapes, std::ostream* stream) { *stream << shapes.name; }
+    friend void PrintTo(const ServiceShapes& shapes, std::ostream* out) { *out << shapes.name; }
 };
 
 /// Written from the services' documentation and published descriptions of their answers as of 2026-11-21, not recorded
