@@ -46,11 +46,16 @@ void ChatHistory::appendMessage(IKAIMessage& message) {
 }
 
 void ChatHistory::appendMessage(std::int32_t role, std::string_view text) {
+    std::string buffer;
+    appendMessage(role, text, buffer);
+}
+
+void ChatHistory::appendMessage(std::int32_t role, std::string_view text, std::string& buffer) {
     const Role kind = classifyRole(role);
-    std::string framed;
-    appendFramed(framed, obtainFrame(kind), text);
-    makeRoom(1, framed.size() + 1);
-    add(kind, framed);
+    buffer.clear();
+    appendFramed(buffer, obtainFrame(kind), text);
+    makeRoom(1, buffer.size() + 1);
+    add(kind, buffer);
 }
 
 void ChatHistory::appendTurn(std::string_view framedUserMessage, IKAIMessage& answer) {
@@ -107,7 +112,9 @@ void ChatHistory::appendSessionText(std::string& text, SourcePlace rolePlace) co
     if (m_places.empty()) {
         return;
     }
-    text.reserve(text.size() + m_size);
+    // Room for what the caller appends, too: growing again would copy all of it.
+    constexpr std::size_t kRoomBehind = 64;
+    text.reserve(text.size() + m_size + kRoomBehind);
     if (!m_hasUnknownRole && m_protocol.userMessage == kSessionUser &&
         m_protocol.assistantMessage == kSessionAssistant) {
         for (const std::string& block : m_blocks) {

@@ -36,6 +36,8 @@ public:
     /// has none. All or nothing.
     void appendMessage(IKAIMessage& message);
     void appendMessage(std::int32_t role, std::string_view text);
+    /// @param buffer  for the message while it is written; one for many messages saves allocations
+    void appendMessage(std::int32_t role, std::string_view text, std::string& buffer);
 
     /// Appends what the user said, framed already, and the answer to it, as appendMessage() does. All or nothing.
     void appendTurn(std::string_view framedUserMessage, IKAIMessage& answer);

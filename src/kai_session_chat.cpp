@@ -22,12 +22,13 @@ std::optional<KAIRole> readRole(const COJsonValue& role) {
 }
 
 void readHistory(const COJson& json, ChatHistory& history) {
+    std::string buffer;
     for (const COJsonValue item : json.obtainMember("messages").obtainItems()) {
         const auto [roleWord, content] = item.obtainMemberValues({"role", "content"});
         const std::optional<KAIRole> role = readRole(roleWord);
         const std::string_view text = content.obtainString();
         if (role && text.data() != nullptr) {
-            history.appendMessage(*role, text);
+            history.appendMessage(*role, text, buffer);
         }
     }
 }
