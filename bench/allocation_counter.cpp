@@ -87,3 +87,7 @@ void startCountingAllocations() {
 AllocationCounts obtainAllocationCounts() {
     return {allocationCount, static_cast<std::uint64_t>(mostBytesInUse - bytesAtStart)};
 }
+
+std::uint64_t obtainBytesInUse() {
+    return static_cast<std::uint64_t>(bytesInUse.load());
+}

@@ -15,5 +15,7 @@ struct AllocationCounts {
 
 void startCountingAllocations();
 [[nodiscard]] AllocationCounts obtainAllocationCounts();
+/// The bytes of all blocks that are allocated now.
+[[nodiscard]] std::uint64_t obtainBytesInUse();
 
 #endif

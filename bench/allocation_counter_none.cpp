@@ -5,3 +5,7 @@ void startCountingAllocations() {}
 AllocationCounts obtainAllocationCounts() {
     return {};
 }
+
+std::uint64_t obtainBytesInUse() {
+    return 0;
+}

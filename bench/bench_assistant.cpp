@@ -36,6 +36,12 @@ void trustServer(const BenchServer& server) {
     KAISetHTTPSettings(settings);
 }
 
+void setProperty(IKAIAssistant& assistant, const std::string& key, const std::string& value) {
+    requireSuccess("setAssistantProperties", assistant.setAssistantProperties([&](IKAIProperties* properties) {
+        properties->setProperty(key, value);
+    }));
+}
+
 AssistantPtr createAssistant(const std::string& provider, const std::string& host) {
     AssistantPtr assistant(
         KAICreateAssistant(obtainProviderType(provider), cfCreateHTTPPoolCenter(), "sk-0123456789abcdef", host));

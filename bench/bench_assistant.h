@@ -17,6 +17,9 @@ using PropertiesPtr = KAIPtr<IKAIProperties>;
 /// Whether the provider is spoken to over TLS.
 [[nodiscard]] bool isTLSProvider(const std::string& provider);
 
+/// Sets one of the assistant's properties.
+void setProperty(IKAIAssistant& assistant, const std::string& key, const std::string& value);
+
 /// The process's settings, with the server's certificate trusted.
 void trustServer(const BenchServer& server);
 

@@ -17,10 +17,21 @@ BenchCase takeSize(std::string name, std::size_t size, std::size_t repeats) {
     return {.name = std::move(name), .arguments = {std::to_string(size)}, .repeats = repeats};
 }
 
-BenchCase takeTurn(std::string name, const std::string& provider, std::size_t messages) {
+/// What a row about turns is about. The text of an assistant without a database, in plain texts, is as ever.
+struct TurnKind {
+    std::string provider = "ollama";
+    std::size_t messages = 2;
+    std::size_t tables = 0;
+    std::string texts = "plain";
+    bool hasVectorCopies = false;
+};
+
+BenchCase takeTurn(std::string name, const TurnKind& kind) {
+    const bool isShort = kind.messages < 1000 && kind.tables < 1000;
     return {.name = std::move(name),
-            .arguments = {provider, std::to_string(messages)},
-            .repeats = messages < 1000 ? 20U : 5U};
+            .arguments = {kind.provider, std::to_string(kind.messages), std::to_string(kind.tables), kind.texts},
+            .repeats = isShort ? 20U : 5U,
+            .hasVectorCopies = kind.hasVectorCopies};
 }
 
 /// The costs of two cases, one over the other.
@@ -52,50 +63,97 @@ BenchRow showNumber(std::string key, std::string what, double value, Goal goal, 
 }
 
 constexpr std::size_t kLongConversation = 2000;
+constexpr std::size_t kTables = 10'000;
 
-void measureTurns(CaseRunner& runner, std::vector<BenchRow>& rows) {
-    struct Length {
-        std::size_t messages;
-        const char* text;
-        Goal goal;
-    };
-    struct Provider {
-        const char* name;
-        const char* text;
-    };
-    for (const Provider& provider : {Provider{"ollama", "Ollama (plain HTTP)"}, Provider{"deepseek", "DeepSeek (TLS)"},
-                                     Provider{"google", "Google (TLS)"}}) {
-        for (const Length& length :
-             {Length{2, "2", {2.0, 1.5}}, Length{200, "200", {2.5, 1.8}}, Length{2000, "2,000", {3.0, 2.0}}}) {
-            rows.push_back(compareCosts(
-                runner, std::string("turn_") + provider.name + "_" + std::to_string(length.messages),
-                std::string("a turn over libcurl alone: ") + provider.text + ", " + length.text + " messages",
-                takeTurn("turn", provider.name, length.messages),
-                takeTurn("turn-floor", provider.name, length.messages), length.goal));
-        }
-    }
-    rows.push_back(compareCosts(runner, "google_over_deepseek",
-                                "a turn with Google over one with DeepSeek, 2,000 messages",
-                                takeTurn("turn", "google", kLongConversation),
-                                takeTurn("turn", "deepseek", kLongConversation), {1.15, std::nullopt}));
+BenchRow compareTurns(CaseRunner& runner, std::string key, const std::string& what, const TurnKind& kind, Goal goal) {
+    return compareCosts(runner, std::move(key), "a turn over libcurl alone: " + what, takeTurn("turn", kind),
+                        takeTurn("turn-floor", kind), goal);
 }
 
-void measureMemory(CaseRunner& runner, std::vector<BenchRow>& rows) {
-    auto longTurn = runner.obtainMemory(takeTurn("turn", "ollama", kLongConversation));
-    auto longFloor = runner.obtainMemory(takeTurn("turn-floor", "ollama", kLongConversation));
-    auto shortTurn = runner.obtainMemory(takeTurn("turn", "ollama", 2));
+/// A row of the table about turns.
+struct TurnRow {
+    const char* key;
+    const char* what;
+    TurnKind kind;
+    Goal goal;
+};
 
-    BenchRow allocations =
-        showNumber("allocations", "allocations in a turn, 2,000 messages", longTurn["allocations"], {300, 100});
-    allocations.floor = formatCount(longFloor["allocations"]);
-    rows.push_back(std::move(allocations));
+void measureTurns(CaseRunner& runner, std::vector<BenchRow>& rows) {
+    const TurnRow table[] = {
+        {"turn_ollama_2", "plain HTTP, 2 messages", {}, {1.35, 1.20}},
+        {"turn_ollama_200", "plain HTTP, 200 messages", {.messages = 200}, {1.25, 1.12}},
+        {"turn_ollama_2000", "plain HTTP, 2,000 messages", {.messages = 2000}, {1.10, 1.04}},
+        {"turn_ollama_20000", "plain HTTP, 20,000 messages", {.messages = 20'000}, {1.05, 1.01}},
+        {"turn_tables_100", "2 messages, 100 tables", {.tables = 100}, {1.25, 1.15}},
+        {"turn_tables_1000", "2 messages, 1,000 tables", {.tables = 1000}, {1.10, 1.05}},
+        {"turn_tables_10000", "2 messages, 10,000 tables", {.tables = kTables}, {1.05, 1.02}},
+        {"turn_escapes", "2,000 messages rich in escapes", {.messages = 2000, .texts = "escapes"}, {1.15, 1.05}},
+        {"turn_letters", "2,000 messages in Cyrillic", {.messages = 2000, .texts = "letters"}, {1.15, 1.05}},
+        {"turn_vector_2", "by vector copies, 2 messages", {.hasVectorCopies = true}, {1.4, 1.2}},
+        {"turn_vector_200", "by vector copies, 200 messages", {.messages = 200, .hasVectorCopies = true}, {1.4, 1.2}},
+        {"turn_vector_2000",
+         "by vector copies, 2,000 messages",
+         {.messages = 2000, .hasVectorCopies = true},
+         {1.3, 1.1}},
+        {"turn_deepseek_2", "DeepSeek (TLS), 2 messages", {.provider = "deepseek"}, {1.30, 1.15}},
+        {"turn_deepseek_200", "DeepSeek (TLS), 200 messages", {.provider = "deepseek", .messages = 200}, {1.10, 1.05}},
+        {"turn_deepseek_2000",
+         "DeepSeek (TLS), 2,000 messages",
+         {.provider = "deepseek", .messages = 2000},
+         {1.03, 1.01}},
+        {"turn_google_2", "Google (TLS), 2 messages", {.provider = "google"}, {1.30, 1.15}},
+        {"turn_google_200", "Google (TLS), 200 messages", {.provider = "google", .messages = 200}, {1.10, 1.05}},
+        {"turn_google_2000", "Google (TLS), 2,000 messages", {.provider = "google", .messages = 2000}, {1.03, 1.01}},
+    };
+    for (const TurnRow& row : table) {
+        rows.push_back(compareTurns(runner, row.key, row.what, row.kind, row.goal));
+    }
+    const TurnKind changed{.tables = 1000};
+    rows.push_back(compareCosts(runner, "turn_after_change",
+                                "the first turn after \"user_instructions\" changed, over libcurl alone: 1,000 tables",
+                                takeTurn("turn-after-change", changed), takeTurn("turn-floor", changed), {}));
+    rows.push_back(
+        compareCosts(runner, "google_over_deepseek", "a turn with Google over one with DeepSeek, 2,000 messages",
+                     takeTurn("turn", {.provider = "google", .messages = kLongConversation}),
+                     takeTurn("turn", {.provider = "deepseek", .messages = kLongConversation}), {1.15, std::nullopt}));
+}
+
+/// The growth of the heap in a turn, in lengths of its body.
+BenchRow compareGrowth(CaseRunner& runner, std::string key, const std::string& what, const TurnKind& kind) {
+    auto ours = runner.obtainMemory(takeTurn("turn", kind));
+    auto floor = runner.obtainMemory(takeTurn("turn-floor", kind));
+    BenchRow row = showNumber(std::move(key), "peak growth of the heap in a turn, in bodies: " + what,
+                              ours["heap_growth"] / ours["body_bytes"], {0.20, 0.13});
+    row.floor = formatValue(floor["heap_growth"] / floor["body_bytes"]);
+    return row;
+}
+
+void measureTurnResources(CaseRunner& runner, std::vector<BenchRow>& rows) {
+    const BenchCase shortTurn = takeTurn("turn", {});
+    const BenchCase longTurn = takeTurn("turn", {.messages = kLongConversation});
+    const BenchCase longFloor = takeTurn("turn-floor", {.messages = kLongConversation});
+    rows.push_back(showNumber("system_calls", "system calls in a turn, 2 messages", runner.obtainSystemCalls(shortTurn),
+                              {18, 12}));
+    rows.back().floor = formatValue(runner.obtainSystemCalls(takeTurn("turn-floor", {})));
+
+    const double allocations = runner.obtainMemory(longTurn)["allocations"];
+    rows.push_back(showNumber("allocations", "allocations in a turn, 2,000 messages", allocations, {63, 45}));
+    rows.back().floor = formatCount(runner.obtainMemory(longFloor)["allocations"]);
     rows.push_back(showNumber("more_allocations", "allocations that 2,000 messages take more than 2",
-                              std::max(0.0, longTurn["allocations"] - shortTurn["allocations"]), {std::nullopt, 0}));
+                              std::max(0.0, allocations - runner.obtainMemory(shortTurn)["allocations"]),
+                              {std::nullopt, 0}));
 
-    BenchRow growth = showNumber("heap_growth", "peak growth of the heap in a turn, 2,000 messages, in bodies",
-                                 longTurn["heap_growth"] / longTurn["body_bytes"], {1.6, 1.1});
-    growth.floor = formatValue(longFloor["heap_growth"] / longFloor["body_bytes"]);
-    rows.push_back(std::move(growth));
+    rows.push_back(compareGrowth(runner, "heap_growth", "2,000 messages", {.messages = kLongConversation}));
+    rows.push_back(compareGrowth(runner, "heap_growth_tables", "2 messages, 10,000 tables", {.tables = kTables}));
+}
+
+void measureHistory(CaseRunner& runner, std::vector<BenchRow>& rows) {
+    auto held = runner.obtainMemory({.name = "history-memory", .arguments = {std::to_string(kLongConversation)}});
+    rows.push_back(showNumber("memory_restored", "memory held a byte of a restored history of 2,000 messages",
+                              held["restored_bytes"] / held["restored_text_bytes"], {1.25, 1.1}));
+    rows.push_back(showNumber("memory_grown",
+                              "memory held a byte of a history made by turns, the most up to 2,000 messages",
+                              held["grown_bytes"] / held["grown_text_bytes"], {1.25, 1.1}));
 }
 
 void measureConnections(CaseRunner& runner, std::vector<BenchRow>& rows) {
@@ -132,7 +190,6 @@ BenchRow measureSpread(CaseRunner& runner, const std::vector<std::size_t>& sizes
 }
 
 void measureTexts(CaseRunner& runner, std::vector<BenchRow>& rows, bool isQuick) {
-    constexpr std::size_t kTables = 10'000;
     constexpr std::size_t kReplyBytes = 100'000;
     rows.push_back(compareCosts(runner, "statements", "10,000 tables to statements, over simdjson on demand",
                                 takeSize("statements", kTables, 1), takeSize("statements-floor", kTables, 1),
@@ -144,7 +201,7 @@ void measureTexts(CaseRunner& runner, std::vector<BenchRow>& rows, bool isQuick)
     rows.push_back(measureSpread(runner, sizes));
     rows.push_back(compareCosts(runner, "serialization", "serializeSession, 2,000 messages, over a copy of the text",
                                 takeSize("serialization", kLongConversation, 5),
-                                takeSize("serialization-floor", kLongConversation, 5), {6.0, 3.0}));
+                                takeSize("serialization-floor", kLongConversation, 5), {1.1, 1.0}));
     rows.push_back(compareCosts(runner, "restoration", "restoreSession of that text, over simdjson DOM reading it",
                                 takeSize("restoration", kLongConversation, 5),
                                 takeSize("restoration-floor", kLongConversation, 5), {2.0, 1.5}));
@@ -161,7 +218,7 @@ void measureCreationAndSize(CaseRunner& runner, std::vector<BenchRow>& rows) {
 
     const double kai = runner.obtainStrippedSize(KAI_LIBRARY) / 1000;
     const double cf = runner.obtainStrippedSize(CF_LIBRARY) / 1000;
-    rows.push_back(showNumber("size", "libkai.so and libcf.so, stripped, together", kai + cf, {400, 250}, " KB"));
+    rows.push_back(showNumber("size", "libkai.so and libcf.so, stripped, together", kai + cf, {300, 250}, " KB"));
     rows.back().ours = formatValue(kai) + " + " + formatValue(cf);
 }
 
@@ -170,7 +227,8 @@ void measureCreationAndSize(CaseRunner& runner, std::vector<BenchRow>& rows) {
 std::vector<BenchRow> measureRows(CaseRunner& runner, bool isQuick) {
     std::vector<BenchRow> rows;
     measureTurns(runner, rows);
-    measureMemory(runner, rows);
+    measureTurnResources(runner, rows);
+    measureHistory(runner, rows);
     measureConnections(runner, rows);
     measureTexts(runner, rows, isQuick);
     measureCreationAndSize(runner, rows);

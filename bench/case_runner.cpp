@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "child_process.h"
+#include "meter.h"
 
 namespace {
 
@@ -25,8 +26,16 @@ Values readValues(const std::string& text) {
     return values;
 }
 
-std::vector<std::string> buildCommand(const std::string& program, const BenchCase& benchCase) {
-    std::vector<std::string> command{obtainSiblingPath(program), benchCase.name, std::to_string(benchCase.repeats)};
+/// @param tool  the program, with its arguments, that runs the measured one
+std::vector<std::string> buildCommand(const std::string& program, const BenchCase& benchCase,
+                                      const std::vector<std::string>& tool = {}) {
+    std::vector<std::string> command;
+    if (benchCase.hasVectorCopies) {
+        // The size from which on the C library copies with `rep movsb`.
+        command = {"env", "GLIBC_TUNABLES=glibc.cpu.x86_rep_movsb_threshold=0x7fffffff"};
+    }
+    command.insert(command.end(), tool.begin(), tool.end());
+    command.insert(command.end(), {obtainSiblingPath(program), benchCase.name, std::to_string(benchCase.repeats)});
     command.insert(command.end(), benchCase.arguments.begin(), benchCase.arguments.end());
     return command;
 }
@@ -58,6 +67,27 @@ double readTotalInstructions(const std::string& file) {
     throw std::runtime_error("callgrind left no totals");
 }
 
+/// The calls in strace's output, one a line, between the meter's marks.
+double countBetweenMarks(const std::string& file) {
+    std::ifstream stream(file);
+    bool isBetween = false;
+    bool wasEntered = false;
+    double count = 0;
+    for (std::string line; std::getline(stream, line);) {
+        if (line.find(kBeginMark) != std::string::npos) {
+            isBetween = wasEntered = true;
+        } else if (line.find(kEndMark) != std::string::npos) {
+            isBetween = false;
+        } else if (isBetween && line.find('(') != std::string::npos) {
+            ++count;
+        }
+    }
+    if (!wasEntered) {
+        throw std::runtime_error("strace saw no measured region");
+    }
+    return count;
+}
+
 }  // namespace
 
 BenchCost CaseRunner::obtainCost(const BenchCase& benchCase) {
@@ -72,19 +102,27 @@ Values CaseRunner::obtainMemory(const BenchCase& benchCase) {
 
 BenchCost CaseRunner::measureCost(const BenchCase& benchCase) const {
     const std::string counts = m_folder.name("callgrind.out");
-    std::vector<std::string> command{"valgrind",           "--quiet",
-                                     "--tool=callgrind",   "--collect-atstart=no",
-                                     "--instr-atstart=no", "--callgrind-out-file=" + counts};
-    const std::vector<std::string> bare = buildCommand("kai_bench", benchCase);
-    command.insert(command.end(), bare.begin(), bare.end());
-    std::fprintf(stderr, "measuring:");
-    for (auto word = std::next(bare.begin()); word != bare.end(); ++word) {
-        std::fprintf(stderr, " %s", word->c_str());
+    std::fprintf(stderr, "measuring: %s", benchCase.name.c_str());
+    for (const std::string& argument : benchCase.arguments) {
+        std::fprintf(stderr, " %s", argument.c_str());
     }
-    std::fprintf(stderr, "\n");
-    runCommand(command);
+    std::fprintf(stderr, "%s\n", benchCase.hasVectorCopies ? ", by vector copies" : "");
+    runCommand(buildCommand("kai_bench", benchCase,
+                            {"valgrind", "--quiet", "--tool=callgrind", "--collect-atstart=no", "--instr-atstart=no",
+                             "--callgrind-out-file=" + counts}));
     return {.instructions = readTotalInstructions(counts) / static_cast<double>(benchCase.repeats),
             .seconds = runCase("kai_bench", benchCase)["seconds"]};
+}
+
+double CaseRunner::obtainSystemCalls(const BenchCase& benchCase) {
+    const auto found = m_systemCalls.find(benchCase);
+    return found != m_systemCalls.end() ? found->second : m_systemCalls[benchCase] = countSystemCalls(benchCase);
+}
+
+double CaseRunner::countSystemCalls(const BenchCase& benchCase) const {
+    const std::string calls = m_folder.name("strace.out");
+    runCommand(buildCommand("kai_bench", benchCase, {"strace", "-o", calls}));
+    return countBetweenMarks(calls) / static_cast<double>(benchCase.repeats);
 }
 
 double CaseRunner::obtainStrippedSize(const std::string& file) const {

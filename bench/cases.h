@@ -4,14 +4,26 @@
 #include <cstddef>
 #include <string>
 
+#include "chat_texts.h"
 #include "meter.h"
 
 // What is measured. "Floor" is what no implementation can go below, made without the library.
 
-/// One turn of a conversation of that many messages.
-void measureTurn(Meter& meter, const std::string& provider, std::size_t messages);
+/// What a turn is made with.
+struct TurnSubject {
+    std::string provider;
+    std::size_t messages = 0;          ///< of the conversation, before the turn
+    std::size_t tables = 0;            ///< of the database that the assistant knows
+    TextKind texts = TextKind::Plain;  ///< of the messages
+    bool isFirstAfterChange = false;   ///< "user_instructions" was set since the last turn
+};
+
+void measureTurn(Meter& meter, const TurnSubject& subject);
 /// libcurl alone sending the same bytes and receiving the same reply.
-void measureTurnFloor(Meter& meter, const std::string& provider, std::size_t messages);
+void measureTurnFloor(Meter& meter, const TurnSubject& subject);
+/// Notes the memory that a conversation of that many messages holds, and the bytes of its texts: one that was restored,
+/// and one made by turns, there at the turn after which it holds most for its texts. Measures nothing.
+void measureHistoryMemory(std::size_t messages);
 /// Notes the connections and TLS handshakes of 100 turns. Measures nothing.
 void countConnections(const std::string& provider);
 /// The first turn of a process over TLS, or that of the second assistant.

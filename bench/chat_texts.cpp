@@ -2,6 +2,7 @@
 
 #include <array>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string_view>
 
 namespace {
@@ -33,9 +34,45 @@ constexpr std::string_view kFiller =
     "meant. An index on the column that the rows are grouped by makes this fast on large tables, because the rows are "
     "then read in their order and need not be sorted. Nothing else has to change for that. ";
 
+constexpr std::string_view kEscapes =
+    "{\"status\":\"ok\",\"path\":\"C:\\data\\sales.db\",\"rows\":[\n\t{\"id\":1,\"city\":\"Bonn\"},\n\t{\"id\":2,"
+    "\"city\":\"Ulm\"}\n]}\n";
+
+constexpr std::string_view kLetters =
+    "Какие клиенты разместили больше десяти заказов за последний квартал, и сколько они потратили в среднем? ";
+
+/// The number, then the text over and over, cut where a character ends.
+std::string repeatText(std::size_t number, std::string_view repeated) {
+    std::string text = std::to_string(number) + ": ";
+    while (text.size() < kMessageBytes) {
+        text += repeated;
+    }
+    std::size_t size = kMessageBytes;
+    while ((static_cast<unsigned char>(text[size]) & 0xC0) == 0x80) {
+        --size;
+    }
+    return text.substr(0, size);
+}
+
 }  // namespace
 
-std::string buildMessageText(std::size_t number) {
+TextKind readTextKind(const std::string& name) {
+    if (name == "plain") {
+        return TextKind::Plain;
+    }
+    if (name == "escapes") {
+        return TextKind::Escapes;
+    }
+    if (name == "letters") {
+        return TextKind::Letters;
+    }
+    throw std::runtime_error("unknown kind of text: " + name);
+}
+
+std::string buildMessageText(std::size_t number, TextKind kind) {
+    if (kind != TextKind::Plain) {
+        return repeatText(number, kind == TextKind::Escapes ? kEscapes : kLetters);
+    }
     const auto& texts = number % 2 == 0 ? kQuestions : kAnswers;
     std::string text = std::to_string(number) + ": ";
     text += texts[number / 2 % texts.size()];
@@ -51,10 +88,10 @@ std::string buildAnswerText(std::size_t size) {
     return text;
 }
 
-std::string buildSessionText(std::size_t messages) {
+std::string buildSessionText(std::size_t messages, TextKind kind) {
     Json list = Json::array();
     for (std::size_t number = 0; number < messages; ++number) {
-        list.push_back({{"role", number % 2 == 0 ? "user" : "assistant"}, {"content", buildMessageText(number)}});
+        list.push_back({{"role", number % 2 == 0 ? "user" : "assistant"}, {"content", buildMessageText(number, kind)}});
     }
     return Json{{"messages", list}}.dump();
 }

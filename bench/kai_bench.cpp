@@ -24,17 +24,25 @@ Case takeSize(Function function) {
     return [function](Meter& meter, const Arguments& arguments) { function(meter, std::stoul(arguments.at(0))); };
 }
 
+/// Arguments: PROVIDER MESSAGES [TABLES [KIND_OF_TEXT]]
 template <typename Function>
-Case takeProviderAndSize(Function function) {
-    return [function](Meter& meter, const Arguments& arguments) {
-        function(meter, arguments.at(0), std::stoul(arguments.at(1)));
+Case takeTurn(Function function, bool isFirstAfterChange) {
+    return [function, isFirstAfterChange](Meter& meter, const Arguments& arguments) {
+        function(meter, TurnSubject{.provider = arguments.at(0),
+                                    .messages = std::stoul(arguments.at(1)),
+                                    .tables = arguments.size() > 2 ? std::stoul(arguments[2]) : 0,
+                                    .texts = arguments.size() > 3 ? readTextKind(arguments[3]) : TextKind::Plain,
+                                    .isFirstAfterChange = isFirstAfterChange});
     };
 }
 
 const std::map<std::string, Case>& obtainCases() {
     static const std::map<std::string, Case> cases{
-        {"turn", takeProviderAndSize(measureTurn)},
-        {"turn-floor", takeProviderAndSize(measureTurnFloor)},
+        {"turn", takeTurn(measureTurn, false)},
+        {"turn-after-change", takeTurn(measureTurn, true)},
+        {"turn-floor", takeTurn(measureTurnFloor, false)},
+        {"history-memory",
+         [](Meter& /*meter*/, const Arguments& arguments) { measureHistoryMemory(std::stoul(arguments.at(0))); }},
         {"connections", [](Meter& /*meter*/, const Arguments& arguments) { countConnections(arguments.at(0)); }},
         {"first-turn", [](Meter& meter, const Arguments& /*arguments*/) { measureFirstTurn(meter, false); }},
         {"second-first-turn", [](Meter& meter, const Arguments& /*arguments*/) { measureFirstTurn(meter, true); }},

@@ -1,5 +1,6 @@
 #include "meter.h"
 
+#include <unistd.h>
 #include <valgrind/callgrind.h>
 
 #include <algorithm>
@@ -7,7 +8,17 @@
 
 #include "allocation_counter.h"
 
+namespace {
+
+/// A system call that does nothing but stand in strace's output.
+void markSystemCalls(std::string_view mark) {
+    [[maybe_unused]] const ssize_t written = write(-1, mark.data(), mark.size());
+}
+
+}  // namespace
+
 void Meter::begin() {
+    markSystemCalls(kBeginMark);
     startCountingAllocations();
     m_start = Clock::now();
     CALLGRIND_START_INSTRUMENTATION;
@@ -20,6 +31,7 @@ void Meter::end() {
     const AllocationCounts counts = obtainAllocationCounts();
     m_allocations += counts.allocations;
     m_heapGrowth += counts.peakGrowth;
+    markSystemCalls(kEndMark);
 }
 
 void Meter::report() const {

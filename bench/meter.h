@@ -7,6 +7,10 @@
 #include <string_view>
 #include <vector>
 
+// What the meter writes to no file at the two ends of its region: the system calls between them are the region's.
+inline constexpr std::string_view kBeginMark = "bench: begin";
+inline constexpr std::string_view kEndMark = "bench: end";
+
 /// Measures a region of code that is entered several times, and nothing around it.
 ///
 /// Instructions are counted by callgrind when the program runs under it (with --collect-atstart=no): collection is
