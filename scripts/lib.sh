@@ -128,7 +128,7 @@ list_files() {
 use_ccache() {
     if [[ ${CMAKE_CXX_COMPILER_LAUNCHER:-ccache} == ccache ]] && command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache
-        export CCACHE_BASEDIR=$KAI_ROOT CCACHE_NOHASHDIR=1
+        export CCACHE_BASEDIR=$KAI_ROOT
         # ccache does not look at -fmacro-prefix-map when it compares compilations. Name another space when that option
         # changes in cmake/KaiCompile.cmake, so that results made with the former one are not found.
         export CCACHE_NAMESPACE=libkai-548499989
