@@ -1,5 +1,5 @@
 #include <charconv>
-#include <iostream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -7,7 +7,7 @@
 #include "commands/commands.h"
 #include "conversation/conversation.h"
 #include "terminal/interrupts.h"
-#include "terminal/line_reader.h"
+#include "terminal/line_source.h"
 
 namespace host {
 namespace {
@@ -29,7 +29,10 @@ std::string trimBlanks(const std::string& text) {
 class Chat {
 public:
     Chat(const Options& options, Console& console)
-        : m_options(options), m_console(console), m_reader(std::cin), m_conversation(options, console) {}
+        : m_options(options),
+          m_console(console),
+          m_conversation(options, console),
+          m_lines(makeLineSource(console.isInteractive())) {}
 
     ExitCode run() {
         if (m_console.isInteractive()) {
@@ -43,23 +46,27 @@ public:
 
 private:
     void readTurn() {
-        if (m_console.isInteractive()) {
-            m_console.printPlain("kai> ");
-            m_console.flush();
-        }
+        m_console.flush();
         std::string line;
-        switch (m_reader.readLine(line)) {
-            case LineReader::Outcome::Interrupted:
+        switch (m_lines->readLine("kai> ", line)) {
+            case LineSource::Outcome::Interrupted:
                 handleInterrupt();
                 return;
-            case LineReader::Outcome::EndOfInput:
+            case LineSource::Outcome::EndOfInput:
                 endLine();
                 m_isEnded = true;
                 return;
-            case LineReader::Outcome::Line:
+            case LineSource::Outcome::Line:
                 m_wasInterrupted = false;
-                runTurn(trimBlanks(line));
+                takeLine(trimBlanks(line));
         }
+    }
+
+    void takeLine(const std::string& line) {
+        if (!line.empty()) {
+            m_lines->remember(line);
+        }
+        runTurn(line);
     }
 
     void handleInterrupt() {
@@ -159,8 +166,8 @@ private:
 
     const Options& m_options;
     Console& m_console;
-    LineReader m_reader;
     Conversation m_conversation;
+    std::unique_ptr<LineSource> m_lines;
     ExitCode m_code = ExitCode::Done;
     bool m_wasInterrupted = false;
     bool m_hasAnswer = false;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "host_error.h"
+#include "terminal/secret_text.h"
 #include "terminal/text_safety.h"
 
 namespace host {
@@ -19,28 +20,6 @@ constexpr std::streamsize kMaxKeyBytes = 64 * 1024;
 
 [[noreturn]] void fail(const std::string& message) {
     throw HostError(ExitCode::Usage, message);
-}
-
-std::string encodePercent(std::string_view text) {
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
-    std::string encoded;
-    for (const char character : text) {
-        if (kPlain.find(character) != std::string_view::npos) {
-            encoded += character;
-        } else {
-            const auto byte = static_cast<unsigned char>(character);
-            encoded += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
-        }
-    }
-    return encoded;
-}
-
-void replaceAll(std::string& text, const std::string& wanted, const std::string& replacement) {
-    for (std::size_t position = text.find(wanted); position != std::string::npos;
-         position = text.find(wanted, position + replacement.size())) {
-        text.replace(position, wanted.size(), replacement);
-    }
 }
 
 /// The first line of a file, without its line end.
@@ -136,12 +115,8 @@ ApiKey ApiKey::obtain(const Provider& provider, const KeySource& source, std::st
     return {std::getenv(variable.c_str()), variable};
 }
 
-std::string ApiKey::redact(std::string text, std::size_t minLength) const {
-    if (!m_text.empty() && m_text.size() >= minLength) {
-        replaceAll(text, m_text, "***");
-        replaceAll(text, encodePercent(m_text), "***");
-    }
-    return text;
+std::string ApiKey::redact(std::string_view text, std::size_t minLength) const {
+    return m_text.size() >= minLength ? replaceSecret(text, m_text) : std::string(text);
 }
 
 }  // namespace host

@@ -15,8 +15,8 @@ struct KeySource {
     std::string keyVariable;  ///< --key-env; empty: the provider's customary variables
 };
 
-/// A provider's key. It is handed to the assistant and to nothing else: every text that the program prints or saves
-/// goes through redact() first.
+/// A provider's key. It is handed to the assistant and to nothing else. What the program prints is made visible first,
+/// which takes the key out (setHiddenSecret); what it saves goes through redact().
 class ApiKey {
 public:
     /// No key.
@@ -29,10 +29,10 @@ public:
 
     [[nodiscard]] const std::string& obtainText() const noexcept { return m_text; }
 
-    /// The text with every occurrence of the key, as it is and percent-encoded, replaced by "***".
+    /// The text with every occurrence of the key, also an encoded one, replaced by "***" (see replaceSecret).
     /// @param minLength  a shorter key is not looked for: it would be an everyday word, and replacing it would garble
     ///                   the text
-    [[nodiscard]] std::string redact(std::string text, std::size_t minLength = 4) const;
+    [[nodiscard]] std::string redact(std::string_view text, std::size_t minLength = 4) const;
 
     /// How the user gives this key another value ("DEEPSEEK_API_KEY", "the file 'key'").
     [[nodiscard]] const std::string& obtainOrigin() const noexcept { return m_origin; }

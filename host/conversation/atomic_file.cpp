@@ -8,7 +8,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
+#include <string>
 
 #include "host_error.h"
 #include "terminal/text_safety.h"
@@ -48,24 +48,35 @@ void checkIsRegular(const std::string& fileName) {
     }
 }
 
-/// A new file beside the one to be replaced; removed again unless it took that one's place.
-class TemporaryFile {
+/// The name that a new content has for the moment before it takes the old one's place. There is one for each file, so
+/// that what a killed process may leave there goes with the next save.
+std::string makeTemporaryName(const std::string& fileName) {
+    return obtainDirectory(fileName) + "/.kai-" + fileName.substr(fileName.rfind('/') + 1) + ".new";
+}
+
+/// A new file beside the one to be replaced. It has no name until it is complete, where the file system can do that: a
+/// process that is killed while it writes leaves nothing.
+class NewFile {
 public:
-    explicit TemporaryFile(const std::string& fileName)
-        : m_fileName(fileName), m_temporaryName(obtainDirectory(fileName) + "/.kai-XXXXXX") {
-        m_descriptor = mkostemp(m_temporaryName.data(), O_CLOEXEC);
+    explicit NewFile(const std::string& fileName) : m_fileName(fileName), m_temporaryName(makeTemporaryName(fileName)) {
+        m_descriptor = open(obtainDirectory(fileName).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+        if (m_descriptor < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL)) {
+            openWithName();
+        }
         if (m_descriptor < 0) {
             failWithErrno(m_fileName);
         }
     }
-    ~TemporaryFile() {
+    ~NewFile() {
         if (m_descriptor >= 0) {
             close(m_descriptor);
+        }
+        if (m_hasName) {
             unlink(m_temporaryName.c_str());
         }
     }
-    TemporaryFile(const TemporaryFile&) = delete;
-    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    NewFile(const NewFile&) = delete;
+    NewFile& operator=(const NewFile&) = delete;
 
     void write(std::string_view content) const {
         while (!content.empty()) {
@@ -79,16 +90,33 @@ public:
 
     /// Takes the place of the file, once the content is on the disk.
     void takePlace() {
-        if (fsync(m_descriptor) != 0 || rename(m_temporaryName.c_str(), m_fileName.c_str()) != 0) {
+        if (fsync(m_descriptor) != 0 || !giveName() || rename(m_temporaryName.c_str(), m_fileName.c_str()) != 0) {
             failWithErrno(m_fileName);
         }
-        close(std::exchange(m_descriptor, -1));
+        m_hasName = false;
     }
 
 private:
+    void openWithName() {
+        unlink(m_temporaryName.c_str());
+        m_descriptor = open(m_temporaryName.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600);
+        m_hasName = m_descriptor >= 0;
+    }
+
+    [[nodiscard]] bool giveName() {
+        if (m_hasName) {
+            return true;
+        }
+        unlink(m_temporaryName.c_str());
+        const std::string ownName = "/proc/self/fd/" + std::to_string(m_descriptor);
+        m_hasName = linkat(AT_FDCWD, ownName.c_str(), AT_FDCWD, m_temporaryName.c_str(), AT_SYMLINK_FOLLOW) == 0;
+        return m_hasName;
+    }
+
     std::string m_fileName;
     std::string m_temporaryName;
     int m_descriptor = -1;
+    bool m_hasName = false;
 };
 
 /// Makes the renaming itself last. A file system that cannot do this has done what it can.
@@ -105,7 +133,7 @@ void syncDirectory(const std::string& directory) {
 void replaceFileContent(const std::string& fileName, std::string_view content) {
     const std::string target = resolveLinks(fileName);
     checkIsRegular(target);
-    TemporaryFile file(target);
+    NewFile file(target);
     file.write(content);
     file.takePlace();
     syncDirectory(obtainDirectory(target));
@@ -117,7 +145,7 @@ void checkFileCanBeReplaced(const std::string& fileName) {
         fail(fileName, "it is not the name of a file");
     }
     checkIsRegular(target);
-    const TemporaryFile probe(target);
+    const NewFile probe(target);
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include "engine/engine_table.h"
 #include "host_error.h"
 #include "terminal/interrupts.h"
+#include "terminal/secret_text.h"
 #include "terminal/table_printer.h"
 #include "terminal/text_safety.h"
 
@@ -30,7 +31,7 @@ std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& c
 ApiKey obtainKey(const Provider& provider, const Options& options, Console& console) {
     std::string warning;
     ApiKey key = ApiKey::obtain(provider, options.key, warning);
-    console.setKey(key);
+    setHiddenSecret(key.obtainText());
     if (!warning.empty()) {
         console.note(warning);
     }
@@ -111,8 +112,7 @@ void Conversation::runSql(std::optional<std::size_t> block) {
         throw HostError(ExitCode::Usage, "no database to run the SQL on; name it with --db");
     }
     if (m_sql.empty()) {
-        m_console.note("the answer has no SQL to run");
-        return;
+        throw HostError(ExitCode::SqlFailed, "the answer has no SQL to run");
     }
     if (block && *block >= m_sql.size()) {
         throw HostError(ExitCode::Usage,
@@ -129,12 +129,12 @@ void Conversation::runBlock(const std::string& sql) {
     ResultCollector results([&](const ResultTable& table) {
         std::ostringstream text;
         printTable(text, table, m_options.maxCellColumns);
-        m_console.printPlain("\n" + m_console.redact(text.str()));
+        m_console.printPlain("\n" + text.str());
         m_console.flush();
     });
     const std::size_t count = m_database->database.run(sql, m_options.limits, results, &Interrupts::isRequested);
     if (count == 0) {
-        m_console.note("the block of SQL has no statement in it");
+        throw HostError(ExitCode::SqlFailed, "the block of SQL has no statement in it");
     }
 }
 

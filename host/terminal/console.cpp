@@ -4,12 +4,13 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <utility>
 
 #include "host_error.h"
+#include "terminal/secret_text.h"
+#include "terminal/terminal_traits.h"
 #include "terminal/text_safety.h"
 
 namespace host {
@@ -24,25 +25,20 @@ void writeToTerminal(const std::string& text) {
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
 }
 
-bool hasEscapes() {
-    const char* terminal = std::getenv("TERM");
-    return terminal != nullptr && *terminal != '\0' && std::strcmp(terminal, "dumb") != 0;
-}
-
 }  // namespace
 
 Console::Console()
     : m_isInteractive(isatty(STDIN_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
       m_isOutputTerminal(isatty(STDOUT_FILENO) == 1),
       m_isErrorTerminal(isatty(STDERR_FILENO) == 1),
-      m_hasEscapes(hasEscapes()) {}
+      m_hasEscapes(hasTerminalEscapes()) {}
 
 Console::~Console() {
     eraseProgress();
 }
 
 void Console::printText(std::string_view text) {
-    std::string visible = makeVisible(redact(std::string(text)), LineBreaks::Keep);
+    std::string visible = makeVisible(text, LineBreaks::Keep);
     if (!visible.ends_with('\n')) {
         visible += '\n';
     }
@@ -72,7 +68,7 @@ void Console::flushOutput() {
 void Console::note(std::string_view message) {
     flushOutput();
     eraseProgress();
-    std::cerr << "kai: " << redact(std::string(message)) << '\n';
+    std::cerr << "kai: " << replaceSecret(message, obtainHiddenSecret()) << '\n';
 }
 
 void Console::beginProgress() {

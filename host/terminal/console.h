@@ -5,12 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "conversation/api_key.h"
-
 namespace host {
 
-/// The program's standard output and standard error. Everything that is not the program's own wording is made safe
-/// here, and the key is taken out.
+/// The program's standard output and standard error. What is not the program's own wording is made safe to print, and
+/// the key is taken out.
 ///
 /// While a turn runs, standard error shows the elapsed time where it is a terminal; the line is gone before anything
 /// else is written there. The terminal's modes are never changed, so there is nothing to restore.
@@ -21,12 +19,9 @@ public:
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// From here on this key is taken out of whatever is written.
-    void setKey(const ApiKey& key) { m_key = key; }
-
     /// Running text from outside (an answer): control characters are made visible, one line end stands behind it.
     void printText(std::string_view text);
-    /// The program's own text, as it is.
+    /// The program's own text, or text that was made visible already, as it is.
     void printPlain(std::string_view text);
     /// One line on standard error, "kai: " in front.
     void note(std::string_view message);
@@ -45,14 +40,11 @@ public:
     /// when nobody reads it any more.
     void flush();
 
-    [[nodiscard]] std::string redact(std::string text) const { return m_key.redact(std::move(text)); }
-
 private:
     void writeOutput(std::string_view text);
     void flushOutput();
     void eraseProgress();
 
-    ApiKey m_key;
     bool m_isInteractive;
     bool m_isOutputTerminal;
     bool m_isErrorTerminal;

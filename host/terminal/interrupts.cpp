@@ -9,21 +9,41 @@
 #include <cerrno>
 #include <system_error>
 
+#include "host_error.h"
+
 namespace host {
 namespace {
 
 std::atomic<int> s_requests{0};
 std::atomic<bool> s_isEndRequested{false};
+std::atomic<void (*)()> s_lastAction{nullptr};
 std::array<int, 2> s_wakePipe{-1, -1};
 
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free,
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free &&
+                  std::atomic<void (*)()>::is_always_lock_free,
               "a signal handler may use these");
+
+/// How long the program has for ending by itself after the second request. Seconds.
+constexpr unsigned kGrace = 2;
+
+[[noreturn]] void endAtOnce(int /*signal*/) {
+    if (void (*action)() = s_lastAction) {
+        action();
+    }
+    _exit(static_cast<int>(ExitCode::Cancelled));
+}
 
 void noteSignal(int signal) {
     const int savedErrno = errno;
-    s_requests.fetch_add(1);
-    if (signal != SIGINT) {
+    const int requests = s_requests.fetch_add(1) + 1;
+    if (requests > 2) {
+        endAtOnce(signal);
+    }
+    if (signal != SIGINT || requests == 2) {
         s_isEndRequested = true;
+    }
+    if (requests == 2) {
+        alarm(kGrace);
     }
     const char mark = 0;
     // A full pipe is as good as one more byte in it.
@@ -31,14 +51,14 @@ void noteSignal(int signal) {
     errno = savedErrno;
 }
 
-void installHandler(int signal) {
+void installHandler(int signal, void (*handler)(int)) {
     struct sigaction former {};
     sigaction(signal, nullptr, &former);
     if (former.sa_handler == SIG_IGN) {
         return;
     }
     struct sigaction action {};
-    action.sa_handler = noteSignal;
+    action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     // Without SA_RESTART a read of the terminal ends, so that the prompt can come back.
     action.sa_flags = 0;
@@ -52,8 +72,9 @@ void Interrupts::install() {
         throw std::system_error(errno, std::generic_category(), "pipe");
     }
     for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
-        installHandler(signal);
+        installHandler(signal, noteSignal);
     }
+    installHandler(SIGALRM, endAtOnce);
     ::signal(SIGPIPE, SIG_IGN);
 }
 
@@ -70,6 +91,7 @@ bool Interrupts::isEndRequested() noexcept {
 }
 
 void Interrupts::clear() noexcept {
+    alarm(0);
     s_requests = 0;
     std::array<char, 64> marks{};
     while (read(s_wakePipe[0], marks.data(), marks.size()) > 0) {
@@ -78,6 +100,10 @@ void Interrupts::clear() noexcept {
 
 int Interrupts::obtainWakeDescriptor() noexcept {
     return s_wakePipe[0];
+}
+
+void Interrupts::setLastAction(void (*action)()) noexcept {
+    s_lastAction = action;
 }
 
 }  // namespace host

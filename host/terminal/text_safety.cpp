@@ -3,6 +3,11 @@
 #include <locale.h>
 #include <wchar.h>
 
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "terminal/secret_text.h"
 #include "terminal/utf8.h"
 
 namespace host {
@@ -10,28 +15,66 @@ namespace {
 
 constexpr char32_t kEllipsis = 0x2026;
 
-/// Whether the character steers a terminal (C1) or the order and lines of the text around it.
-bool isHiddenControl(char32_t character) {
-    return (character >= 0x80 && character <= 0x9F) || character == 0x61C || character == 0x200E ||
-           character == 0x200F || (character >= 0x2028 && character <= 0x202E) ||
-           (character >= 0x2066 && character <= 0x2069) || character == 0xFEFF;
+/// Characters from the first to the last.
+struct Range {
+    char32_t first;
+    char32_t last;
+
+    [[nodiscard]] bool has(char32_t character) const noexcept { return character >= first && character <= last; }
+};
+
+template <std::size_t count>
+bool isInOneOf(const std::array<Range, count>& ranges, char32_t character) {
+    return std::any_of(ranges.begin(), ranges.end(), [&](const Range& range) { return range.has(character); });
+}
+
+/// What steers a terminal (C1), changes the order and lines of the text around it, or takes no place on the screen, so
+/// that nobody would see that it is there.
+constexpr std::array<Range, 20> kHidden{{
+    {0x80, 0x9F},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},   {0x115F, 0x1160},
+    {0x17B4, 0x17B5},   {0x180B, 0x180F},   {0x200B, 0x200F},   {0x2028, 0x202E}, {0x2060, 0x206F},
+    {0x3164, 0x3164},   {0xFE00, 0xFE0F},   {0xFEFF, 0xFEFF},   {0xFFA0, 0xFFA0}, {0xFFF9, 0xFFFB},
+    {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF}, {0xFDD0, 0xFDEF}, {0x13430, 0x1345F},
+}};
+
+/// Scripts whose letters are joined or parted by U+200C and U+200D, and pictures, which these and U+FE0F shape.
+constexpr std::array<Range, 7> kShaped{{{0x600, 0x109F},
+                                        {0x1780, 0x18AF},
+                                        {0x2190, 0x2BFF},
+                                        {0xFB50, 0xFDCF},
+                                        {0xFE0F, 0xFE0F},
+                                        {0xFE70, 0xFEFC},
+                                        {0x1F000, 0x1FAFF}}};
+
+/// Characters of text that U+FE0F turns into pictures.
+constexpr std::array<Range, 5> kPictured{{{'#', '#'}, {'*', '*'}, {'0', '9'}, {0xA9, 0xA9}, {0xAE, 0xAE}}};
+
+bool isShapedBy(char32_t shaper, char32_t previous) {
+    const bool isJoiner = shaper == 0x200C || shaper == 0x200D;
+    const bool isSelector = shaper == 0xFE0E || shaper == 0xFE0F;
+    return (isJoiner || isSelector) && (isInOneOf(kShaped, previous) || (isSelector && isInOneOf(kPictured, previous)));
+}
+
+/// @param previous  the character before it
+bool isHiddenControl(char32_t character, char32_t previous) {
+    return isInOneOf(kHidden, character) && !isShapedBy(character, previous);
 }
 
 void appendCodeName(std::string& target, char32_t character) {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
     target += "<U+";
-    for (int shift = 12; shift >= 0; shift -= 4) {
+    for (int shift = character > 0xFFFF ? 16 : 12; shift >= 0; shift -= 4) {
         target += kDigits[(character >> shift) & 0xF];
     }
     target += '>';
 }
 
-void appendVisible(std::string& target, char32_t character) {
+void appendVisible(std::string& target, char32_t character, char32_t previous) {
     if (character < 0x20) {
         appendCharacter(target, 0x2400 + character);
     } else if (character == 0x7F) {
         appendCharacter(target, 0x2421);
-    } else if (isHiddenControl(character)) {
+    } else if (isHiddenControl(character, previous)) {
         appendCodeName(target, character);
     } else {
         appendCharacter(target, character);
@@ -73,14 +116,13 @@ std::size_t measureCharacter(char32_t character) {
     return table.measure(character);
 }
 
-}  // namespace
-
-std::string makeVisible(std::string_view text, LineBreaks lineBreaks) {
+std::string makeCharactersVisible(std::string_view text, LineBreaks lineBreaks) {
     std::string visible;
     visible.reserve(text.size());
     std::size_t position = 0;
+    char32_t character = 0;
     while (position < text.size()) {
-        const char32_t character = decodeCharacter(text, position);
+        const char32_t previous = std::exchange(character, decodeCharacter(text, position));
         if (lineBreaks == LineBreaks::Keep) {
             if (character == '\n' || character == '\t') {
                 visible += static_cast<char>(character);
@@ -90,17 +132,27 @@ std::string makeVisible(std::string_view text, LineBreaks lineBreaks) {
                 continue;
             }
         }
-        appendVisible(visible, character);
+        appendVisible(visible, character, previous);
     }
     return visible;
 }
 
-std::string makeOneLine(std::string_view text, std::size_t maxColumns) {
+}  // namespace
+
+std::string makeVisible(std::string_view text, LineBreaks lineBreaks) {
+    const std::string& secret = obtainHiddenSecret();
+    return secret.empty() ? makeCharactersVisible(text, lineBreaks)
+                          : makeCharactersVisible(replaceSecret(text, secret), lineBreaks);
+}
+
+std::string makeOneLine(std::string_view rawText, std::size_t maxColumns) {
+    const std::string text = replaceSecret(rawText, obtainHiddenSecret());
     std::string line;
     bool isBlankDue = false;
+    char32_t character = 0;
     std::size_t position = 0;
     while (position < text.size()) {
-        const char32_t character = decodeCharacter(text, position);
+        const char32_t previous = std::exchange(character, decodeCharacter(text, position));
         if (isBlank(character)) {
             isBlankDue = !line.empty();
             continue;
@@ -109,7 +161,7 @@ std::string makeOneLine(std::string_view text, std::size_t maxColumns) {
             line += ' ';
             isBlankDue = false;
         }
-        appendVisible(line, character);
+        appendVisible(line, character, previous);
     }
     return abbreviateToColumns(line, maxColumns);
 }

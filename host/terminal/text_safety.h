@@ -13,15 +13,17 @@ enum class LineBreaks {
     Show,  ///< a cell of a table: they are shown like any control character
 };
 
-/// The text with everything visible that could act on a terminal or change the order in which text is read.
+/// The text with everything visible that could act on a terminal, change the order in which text is read, or stand
+/// there unseen; and without the hidden secret (setHiddenSecret).
 ///
-/// C0 controls and DEL become their pictures (U+2400 ...), C1 controls and the bidirectional and line-separating
-/// format characters become "<U+202E>", and each ill-formed UTF-8 sequence becomes U+FFFD. The result is UTF-8.
+/// C0 controls and DEL become their pictures (U+2400 ...), C1 controls and characters without a picture of their own
+/// become "<U+202E>", and each ill-formed UTF-8 sequence becomes U+FFFD. Joiners and variation selectors stay behind
+/// characters that they shape (Arabic, Indic scripts, emoji). The result is UTF-8.
 [[nodiscard]] std::string makeVisible(std::string_view text, LineBreaks lineBreaks);
 
 /// The text as one line for a message: blanks, tabs and line ends run together into one blank each, none at the
 /// ends, everything else as makeVisible; abbreviated with U+2026 where it is longer than maxColumns.
-[[nodiscard]] std::string makeOneLine(std::string_view text, std::size_t maxColumns = 500);
+[[nodiscard]] std::string makeOneLine(std::string_view rawText, std::size_t maxColumns = 500);
 
 /// The columns that a text made by makeVisible takes on a terminal: 2 for wide characters, 0 for combining marks.
 [[nodiscard]] std::size_t measureColumns(std::string_view visibleText);

@@ -4,9 +4,11 @@
 #include <linux/capability.h>
 #include <poll.h>
 #include <pty.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <set>
 #include <stdexcept>
 #include <utility>
@@ -63,6 +66,17 @@ std::vector<std::string> listEnvironment(const ChildProcessSetup& setup) {
         lines.emplace_back(*line);
     }
     return lines;
+}
+
+/// Whether a signal was sent to a process and has not reached it yet.
+bool isSignalPending(pid_t process, int signal) {
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("ShdPnd:")) {
+            return (std::stoull(line.substr(7), nullptr, 16) >> (signal - 1) & 1) != 0;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -165,16 +179,16 @@ void ChildProcess::readFrom(Stream& stream) {
     }
 }
 
-bool ChildProcess::readMore(std::chrono::milliseconds patience, bool isWritable) {
+ChildProcess::Progress ChildProcess::readMore(std::chrono::milliseconds patience, bool isWriting) {
     // poll() passes over descriptors below 0.
     std::array<pollfd, 3> descriptors{
-        {{m_output.descriptor, POLLIN, 0}, {m_errors.descriptor, POLLIN, 0}, {isWritable ? m_input : -1, POLLOUT, 0}}};
-    if (m_output.descriptor < 0 && m_errors.descriptor < 0 && !isWritable) {
-        return false;
+        {{m_output.descriptor, POLLIN, 0}, {m_errors.descriptor, POLLIN, 0}, {isWriting ? m_input : -1, POLLOUT, 0}}};
+    if (m_output.descriptor < 0 && m_errors.descriptor < 0 && !isWriting) {
+        return Progress::Closed;
     }
     const int ready = poll(descriptors.data(), descriptors.size(), static_cast<int>(patience.count()));
     if (ready <= 0) {
-        return ready < 0 && errno == EINTR;
+        return ready < 0 && errno == EINTR ? Progress::Some : Progress::None;
     }
     if (descriptors[0].revents != 0) {
         readFrom(m_output);
@@ -182,7 +196,7 @@ bool ChildProcess::readMore(std::chrono::milliseconds patience, bool isWritable)
     if (descriptors[1].revents != 0) {
         readFrom(m_errors);
     }
-    return true;
+    return Progress::Some;
 }
 
 void ChildProcess::write(std::string_view text) {
@@ -191,7 +205,7 @@ void ChildProcess::write(std::string_view text) {
         const ssize_t count = ::write(m_input, text.data(), text.size());
         if (count >= 0) {
             text.remove_prefix(static_cast<std::size_t>(count));
-        } else if (errno != EAGAIN || !readMore(m_patience, true)) {
+        } else if (errno != EAGAIN || readMore(m_patience, true) == Progress::None) {
             throw std::runtime_error("the program does not take its input");
         }
     }
@@ -207,11 +221,20 @@ void ChildProcess::sendSignal(int signal) const {
     kill(m_process, signal);
 }
 
+void ChildProcess::sendSignalTwice(int signal) const {
+    sendSignal(signal);
+    while (isSignalPending(m_process, signal)) {
+        sched_yield();
+    }
+    sendSignal(signal);
+}
+
 bool ChildProcess::waitUntil(const std::function<bool()>& isReached) {
+    // What is looked for may come about without the program writing anything.
+    constexpr std::chrono::milliseconds kInterval{20};
     const auto end = std::chrono::steady_clock::now() + m_patience;
     while (!isReached()) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-        if (left.count() <= 0 || !readMore(left)) {
+        if (std::chrono::steady_clock::now() > end || readMore(kInterval) == Progress::Closed) {
             return isReached();
         }
     }
@@ -249,7 +272,18 @@ bool ChildProcess::isAtEnd() {
 }
 
 int ChildProcess::wait() {
-    const bool isInTime = waitUntil([&] { return m_output.descriptor < 0 && m_errors.descriptor < 0; });
+    return collect(waitUntil([&] { return m_output.descriptor < 0 && m_errors.descriptor < 0; }));
+}
+
+int ChildProcess::waitWithoutReading() {
+    const int descriptor = static_cast<int>(syscall(SYS_pidfd_open, m_process, 0));
+    pollfd end{descriptor, POLLIN, 0};
+    const bool isInTime = poll(&end, 1, static_cast<int>(m_patience.count())) == 1;
+    close(descriptor);
+    return collect(isInTime);
+}
+
+int ChildProcess::collect(bool isInTime) {
     if (!isInTime) {
         kill(m_process, SIGKILL);
     }
@@ -264,13 +298,13 @@ int ChildProcess::wait() {
 }
 
 std::string ChildProcess::obtainOutput() {
-    while (m_output.descriptor >= 0 && readMore(std::chrono::milliseconds(0))) {
+    while (m_output.descriptor >= 0 && readMore(std::chrono::milliseconds(0)) == Progress::Some) {
     }
     return m_output.text;
 }
 
 std::string ChildProcess::obtainErrors() {
-    while (m_errors.descriptor >= 0 && readMore(std::chrono::milliseconds(0))) {
+    while (m_errors.descriptor >= 0 && readMore(std::chrono::milliseconds(0)) == Progress::Some) {
     }
     return m_errors.text;
 }

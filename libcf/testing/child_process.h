@@ -42,13 +42,15 @@ public:
     void write(std::string_view text);
     void closeInput();
     void sendSignal(int signal) const;
+    /// Two signals that the program gets one by one: the second is sent when the first has reached it.
+    void sendSignalTwice(int signal) const;
     [[nodiscard]] pid_t obtainId() const noexcept { return m_process; }
 
     /// Waits until the text stands in all that was written to standard output, or standard error. On a terminal both
     /// come as output. False when the program's output ends before that, or the patience is over.
     [[nodiscard]] bool waitForOutput(std::string_view text);
     [[nodiscard]] bool waitForErrors(std::string_view text);
-    /// As waitForOutput, for whatever the caller looks for.
+    /// As waitForOutput, for whatever the caller looks for, here or elsewhere.
     [[nodiscard]] bool waitUntil(const std::function<bool()>& isReached);
 
     /// The next line of standard output without its line feed; what is left of it at its end.
@@ -61,6 +63,8 @@ public:
     /// Waits for the program's end, and reads what it writes until then; kills it when the patience is over.
     /// @return its exit code; 128 and the signal's number when a signal ended it; -1 when it was killed here
     int wait();
+    /// As wait(), but reads nothing meanwhile, as a reader that has stopped does.
+    int waitWithoutReading();
 
     /// All that was written so far.
     [[nodiscard]] std::string obtainOutput();
@@ -86,9 +90,13 @@ private:
     [[noreturn]] static void runChild(const Plan& plan);
     void connectPipes(const ChildProcessSetup& setup, Plan& plan);
     void connectTerminal(const ChildProcessSetup& setup, Plan& plan);
-    /// Reads what there is, and waits for it if need be. False when the time is over or nothing is open any more.
-    bool readMore(std::chrono::milliseconds patience, bool isWritable = false);
+    enum class Progress { Some, None, Closed };
+    /// Reads what there is, and waits for it if need be.
+    /// @param isWriting  waits for room in its standard input as well
+    /// @return None when the time is over, Closed when there is nothing to wait for
+    Progress readMore(std::chrono::milliseconds patience, bool isWriting = false);
     static void readFrom(Stream& stream);
+    int collect(bool isInTime);
 
     std::chrono::milliseconds m_patience;
     pid_t m_process = -1;

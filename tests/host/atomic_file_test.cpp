@@ -1,8 +1,12 @@
 #include "conversation/atomic_file.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
 
 #include "host_error.h"
 #include "test_folder.h"
@@ -78,6 +82,31 @@ TEST(AtomicFile, LeavesNothingBehindWhenItOnlyChecks) {
     const TestFolder folder;
     host::checkFileCanBeReplaced(folder.name("a"));
     EXPECT_TRUE(folder.list().empty());
+}
+
+/// Ends the process in the middle of a write, as a kill does.
+[[noreturn]] void replaceUntilKilled(const std::string& fileName) {
+    const rlimit limit{1024 * 1024, 1024 * 1024};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    signal(SIGXFSZ, SIG_DFL);
+    host::replaceFileContent(fileName, std::string(4 * 1024 * 1024, 'x'));
+    std::exit(0);
+}
+
+TEST(AtomicFile, LeavesNothingBehindWhenItIsKilled) {
+    const TestFolder folder;
+    const std::string fileName = folder.write("a", "old");
+    EXPECT_EXIT(replaceUntilKilled(fileName), testing::KilledBySignal(SIGXFSZ), "");
+    EXPECT_EQ(folder.list(), std::vector<std::string>{"a"});
+    EXPECT_EQ(readFile(fileName), "old");
+}
+
+TEST(AtomicFile, RemovesWhatAKilledProcessLeftBesideTheFile) {
+    const TestFolder folder;
+    folder.write(".kai-a.new", "half");
+    host::replaceFileContent(folder.name("a"), "whole");
+    EXPECT_EQ(folder.list(), std::vector<std::string>{"a"});
+    EXPECT_EQ(readFile(folder.name("a")), "whole");
 }
 
 TEST(AtomicFile, WritesBesideTheFileWhereverTheProgramRuns) {

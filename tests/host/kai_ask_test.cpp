@@ -119,7 +119,8 @@ TEST_F(KaiAsk, EndsWithOneWhenTheSqlRunsTooLong) {
 TEST_F(KaiAsk, SaysThatThereIsNoSqlToRun) {
     start().queueAnswer(KAIEmulatedAnswer::say("I do not know."));
     const KaiOutcome outcome = ask({"--run"});
-    EXPECT_EQ(outcome.code, 0);
+    EXPECT_EQ(outcome.code, 1);
+    EXPECT_EQ(outcome.output, "I do not know.\n");
     EXPECT_EQ(outcome.errors, "kai: the answer has no SQL to run\n");
 }
 

@@ -134,6 +134,26 @@ TEST_F(KaiCancel, EndsSqlThatRuns) {
     EXPECT_EQ(outcome.errors, "kai: the SQL was cancelled\n");
 }
 
+TEST_F(KaiCancel, EndsAChatAtASecondCtrlCDuringATurn) {
+    start("openai");
+    stall("/messages");
+    const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn());
+    process->write("one\n");
+    waitForRequests(3);
+    process->sendSignalTwice(SIGINT);
+    EXPECT_EQ(process->wait(), 130);
+    EXPECT_THAT(m_emulator->listLeft(), IsEmpty());
+}
+
+TEST_F(KaiCancel, EndsAProgramThatNothingElseEndsAtASecondCtrlC) {
+    start().queueAnswer(KAIEmulatedAnswer::say(std::string(1000000, 'x')));
+    const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
+    // Its output is read no further, so that it waits in a write for ever.
+    ASSERT_TRUE(process->waitForOutput("x"));
+    process->sendSignalTwice(SIGINT);
+    EXPECT_EQ(process->waitWithoutReading(), 130);
+}
+
 TEST_F(KaiCancel, EndsAChatWhenAskedToEnd) {
     start();
     m_emulator->answerWith([](const KAIEmulatedTurn&) { return KAIEmulatedAnswer::say("fine"); });

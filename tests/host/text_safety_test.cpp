@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "terminal/secret_text.h"
+
 namespace {
 
 using host::LineBreaks;
@@ -23,6 +25,26 @@ TEST(TextSafety, ShowsC1ControlsInBothSpellings) {
 TEST(TextSafety, ShowsCharactersThatReorderText) {
     EXPECT_EQ(host::makeVisible("a\u202eb\u2066c\u200fd\u2028e", LineBreaks::Keep),
               "a<U+202E>b<U+2066>c<U+200F>d<U+2028>e");
+}
+
+TEST(TextSafety, ShowsCharactersThatNobodySees) {
+    EXPECT_EQ(host::makeVisible("a\u200bb\u00adc\u2060d\u3164e\U000E0041f", LineBreaks::Keep),
+              "a<U+200B>b<U+00AD>c<U+2060>d<U+3164>e<U+E0041>f");
+    EXPECT_EQ(host::makeVisible("pay\u200dment \u200c", LineBreaks::Keep), "pay<U+200D>ment <U+200C>");
+    EXPECT_EQ(host::makeOneLine("a\u200bb"), "a<U+200B>b");
+}
+
+TEST(TextSafety, KeepsJoinersAndSelectorsThatShapeTheCharacterBefore) {
+    const std::string text = "می\u200cخواهم क\u094d\u200dष 👩\u200d💻 ❤\ufe0f\u200d🔥 1\ufe0f\u20e3";
+    EXPECT_EQ(host::makeVisible(text, LineBreaks::Keep), text);
+}
+
+TEST(TextSafety, TakesTheHiddenSecretOutBeforeItAbbreviates) {
+    host::setHiddenSecret("sk-0123456789");
+    EXPECT_EQ(host::makeOneLine("key sk-0123456789 is wrong", 12), "key *** is \u2026");
+    EXPECT_EQ(host::makeVisible("key sk-0123456789", LineBreaks::Show), "key ***");
+    host::setHiddenSecret("");
+    EXPECT_EQ(host::makeOneLine("key sk-0123456789 is wrong", 12), "key sk-0123\u2026");
 }
 
 TEST(TextSafety, KeepsLineEndsAndTabsOfRunningText) {

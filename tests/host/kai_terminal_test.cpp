@@ -1,0 +1,117 @@
+// The chat at a terminal: what is typed, pasted and searched for.
+
+#include "kai_test.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using testing::SizeIs;
+
+class KaiTerminal : public KaiTest {
+protected:
+    void SetUp() override {
+        m_environment["HOME"] = m_folder.name("home");
+        start();
+        m_emulator->answerWith([](const KAIEmulatedTurn&) { return KAIEmulatedAnswer::say("fine"); });
+    }
+
+    /// Starts a chat and waits for its prompt.
+    std::unique_ptr<ChildProcess> chat() {
+        auto process = launch(Words{"chat"} + turn(), ChildProcess::Terminal::All);
+        EXPECT_TRUE(process->waitForOutput("kai> "));
+        return process;
+    }
+    /// Types keys that send a question, and waits for the question that reached the service.
+    std::string type(ChildProcess& process, const std::string& keys) {
+        const std::size_t count = m_emulator->obtainServer().countRequests() + 1;
+        process.write(keys);
+        EXPECT_TRUE(process.waitUntil([&] { return m_emulator->obtainServer().countRequests() >= count; }));
+        return listQuestions().back()["messages"].back()["content"].get<std::string>();
+    }
+    static void quit(ChildProcess& process) {
+        process.write("/quit\n");
+        EXPECT_EQ(process.wait(), 0);
+    }
+};
+
+TEST_F(KaiTerminal, SendsALineOfMoreThan4095Bytes) {
+    const auto process = chat();
+    const std::string question = std::string(6000, 'a') + "?";
+    EXPECT_EQ(type(*process, question + "\n"), question);
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, KeepsALongLineThatIsTypedWhileATurnRuns) {
+    m_emulator->intercept({.reply = LoopbackReply{.fault = LoopbackFault::StallBeforeReply}});
+    const auto process = chat();
+    process->write("one\n");
+    ASSERT_TRUE(process->waitUntil([&] { return m_emulator->obtainServer().countRequests() == 1; }));
+    const std::string question(6000, 'b');
+    process->write(question.substr(0, 4000));
+    m_emulator->obtainServer().releaseStalls();
+    EXPECT_EQ(type(*process, question.substr(4000) + "\n"), question);
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, SendsAPastedParagraphAsOneQuestion) {
+    const auto process = chat();
+    ASSERT_TRUE(process->waitForOutput("\x1b[?2004h"));
+    EXPECT_EQ(type(*process, "\x1b[200~first line\rsecond\x1b[31m line\r\rthird\n\x1b[201~ and more\n"),
+              "first line\nsecond[31m line\n\nthird and more");
+    EXPECT_THAT(listQuestions(), SizeIs(1));
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, BreaksALineAtAltEnter) {
+    const auto process = chat();
+    EXPECT_EQ(type(*process, "one\x1b\rtwo\n"), "one\ntwo");
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, EditsTextBeyondAsciiInAnyLocale) {
+    const auto process = chat();
+    EXPECT_EQ(type(*process, "Łódź\x01\xe6\x9d\xb1 \x05\x7f?\n"), "東 Łód?");
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, BringsFormerQuestionsBackInALaterChat) {
+    auto process = chat();
+    type(*process, "which cities\x1b\rare large?\n");
+    type(*process, "something else\n");
+    quit(*process);
+    process = chat();
+    EXPECT_EQ(type(*process, "\x12large\n\n"), "which cities\nare large?");
+    quit(*process);
+    const std::filesystem::path history = m_folder.name("home/.local/state/kai/history");
+    EXPECT_EQ(std::filesystem::status(history).permissions(), std::filesystem::perms(0600));
+    EXPECT_THAT(readFile(history), HasSubstr("which cities\\nare large?\nsomething else\n"));
+}
+
+TEST_F(KaiTerminal, UsesNoEscapesForPastingOnADumbTerminal) {
+    m_environment["TERM"] = "dumb";
+    const auto process = chat();
+    EXPECT_EQ(type(*process, "question\n"), "question");
+    quit(*process);
+    EXPECT_THAT(process->obtainOutput(), Not(HasSubstr("\x1b")));
+}
+
+TEST_F(KaiTerminal, GivesTheTerminalBackAsItWas) {
+    ChildProcess shell({.arguments = {"sh", "-c", "stty -a; \"$0\" \"$@\"; stty -a; echo done", KAI_PROGRAM, "chat",
+                                      "--provider", "deepseek", "--api-host", m_emulator->obtainHost(), "--ca-file",
+                                      m_emulator->obtainServer().obtainCAFile(), "--db", m_database, "--model", "m"},
+                        .environment = m_environment,
+                        .terminal = ChildProcess::Terminal::All});
+    ASSERT_TRUE(shell.waitForOutput("kai> "));
+    shell.write("\x03\x03");
+    ASSERT_TRUE(shell.waitForOutput("done"));
+    EXPECT_EQ(shell.wait(), 0);
+    const std::string output = shell.obtainOutput();
+    const std::size_t first = output.find("speed");
+    const std::size_t last = output.rfind("speed");
+    ASSERT_LT(first, last);
+    const std::string before = output.substr(first, output.find("A line is", first) - first);
+    EXPECT_EQ(output.substr(last, before.size()), before);
+}
+
+}  // namespace
