@@ -34,6 +34,10 @@ ExitCode runCommand(const Options& options, Console& console) {
             return runPrompt(options, console);
         case Command::Forget:
             return runForget(options, console);
+        case Command::Config:
+            return runConfig(options, console);
+        case Command::Check:
+            return runCheck(options, console);
     }
     return ExitCode::Usage;
 }
@@ -45,10 +49,11 @@ int endByBrokenPipe() {
     return static_cast<int>(ExitCode::Usage);
 }
 
-int run(const Options& options) {
+int run(Options& options) {
     Console console;
     try {
         Interrupts::install();
+        options.settings = Settings::read();
         const ExitCode code = runCommand(options, console);
         console.flush();
         return static_cast<int>(code);
@@ -72,7 +77,7 @@ int main(int argumentCount, char** arguments) {
         return runDatabaseWorker();
     }
     cfSetAssertionHandler(&ignoreAssertion);
-    const ParsedCommandLine parsed = parseCommandLine(argumentCount, arguments);
+    ParsedCommandLine parsed = parseCommandLine(argumentCount, arguments);
     std::cout << parsed.output << std::flush;
     if (!parsed.error.empty()) {
         std::cerr << "kai: " << parsed.error << '\n';

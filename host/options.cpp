@@ -26,6 +26,7 @@ Examples:
   kai ask --db shop.db --model deepseek-v4-flash --run "Which ten customers spent most?"
   kai chat --db shop.db --provider ollama --model llama3.2 --save shop.kai
   kai chat --db shop.db --continue shop.kai
+  kai check --db shop.db
 
 Keys: DEEPSEEK_API_KEY, GEMINI_API_KEY or GOOGLE_API_KEY, OPENAI_API_KEY, or --key-file; ollama needs none.
 Exit codes: 0 done, 1 the model's SQL failed, 2 usage or configuration, 3 database, 4 provider, 130 cancelled.
@@ -71,6 +72,11 @@ void addProviderOptions(CLI::App& command, RawOptions& raw) {
     command
         .add_option("--ca-file", options.http.caFile, "PEM file of the certificates to trust instead of the system's")
         ->type_name("FILE");
+    command
+        .add_option("--plain-http", options.http.plainHTTPHosts,
+                    "Host of --api-host that is asked by plain HTTP, unencrypted; may be repeated")
+        ->type_name("HOST")
+        ->allow_extra_args(false);
     command.add_option("--proxy", options.http.proxy, "Proxy for every request")->type_name("URL");
     command.add_option("--timeout", raw.timeoutSeconds, "Seconds for one exchange; 600 unless given")
         ->type_name("SECONDS")
@@ -142,6 +148,17 @@ void addCommands(CLI::App& program, RawOptions& raw) {
     prompt->add_option("--instructions", raw.options.instructions, "What the model is told besides, in your words")
         ->type_name("TEXT");
 
+    CLI::App* config = addCommand(program, raw, Command::Config, "config",
+                                  "Show the settings that are in force, and where they are from");
+    addProviderOptions(*config, raw);
+    config->add_option("--model", raw.options.model, "The model")->type_name("NAME");
+
+    CLI::App* checkUp = addCommand(program, raw, Command::Check, "check",
+                                   "Try database, network, key and model step by step, and say what does not work");
+    addDatabaseOption(*checkUp, raw);
+    addProviderOptions(*checkUp, raw);
+    checkUp->add_option("--model", raw.options.model, "The model, as 'kai models' lists it")->type_name("NAME");
+
     CLI::App* forget = addCommand(program, raw, Command::Forget, "forget",
                                   "openai: delete a kept conversation on the service, and its file");
     addProviderOptions(*forget, raw);
@@ -174,11 +191,8 @@ void checkOptions(const Options& options) {
     check(options.temperature.empty() || isFiniteNumber(options.temperature),
           "--temperature takes a number such as 0.2");
     const bool isTurn = options.command == Command::Ask || options.command == Command::Chat;
-    check(!options.database.empty() || options.command == Command::Models || options.command == Command::Forget ||
-              (isTurn && !options.continueFile.empty()),
-          "no database; name a SQLite file with --db");
-    check(!isTurn || !options.model.empty() || !options.continueFile.empty(),
-          "no model; name one with --model ('kai models' lists them)");
+    const bool needsDatabase = options.command == Command::Prompt || (isTurn && options.continueFile.empty());
+    check(!needsDatabase || !options.database.empty(), "no database; name a SQLite file with --db");
     check(!options.isRun || !options.database.empty(), "--run needs the database to run the SQL on; name it with --db");
     check(options.command != Command::Ask || hasText(options.question),
           "no question; write it behind the options, or '-' to read it from standard input");
@@ -230,7 +244,7 @@ ParsedCommandLine describeParseError(const CLI::App& program, const CLI::ParseEr
     }
     if (program.get_subcommands().empty()) {
         return failUsage(std::string(remaining.empty() ? "no command" : "unknown command") +
-                         "; choose ask, chat, models, prompt or forget, and see kai --help");
+                         "; choose ask, chat, models, prompt, check, config or forget, and see kai --help");
     }
     if (!remaining.empty()) {
         return failUsage("the command line has a word too many; see kai --help");

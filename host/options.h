@@ -9,14 +9,16 @@
 #include "conversation/api_key.h"
 #include "conversation/exchange_watch.h"
 #include "engine/result.h"
+#include "settings.h"
 
 namespace host {
 
-enum class Command { Ask, Chat, Models, Prompt, Forget };
+enum class Command { Ask, Chat, Models, Prompt, Forget, Config, Check };
 
-/// What the command line asks for.
+/// What the command line asks for, and the settings file beside it.
 struct Options {
     Command command = Command::Ask;
+    Settings settings;
     std::string question;  ///< "-": to be read from the standard input
 
     std::string database;

@@ -13,6 +13,8 @@ ExitCode runChat(const Options& options, Console& console);
 ExitCode runModels(const Options& options, Console& console);
 ExitCode runPrompt(const Options& options, Console& console);
 ExitCode runForget(const Options& options, Console& console);
+ExitCode runConfig(const Options& options, Console& console);
+ExitCode runCheck(const Options& options, Console& console);
 
 }  // namespace host
 

@@ -15,9 +15,9 @@ ExitCode runForget(const Options& options, Console& console) {
                                              " is nowhere but in its file; delete the file yourself");
     }
     const ApiKey key = obtainKey(*setup.provider, options, console);
-    ExchangeWatch watch(console, options.http);
+    ExchangeWatch watch(console, chooseHttpOptions(options, *setup.provider));
     watch.install();
-    Assistant assistant(*setup.provider, key, options.apiHost.value_or(""), watch, console);
+    Assistant assistant(*setup.provider, key, chooseApiHost(options, *setup.provider).value, watch, console);
     AssistantSettings settings;
     settings.apiHost = assistant.obtainApiHost();
     checkSavedHost(setup, options, settings.apiHost);

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "cf/json.h"
+#include "cf/stream.h"
+#include "conversation/advice.h"
 #include "host_error.h"
 #include "terminal/interrupts.h"
 #include "terminal/text_safety.h"
@@ -75,7 +77,7 @@ SessionSummary summarizeSession(const std::string& sessionText) {
 
 Assistant::Assistant(const Provider& provider, const ApiKey& key, const std::string& apiHost, ExchangeWatch& watch,
                      Console& console)
-    : m_provider(provider), m_key(key), m_watch(watch), m_console(console) {
+    : m_provider(provider), m_key(key), m_watch(watch), m_console(console), m_isDefaultHost(apiHost.empty()) {
     std::unique_ptr<ICSHTTPPoolCenter> pool(cfCreateHTTPPoolCenter());
     m_assistant.reset(KAICreateAssistant(provider.type, pool.get(), key.obtainText(), apiHost));
     if (m_assistant == nullptr) {
@@ -135,14 +137,24 @@ void Assistant::resume(const std::string& sessionText) {
     m_messageBytes = summarizeSession(sessionText).messageBytes;
 }
 
-std::string Assistant::ask(const std::string& question) {
+std::string Assistant::ask(const std::string& question, const PieceReceiver& receive) {
     const ExchangeWatch::Request request(m_watch, ExchangeWatch::Cancelling::AtOnce);
+    bool hasPieces = false;
+    const CMTextStream stream([&](std::string_view piece) {
+        m_watch.endProgress();
+        hasPieces = true;
+        receive(piece);
+    });
     auto [answer, error] = m_assistant->addMessage(m_session.get(), question);
     const KAIPtr<IKAIMessage> message(answer);
     if (!error.empty()) {
         fail(error);
     }
     std::string text = joinSections(*message);
+    if (!hasPieces && !text.empty()) {
+        m_watch.endProgress();
+        receive(text);
+    }
     m_messageBytes += question.size() + text.size();
     return text;
 }
@@ -205,9 +217,12 @@ void Assistant::fail(const std::string& errorText) const {
     if (Interrupts::isRequested()) {
         throw HostError(ExitCode::Cancelled, "cancelled; the conversation is as it was");
     }
+    FailedExchange exchange = m_watch.describeLast();
+    exchange.provider = m_provider.name;
+    exchange.isDefaultHost = m_isDefaultHost;
+    exchange.keyOrigin = m_key.obtainOrigin();
     throw HostError(ExitCode::Provider, std::string(m_provider.name) + " at " + makeOneLine(obtainApiHost()) + ": " +
-                                            makeOneLine(errorText) +
-                                            m_watch.suggestRemedy(errorText, m_key.obtainOrigin()));
+                                            makeOneLine(findServiceWords(errorText)) + adviseOn(exchange));
 }
 
 }  // namespace host

@@ -2,10 +2,12 @@
 #define HOST_ASSISTANT_H
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "conversation/api_key.h"
@@ -58,8 +60,12 @@ public:
     /// service keeps stays there at the end.
     void resume(const std::string& sessionText);
 
+    /// Takes pieces of an answer.
+    using PieceReceiver = std::function<void(std::string_view piece)>;
+
     /// Asks a question and returns the answer's text.
-    [[nodiscard]] std::string ask(const std::string& question);
+    /// @param receive  told of the answer's pieces as they come; joined they are the answer, unless the turn fails
+    [[nodiscard]] std::string ask(const std::string& question, const PieceReceiver& receive);
 
     [[nodiscard]] std::string serialize() const { return m_session->serializeSession(); }
     /// Leaves the conversation on the service when this object is destroyed.
@@ -84,6 +90,7 @@ private:
     KAIPtr<IKAIAssistant> m_assistant;
     KAIPtr<IKAISession> m_session;
     std::size_t m_messageBytes = 0;
+    bool m_isDefaultHost;
     bool m_isOnService = false;  ///< something of this conversation stands on the service
     bool m_isKept = false;
 };

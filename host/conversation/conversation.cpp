@@ -5,6 +5,7 @@
 #include "conversation/sql_extractor.h"
 #include "engine/engine_table.h"
 #include "host_error.h"
+#include "terminal/answer_printer.h"
 #include "terminal/interrupts.h"
 #include "terminal/secret_text.h"
 #include "terminal/table_printer.h"
@@ -19,6 +20,8 @@ namespace {
 /// A key shorter than this is not looked for in a session text, where it could be a word of the format.
 constexpr std::size_t kMinKeyLengthInFiles = 16;
 
+constexpr const char* kNotKept = "; what was shown of the answer is not kept";
+
 std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& console) {
     if (options.database.empty()) {
         return std::nullopt;
@@ -30,7 +33,7 @@ std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& c
 
 ApiKey obtainKey(const Provider& provider, const Options& options, Console& console) {
     std::string warning;
-    ApiKey key = ApiKey::obtain(provider, options.key, warning);
+    ApiKey key = ApiKey::obtain(provider, chooseKeySource(options, provider), warning);
     setHiddenSecret(key.obtainText());
     if (!warning.empty()) {
         console.note(warning);
@@ -44,14 +47,15 @@ Conversation::Conversation(const Options& options, Console& console)
       m_database(openNamedDatabase(options, console)),
       m_setup(setUpConversation(options, m_database ? &*m_database : nullptr)),
       m_key(obtainKey(*m_setup.provider, options, console)),
-      m_watch(console, options.http) {
+      m_watch(console, chooseHttpOptions(options, *m_setup.provider)) {
     if (!options.saveFile.empty()) {
         checkSaveTarget(options.saveFile);
     }
     m_watch.install();
-    m_assistant = std::make_unique<Assistant>(*m_setup.provider, m_key, options.apiHost.value_or(""), m_watch, console);
+    m_assistant = std::make_unique<Assistant>(*m_setup.provider, m_key, m_setup.settings.apiHost, m_watch, console);
     checkSavedHost(m_setup, options, m_assistant->obtainApiHost());
     m_setup.settings.apiHost = m_assistant->obtainApiHost();
+    checkModel();
     if (m_setup.saved) {
         saySwitch();
         m_assistant->resume(m_setup.saved->sessionText);
@@ -60,6 +64,20 @@ Conversation::Conversation(const Options& options, Console& console)
         m_assistant->configure(m_setup.settings);
         m_assistant->begin();
     }
+}
+
+/// Without a model the service's are listed: that is what the user needs next.
+void Conversation::checkModel() const {
+    if (!m_setup.settings.model.empty()) {
+        return;
+    }
+    std::string models;
+    for (const std::string& model : m_assistant->listModels()) {
+        models += (models.empty() ? "" : ", ") + model;
+    }
+    throw HostError(ExitCode::Usage,
+                    "no model; " + tellHowToSetModel(m_options, *m_setup.provider) +
+                        (models.empty() ? std::string() : "; the service lists: " + makeOneLine(models, 2000)));
 }
 
 void Conversation::saySwitch() const {
@@ -74,15 +92,27 @@ void Conversation::saySwitch() const {
 
 void Conversation::ask(const std::string& question) {
     warnOfLongPrompt(question);
-    const std::string answer = m_assistant->ask(question);
+    const std::string answer = askAndPrint(question);
     m_sql = extractSql(answer, m_database ? m_database->database.obtainEngine().blockMarks : listBlockMarks());
     if (answer.empty()) {
-        m_console.note("the model gave an empty answer; ask again or choose another --model");
-    } else {
-        m_console.printText(answer);
-        m_console.flush();
+        m_console.note(
+            "the model gave an empty answer: the service may have blocked the question or the answer, or the answer's "
+            "length was used up before its first word; ask in other words or choose another --model");
     }
     save();
+}
+
+std::string Conversation::askAndPrint(const std::string& question) {
+    AnswerPrinter printer(m_console);
+    try {
+        std::string answer = m_assistant->ask(question, [&](std::string_view piece) { printer.add(piece); });
+        printer.finish();
+        m_console.flush();
+        return answer;
+    } catch (const HostError& error) {
+        printer.finish();
+        throw printer.hasPrinted() ? HostError(error.obtainCode(), std::string(error.what()) + kNotKept) : error;
+    }
 }
 
 void Conversation::warnOfLongPrompt(const std::string& question) {

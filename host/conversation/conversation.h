@@ -24,7 +24,7 @@ public:
     /// without the provider is found before the first request.
     Conversation(const Options& options, Console& console);
 
-    /// Asks a question, prints the answer and saves the conversation.
+    /// Asks a question, prints the answer as it comes and saves the conversation.
     void ask(const std::string& question);
 
     /// The SQL of the last answer, one item a code block.
@@ -35,6 +35,9 @@ public:
     void runSql(std::optional<std::size_t> block);
 
 private:
+    /// Prints the answer as it comes.
+    [[nodiscard]] std::string askAndPrint(const std::string& question);
+    void checkModel() const;
     void saySwitch() const;
     void warnOfLongPrompt(const std::string& question);
     void save();

@@ -10,6 +10,13 @@ namespace host {
 namespace {
 
 constexpr std::string_view kUsualProvider = "deepseek";
+constexpr const char* kCommandLine = "the command line";
+
+Choice readSetting(const Options& options, const Provider& provider, std::string_view name) {
+    const bool isUsual = chooseProviderName({.settings = options.settings}).value == provider.name;
+    const std::optional<Setting> setting = options.settings.findFor(provider.name, isUsual, name);
+    return setting ? Choice{setting->value, setting->origin} : Choice();
+}
 
 [[noreturn]] void fail(const std::string& message) {
     throw HostError(ExitCode::Usage, message);
@@ -78,9 +85,9 @@ void chooseSettings(ConversationSetup& setup, const Options& options, const Open
         setup.settings = setup.savedSummary.settings;
         setup.settings.temperature = setup.saved->temperature;
     }
-    setup.settings.apiHost = options.apiHost.value_or("");
-    if (!options.model.empty()) {
-        setup.settings.model = options.model;
+    setup.settings.apiHost = chooseApiHost(options, *setup.provider).value;
+    if (!options.model.empty() || !setup.saved) {
+        setup.settings.model = chooseModel(options, *setup.provider).value;
     }
     if (!options.temperature.empty()) {
         setup.settings.temperature = options.temperature;
@@ -95,8 +102,53 @@ void chooseSettings(ConversationSetup& setup, const Options& options, const Open
 
 }  // namespace
 
+Choice chooseProviderName(const Options& options) {
+    if (!options.provider.empty()) {
+        return {options.provider, kCommandLine};
+    }
+    const std::optional<Setting> setting = options.settings.find("provider");
+    return setting ? Choice{setting->value, setting->origin} : Choice{std::string(kUsualProvider), ""};
+}
+
 const Provider& obtainChosenProvider(const Options& options) {
-    return *findProvider(options.provider.empty() ? kUsualProvider : options.provider);
+    return *findProvider(chooseProviderName(options).value);
+}
+
+Choice chooseModel(const Options& options, const Provider& provider) {
+    return options.model.empty() ? readSetting(options, provider, "model") : Choice{options.model, kCommandLine};
+}
+
+Choice chooseApiHost(const Options& options, const Provider& provider) {
+    return options.apiHost ? Choice{*options.apiHost, kCommandLine} : readSetting(options, provider, "host");
+}
+
+KeySource chooseKeySource(const Options& options, const Provider& provider) {
+    if (!options.key.keyFile.empty() || !options.key.keyVariable.empty()) {
+        return options.key;
+    }
+    return {readSetting(options, provider, "key-file").value, readSetting(options, provider, "key-env").value};
+}
+
+HttpOptions chooseHttpOptions(const Options& options, const Provider& provider) {
+    HttpOptions http = options.http;
+    const auto fill = [&](std::string& value, std::string_view name) {
+        const std::optional<Setting> setting = options.settings.find(name);
+        value = value.empty() && setting ? setting->value : value;
+    };
+    fill(http.caFile, "ca-file");
+    fill(http.proxy, "proxy");
+    if (const Choice host = readSetting(options, provider, "plain-http"); !host.value.empty()) {
+        http.plainHTTPHosts.push_back(host.value);
+    }
+    return http;
+}
+
+std::string tellHowToSetModel(const Options& options, const Provider& provider) {
+    const std::string& fileName = options.settings.obtainFileName();
+    return "name one with --model" + (fileName.empty()
+                                          ? std::string()
+                                          : ", or for good with the line 'model = NAME' under [" +
+                                                std::string(provider.name) + "] in " + makeOneLine(fileName));
 }
 
 ConversationRecord ConversationSetup::describe(std::string sessionText) const {
@@ -112,7 +164,7 @@ ConversationSetup setUpConversation(const Options& options, const OpenDatabase* 
     chooseProvider(setup, options);
     checkKeeping(setup, options);
     chooseSettings(setup, options, database);
-    if (options.command != Command::Forget && setup.settings.model.empty()) {
+    if (options.command != Command::Forget && setup.saved && setup.settings.model.empty()) {
         fail("the saved conversation names no model; name one with --model");
     }
     return setup;

@@ -23,8 +23,24 @@ struct ConversationSetup {
     [[nodiscard]] ConversationRecord describe(std::string sessionText) const;
 };
 
-/// The provider that the command line names, or the usual one.
+/// A value that is in force and where it is from.
+struct Choice {
+    std::string value;   ///< empty: none is chosen
+    std::string origin;  ///< "the command line", the settings file's line, or empty for what goes without saying
+};
+
+/// What the command line says, else the settings file, else the usual provider.
+[[nodiscard]] Choice chooseProviderName(const Options& options);
 [[nodiscard]] const Provider& obtainChosenProvider(const Options& options);
+
+/// What the command line says, else the settings file for this provider.
+[[nodiscard]] Choice chooseModel(const Options& options, const Provider& provider);
+[[nodiscard]] Choice chooseApiHost(const Options& options, const Provider& provider);
+[[nodiscard]] KeySource chooseKeySource(const Options& options, const Provider& provider);
+[[nodiscard]] HttpOptions chooseHttpOptions(const Options& options, const Provider& provider);
+
+/// How the user names a model for good.
+[[nodiscard]] std::string tellHowToSetModel(const Options& options, const Provider& provider);
 
 /// Puts the command line, the saved conversation and the database together.
 /// Throws HostError (Usage) where they do not fit: a provider that the conversation was not held with, no model, a

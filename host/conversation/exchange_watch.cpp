@@ -36,23 +36,6 @@ std::string describeDuration(std::chrono::microseconds duration) {
     return std::to_string(milliseconds / 1000) + "." + fraction + " s";
 }
 
-bool mentions(const std::string& text, std::string_view word) {
-    return text.find(word) != std::string::npos;
-}
-
-std::string suggestForMissingResponse(const std::string& errorText) {
-    if (mentions(errorText, "certificate")) {
-        return "; if you trust the server, name its CA with --ca-file";
-    }
-    if (mentions(errorText, "Time-out")) {
-        return "; see --timeout";
-    }
-    if (mentions(errorText, "proxy")) {
-        return "; see --proxy";
-    }
-    return "; see --api-host";
-}
-
 }  // namespace
 
 ExchangeWatch::ExchangeWatch(Console& console, const HttpOptions& options) : m_console(console), m_options(options) {}
@@ -64,6 +47,7 @@ void ExchangeWatch::install() {
         settings.caBundleFile = m_options.caFile;
     }
     settings.proxyURL = m_options.proxy;
+    settings.plainHTTPHosts = m_options.plainHTTPHosts;
     settings.requestTimeout = m_options.timeout;
     settings.connectTimeout = std::min(settings.connectTimeout, m_options.timeout);
     settings.cancelled = [this] { return isCancelled(); };
@@ -74,7 +58,7 @@ void ExchangeWatch::install() {
 ExchangeWatch::Request::Request(ExchangeWatch& watch, Cancelling cancelling) : m_watch(watch) {
     watch.m_cancelling = cancelling;
     watch.m_graceEnd = {};
-    watch.m_lastStatus = 0;
+    watch.m_lastResult = 0;
     watch.m_hasExchange = false;
     watch.m_console.beginProgress();
 }
@@ -98,7 +82,7 @@ bool ExchangeWatch::isCancelled() {
 }
 
 void ExchangeWatch::record(const CMRestTraceRecord& exchange) {
-    m_lastStatus = exchange.status;
+    m_lastResult = exchange.resultCode;
     m_hasExchange = true;
     if (!m_options.isTraced) {
         return;
@@ -110,28 +94,12 @@ void ExchangeWatch::record(const CMRestTraceRecord& exchange) {
                    (exchange.connectionReused ? ", connection reused" : ", new connection"));
 }
 
-std::string ExchangeWatch::suggestRemedy(const std::string& errorText, const std::string& keyOrigin) const {
-    if (!m_hasExchange) {
-        return {};
-    }
-    const std::string status = " (HTTP " + std::to_string(m_lastStatus) + ")";
-    switch (m_lastStatus) {
-        case 0:
-            return suggestForMissingResponse(errorText);
-        case 200:
-            return mentions(errorText, "Invalid response") || mentions(errorText, "Unsupported data format")
-                       ? "; the server speaks another protocol: check --provider and --api-host"
-                       : "";
-        case 401:
-        case 403:
-            return status + (keyOrigin.empty() ? "" : "; check the key in " + keyOrigin);
-        case 404:
-            return status + "; check --model and --api-host";
-        case 429:
-            return status + "; wait a while, or check the account's limits";
-        default:
-            return status + (m_lastStatus >= 500 ? "; try again later" : "");
-    }
+FailedExchange ExchangeWatch::describeLast() const {
+    FailedExchange exchange;
+    exchange.hasRun = m_hasExchange;
+    exchange.resultCode = m_lastResult;
+    exchange.isCAFileNamed = !m_options.caFile.empty();
+    return exchange;
 }
 
 }  // namespace host

@@ -4,8 +4,10 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "cf/rest.h"
+#include "conversation/advice.h"
 #include "terminal/console.h"
 
 namespace host {
@@ -14,6 +16,7 @@ namespace host {
 struct HttpOptions {
     std::string caFile;
     std::string proxy;
+    std::vector<std::string> plainHTTPHosts;
     std::chrono::milliseconds timeout{std::chrono::minutes{10}};
     bool isTraced = false;
 };
@@ -46,11 +49,11 @@ public:
         ExchangeWatch& m_watch;
     };
 
-    /// The status of the last exchange of the current request; 0 when no response came.
-    [[nodiscard]] std::int32_t obtainLastStatus() const noexcept { return m_lastStatus; }
+    /// What is known of the last exchange of the current request, as far as this object can tell.
+    [[nodiscard]] FailedExchange describeLast() const;
 
-    /// What the user can do about a failure of the last exchange, to be put behind its text.
-    [[nodiscard]] std::string suggestRemedy(const std::string& errorText, const std::string& keyOrigin) const;
+    /// No elapsed time is shown for the rest of the current request: something else is being shown.
+    void endProgress() { m_console.endProgress(); }
 
 private:
     [[nodiscard]] bool isCancelled();
@@ -60,7 +63,7 @@ private:
     HttpOptions m_options;
     Cancelling m_cancelling = Cancelling::AtOnce;
     std::chrono::steady_clock::time_point m_graceEnd;
-    std::int32_t m_lastStatus = 0;
+    std::int32_t m_lastResult = 0;
     bool m_hasExchange = false;
 };
 

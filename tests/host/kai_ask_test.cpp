@@ -172,7 +172,7 @@ TEST_P(KaiProviders, SayThatThereAreNoModels) {
     const KaiOutcome outcome = run(Words{"models"} + reach());
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.output, "");
-    EXPECT_THAT(outcome.errors, HasSubstr("has no models to offer"));
+    EXPECT_THAT(outcome.errors, HasSubstr("lists no models that can be used here"));
 }
 
 TEST_P(KaiProviders, AnswerAQuestionWithSqlThatRuns) {

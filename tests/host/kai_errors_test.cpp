@@ -119,6 +119,21 @@ TEST_F(KaiErrors, AWrongHostNameInTheCertificateIsAProviderError) {
     expectFailure(ask(), 4, "certificate was issued for another host name");
 }
 
+TEST_F(KaiErrors, AnOutdatedCertificateIsAProviderErrorThatBlamesNoCAFile) {
+    start("deepseek", LoopbackTLS::Expired);
+    const KaiOutcome outcome = ask();
+    expectFailure(outcome, 4, "check this machine's clock");
+    EXPECT_THAT(outcome.errors, testing::Not(HasSubstr("--ca-file")));
+}
+
+TEST_F(KaiErrors, AServerWithoutTLSIsAProviderErrorThatNamesTheOption) {
+    start("deepseek", LoopbackTLS::Off);
+    expectFailure(ask(), 4, "--plain-http");
+    const KaiOutcome outcome = ask({"--plain-http", m_emulator->obtainHost()});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_EQ(outcome.output, "Answer 1\n");
+}
+
 TEST_F(KaiErrors, AProxyThatIsNotThereIsAProviderError) {
     start();
     expectFailure(ask({"--proxy", "http://127.0.0.1:1"}), 4, "--proxy");
@@ -152,7 +167,9 @@ TEST_F(KaiErrors, ABusyServiceIsAProviderErrorThatSaysWhatToDo) {
 
 TEST_F(KaiErrors, APageInsteadOfAnAnswerIsOneLine) {
     start().replyNext({.status = 502, .body = "<html>\r\n<body>\n\x1b[31mBad gateway\x07</body>\n</html>\n"});
-    expectFailure(ask(), 4, "<html> <body> \u241b[31mBad gateway\u2407</body> </html> (HTTP 502); try again later");
+    expectFailure(
+        ask(), 4,
+        "the server sent a page in place of an answer: \u241b[31mBad gateway\u2407 (HTTP 502); try again later");
 }
 
 TEST_F(KaiErrors, ALongErrorIsAbbreviated) {
@@ -165,9 +182,11 @@ TEST_F(KaiErrors, ALongErrorIsAbbreviated) {
 TEST_F(KaiErrors, AnotherProtocolIsAProviderError) {
     start();
     m_emulator->replyNext({.status = 200, .body = "hello"});
-    expectFailure(ask(), 4, "Invalid response: p/chat/completions; the server speaks another protocol");
+    expectFailure(
+        ask(), 4,
+        "Invalid response: p/chat/completions; the service answered with an error of its own or speaks another");
     m_emulator->replyNext({.status = 200, .body = "{}"});
-    expectFailure(run(Words{"models"} + reach()), 4, "Unsupported data format: g/models; the server speaks another");
+    expectFailure(run(Words{"models"} + reach()), 4, "Unsupported data format: g/models; the service answered with");
 }
 
 TEST_F(KaiErrors, ATimeOutIsAProviderErrorThatNamesTheOption) {
