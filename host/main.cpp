@@ -53,7 +53,7 @@ int run(Options& options) {
     Console console;
     try {
         Interrupts::install();
-        options.settings = Settings::read();
+        applySettings(options, Settings::read());
         const ExitCode code = runCommand(options, console);
         console.flush();
         return static_cast<int>(code);

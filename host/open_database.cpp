@@ -2,15 +2,41 @@
 
 #include <utility>
 
+#include "cf/utilities.h"
 #include "conversation/instructions.h"
+#include "host_error.h"
 #include "terminal/interrupts.h"
 #include "terminal/text_safety.h"
 
 namespace host {
+namespace {
 
-OpenDatabase openDatabase(const std::string& source, Console& console) {
+DatabaseStructure readWithSignsOfLife(Database& database, StructureDetail detail, Console& console) {
+    console.beginProgress();
+    const CODefer endProgress([&] { console.endProgress(); });
+    return database.readStructure(detail, [&] {
+        console.updateProgress();
+        return Interrupts::isRequested();
+    });
+}
+
+std::string describeLeftOut(const FittedStructure& fitted, std::size_t budget) {
+    std::string names;
+    for (const std::string& name : fitted.leftOut) {
+        names += (names.empty() ? "" : ", ") + name;
+    }
+    return "the model is told of " + formatCount(countRelations(fitted.structure)) + " tables and views; " +
+           formatCount(fitted.leftOut.size()) + " are left out for --budget " + std::to_string(budget) + ": " +
+           makeOneLine(names);
+}
+
+}  // namespace
+
+OpenDatabase openDatabase(const std::string& source, const StructureChoice& choice, Console& console) {
     Database database(source);
-    DatabaseStructure structure = database.readStructure(StructureDetail::Keys, &Interrupts::isRequested);
+    DatabaseStructure structure = readWithSignsOfLife(database, choice.obtainDetail(), console);
+    const std::size_t count = countRelations(structure);
+    structure = selectByPatterns(std::move(structure), choice);
     if (std::string warning = warnOfHiddenCharacters(structure); !warning.empty()) {
         structure.warnings.push_back(std::move(warning));
     }
@@ -18,18 +44,33 @@ OpenDatabase openDatabase(const std::string& source, Console& console) {
     for (const std::string& warning : structure.warnings) {
         console.note("in " + name + ", " + warning);
     }
-    if (countRelations(structure) == 0) {
+    if (count == 0) {
         console.note(name + " has no tables and no views");
+    } else if (countRelations(structure) == 0) {
+        throw HostError(ExitCode::Usage, "--tables, --exclude and --schema leave none of the " + formatCount(count) +
+                                             " tables and views of " + name);
     }
     return {std::move(database), std::move(structure)};
 }
 
-void describeDatabase(AssistantSettings& settings, const OpenDatabase& database) {
+std::string describeDatabase(AssistantSettings& settings, const OpenDatabase& database, const StructureChoice& choice,
+                             std::string_view question) {
     for (auto& [name, text] :
          makeSystemInstructions(database.database.obtainEngine().name, database.database.obtainVersion())) {
         settings.systemInstructions.insert_or_assign(name, text);
     }
-    settings.structure = makeStructureVariant(database.structure);
+    FittedStructure fitted;
+    if (choice.budget == 0) {
+        fitted.structure = database.structure;
+    } else {
+        fitted = fitToBudget(database.structure, choice.budget, question);
+    }
+    if (choice.isDetailed) {
+        // An empty text would remove the name, and leave a former one out.
+        settings.systemInstructions["4_detail"] = "More about the tables:\n" + writeDetail(fitted.structure);
+    }
+    settings.structure = makeStructureVariant(fitted.structure);
+    return fitted.leftOut.empty() ? std::string() : describeLeftOut(fitted, choice.budget);
 }
 
 }  // namespace host

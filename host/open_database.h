@@ -2,8 +2,10 @@
 #define HOST_OPEN_DATABASE_H
 
 #include <string>
+#include <string_view>
 
 #include "conversation/assistant.h"
+#include "conversation/structure_choice.h"
 #include "engine/database.h"
 #include "terminal/console.h"
 
@@ -16,11 +18,15 @@ struct OpenDatabase {
 };
 
 /// Opens a database and reads its structure; says on standard error what had to be left out.
+/// @param choice  what of the structure is kept; its budget is left to describeDatabase
 /// Throws HostError: Usage, Database, or Cancelled after Ctrl-C.
-[[nodiscard]] OpenDatabase openDatabase(const std::string& source, Console& console);
+[[nodiscard]] OpenDatabase openDatabase(const std::string& source, const StructureChoice& choice, Console& console);
 
 /// Adds to an assistant's settings what it is told about a database.
-void describeDatabase(AssistantSettings& settings, const OpenDatabase& database);
+/// @param question  tables that it names are the last to be left out where the budget is short
+/// @return one line that says what the budget left out; empty where nothing is
+[[nodiscard]] std::string describeDatabase(AssistantSettings& settings, const OpenDatabase& database,
+                                           const StructureChoice& choice, std::string_view question);
 
 }  // namespace host
 

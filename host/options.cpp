@@ -10,6 +10,7 @@
 #include "conversation/provider_table.h"
 #include "engine/engine_table.h"
 #include "host_error.h"
+#include "terminal/result_writer.h"
 #include "terminal/text_safety.h"
 
 namespace host {
@@ -33,12 +34,8 @@ Exit codes: 0 done, 1 the model's SQL failed, 2 usage or configuration, 3 databa
 "kai COMMAND --help" tells the options of a command.)";
 
 constexpr const char* kChatFooter = R"(
-In a chat, a line is a question, and these are commands:
-  /run [N]  run the SQL of the last answer, or its Nth block
-  /sql      show the SQL of the last answer
-  /help     show the commands
-  /quit     end; so does the end of the input (Ctrl-D)
-Ctrl-C cancels a turn; twice at the prompt it ends the chat.)";
+In a chat, a line is a question; one that begins with a backslash or a slash is a command. \help shows them.
+Alt-Enter begins another line of a question. Ctrl-C cancels a turn; twice it ends the chat.)";
 
 /// What CLI11 fills before it becomes Options.
 struct RawOptions {
@@ -56,8 +53,22 @@ bool isFiniteNumber(const std::string& text) {
     return error == std::errc() && end == text.data() + text.size() && std::isfinite(number);
 }
 
-void addDatabaseOption(CLI::App& command, RawOptions& raw) {
-    command.add_option("--db", raw.options.database, "The SQLite database file")->type_name("FILE");
+void addDatabaseOptions(CLI::App& command, RawOptions& raw) {
+    command.add_option("--db", raw.options.database, "The database: a file, or an address such as postgresql://...")
+        ->type_name("DATABASE");
+    StructureChoice& structure = raw.options.structure;
+    command
+        .add_option("--tables", structure.tables, "Tell the model of these tables only: patterns with *, and commas")
+        ->type_name("LIST");
+    command.add_option("--exclude", structure.exclude, "Tell it of no table that fits one of these patterns")
+        ->type_name("LIST");
+    command.add_option("--schema", structure.schemas, "Tell it of these schemas only")->type_name("LIST");
+    command
+        .add_option("--budget", structure.budget,
+                    "Tokens for the structure; over it whole tables are left out, what the question names last")
+        ->type_name("TOKENS")
+        ->check(CLI::Range(std::size_t{1}, std::size_t{100000000}));
+    command.add_flag("--detail", structure.isDetailed, "Tell it of comments, defaults, indexes and constraints too");
 }
 
 void addProviderOptions(CLI::App& command, RawOptions& raw) {
@@ -105,9 +116,19 @@ void addTurnOptions(CLI::App& command, RawOptions& raw) {
 void addSqlOptions(CLI::App& command, RawOptions& raw) {
     Options& options = raw.options;
     command.add_flag("--run", options.isRun, "Run the SQL of each answer on the database, for reading only");
-    command.add_option("--max-rows", options.limits.maxRows, "Rows to show of each result; 100 unless given")
+    command.add_option("--format", options.format, "With --run: print the results alone, as " + listResultFormats())
+        ->type_name("FORMAT");
+    command.add_flag("--sql", options.isSqlOnly, "Print the SQL of each answer alone");
+    command.add_flag("--json", options.isJson,
+                     "Print each turn as one JSON object: question, answer, sql, results, model, provider, seconds");
+    command.add_option("--max-rows", options.maxRows, "Rows to show of each result; 100 unless given")
         ->type_name("COUNT")
         ->check(CLI::Range(1, 1000000));
+    command
+        .add_option("--share-rows", options.sharedRows,
+                    "Send the first rows of a result with the next question; never done unless given")
+        ->type_name("COUNT")
+        ->check(CLI::Range(1, 1000));
     command.add_option("--max-cell", options.maxCellColumns, "Columns to show of each value; 80 unless given, 0: all")
         ->type_name("COUNT")
         ->check(CLI::Range(0, 1000000));
@@ -124,7 +145,7 @@ CLI::App* addCommand(CLI::App& program, RawOptions& raw, Command command, const 
 
 void addCommands(CLI::App& program, RawOptions& raw) {
     CLI::App* ask = addCommand(program, raw, Command::Ask, "ask", "Ask one question and print the answer");
-    addDatabaseOption(*ask, raw);
+    addDatabaseOptions(*ask, raw);
     addProviderOptions(*ask, raw);
     addTurnOptions(*ask, raw);
     addSqlOptions(*ask, raw);
@@ -132,7 +153,7 @@ void addCommands(CLI::App& program, RawOptions& raw) {
         ->type_name("QUESTION");
 
     CLI::App* chat = addCommand(program, raw, Command::Chat, "chat", "Hold a conversation, one line a question");
-    addDatabaseOption(*chat, raw);
+    addDatabaseOptions(*chat, raw);
     addProviderOptions(*chat, raw);
     addTurnOptions(*chat, raw);
     addSqlOptions(*chat, raw);
@@ -143,7 +164,9 @@ void addCommands(CLI::App& program, RawOptions& raw) {
 
     CLI::App* prompt = addCommand(program, raw, Command::Prompt, "prompt",
                                   "Print what the model is told about the database; needs no key and no network");
-    addDatabaseOption(*prompt, raw);
+    addDatabaseOptions(*prompt, raw);
+    prompt->add_option("--question", raw.options.question, "With --budget: the question that is to be asked")
+        ->type_name("TEXT");
     prompt->add_option("--provider", raw.options.provider, "Warn of this provider's limits")->type_name("NAME");
     prompt->add_option("--instructions", raw.options.instructions, "What the model is told besides, in your words")
         ->type_name("TEXT");
@@ -155,7 +178,7 @@ void addCommands(CLI::App& program, RawOptions& raw) {
 
     CLI::App* checkUp = addCommand(program, raw, Command::Check, "check",
                                    "Try database, network, key and model step by step, and say what does not work");
-    addDatabaseOption(*checkUp, raw);
+    addDatabaseOptions(*checkUp, raw);
     addProviderOptions(*checkUp, raw);
     checkUp->add_option("--model", raw.options.model, "The model, as 'kai models' lists it")->type_name("NAME");
 
@@ -193,6 +216,12 @@ void checkOptions(const Options& options) {
     const bool isTurn = options.command == Command::Ask || options.command == Command::Chat;
     const bool needsDatabase = options.command == Command::Prompt || (isTurn && options.continueFile.empty());
     check(!needsDatabase || !options.database.empty(), "no database; name a SQLite file with --db");
+    check(options.format.empty() || findResultFormat(options.format),
+          "unknown format '" + makeOneLine(options.format) + "'; choose one of " + listResultFormats());
+    check(options.format.empty() || options.isRun, "--format is for the results of --run");
+    check((options.format.empty() ? 0 : 1) + (options.isSqlOnly ? 1 : 0) + (options.isJson ? 1 : 0) < 2,
+          "--format, --sql and --json exclude each other");
+    check(!options.isSqlOnly || !options.isRun, "--sql prints the SQL and does not run it; leave out --run");
     check(!options.isRun || !options.database.empty(), "--run needs the database to run the SQL on; name it with --db");
     check(options.command != Command::Ask || hasText(options.question),
           "no question; write it behind the options, or '-' to read it from standard input");
@@ -200,12 +229,15 @@ void checkOptions(const Options& options) {
 
 Options finishOptions(RawOptions& raw) {
     Options& options = raw.options;
-    options.question = joinWords(raw.questionWords);
+    if (options.command == Command::Ask) {
+        options.question = joinWords(raw.questionWords);
+    }
     options.http.timeout = std::chrono::seconds(raw.timeoutSeconds);
     options.limits.maxTime = std::chrono::seconds(raw.sqlTimeoutSeconds);
     // Enough for what a column shows, combining marks included; not more is kept of a value.
     constexpr std::size_t kMaxBytesPerColumn = 16;
     options.limits.maxCellBytes = options.maxCellColumns * kMaxBytesPerColumn;
+    options.limits.maxRows = options.maxRows.value_or(options.limits.maxRows);
     if (options.saveFile.empty() && options.command != Command::Forget) {
         options.saveFile = options.continueFile;
     }
@@ -259,6 +291,18 @@ ParsedCommandLine showText(std::string text) {
 }
 
 }  // namespace
+
+void applySettings(Options& options, Settings settings) {
+    options.settings = std::move(settings);
+    const std::optional<Setting> format = options.settings.find("format");
+    if (format && !findResultFormat(format->value)) {
+        throw HostError(ExitCode::Usage,
+                        makeOneLine(format->origin) + ": unknown format; choose one of " + listResultFormats());
+    }
+    if (format && options.command == Command::Ask && options.isRun && options.format.empty() && !options.isJson) {
+        options.format = format->value;
+    }
+}
 
 ParsedCommandLine parseCommandLine(int argumentCount, const char* const* arguments) {
     RawOptions raw;

@@ -8,6 +8,7 @@
 
 #include "conversation/api_key.h"
 #include "conversation/exchange_watch.h"
+#include "conversation/structure_choice.h"
 #include "engine/result.h"
 #include "settings.h"
 
@@ -22,7 +23,9 @@ struct Options {
     std::string question;  ///< "-": to be read from the standard input
 
     std::string database;
-    std::string provider;  ///< empty: not given
+    StructureChoice structure;
+    std::size_t sharedRows = 0;  ///< rows of a result that go with the next question
+    std::string provider;        ///< empty: not given
     std::optional<std::string> apiHost;
     std::string model;
     std::string temperature;
@@ -36,9 +39,17 @@ struct Options {
     bool isKept = false;
 
     bool isRun = false;
+    std::string format;      ///< --format; empty: not given
+    bool isSqlOnly = false;  ///< --sql
+    bool isJson = false;     ///< --json
+    std::optional<std::size_t> maxRows;
     QueryLimits limits;
     std::size_t maxCellColumns = 80;
 };
+
+/// Takes from the settings file what the command line leaves open: the format of `ask --run`.
+/// Throws HostError (Usage) for an unknown format.
+void applySettings(Options& options, Settings settings);
 
 /// What reading the command line led to.
 struct ParsedCommandLine {

@@ -1,6 +1,5 @@
 #include <iostream>
 #include <iterator>
-#include <optional>
 #include <string>
 
 #include "commands/commands.h"
@@ -28,10 +27,7 @@ std::string readQuestion(const std::string& question) {
 ExitCode runAsk(const Options& options, Console& console) {
     const std::string question = readQuestion(options.question);
     Conversation conversation(options, console);
-    conversation.ask(question);
-    if (options.isRun) {
-        conversation.runSql(std::nullopt);
-    }
+    conversation.takeTurn(question);
     return ExitCode::Done;
 }
 

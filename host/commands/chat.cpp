@@ -1,9 +1,9 @@
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
+#include "cf/utilities.h"
+#include "commands/chat_commands.h"
 #include "commands/commands.h"
 #include "conversation/conversation.h"
 #include "terminal/interrupts.h"
@@ -12,31 +12,15 @@
 namespace host {
 namespace {
 
-constexpr std::string_view kChatHelp =
-    "/run [N]  run the SQL of the last answer, or its Nth block\n"
-    "/sql      show the SQL of the last answer\n"
-    "/help     show the commands\n"
-    "/quit     end\n"
-    "Any other line is a question. Ctrl-C cancels a turn; twice here it ends the chat.\n";
-
-std::string trimBlanks(const std::string& text) {
-    const std::size_t first = text.find_first_not_of(" \t\r\n\v\f");
-    return first == std::string::npos ? std::string()
-                                      : text.substr(first, text.find_last_not_of(" \t\r\n\v\f") - first + 1);
-}
-
-/// The chat's loop: one line, one turn.
+/// The chat's loop: a line, or a pasted text, is a turn or a command.
 class Chat {
 public:
     Chat(const Options& options, Console& console)
-        : m_options(options),
-          m_console(console),
-          m_conversation(options, console),
-          m_lines(makeLineSource(console.isInteractive())) {}
+        : m_console(console), m_commands(options, console), m_lines(makeLineSource(console.isInteractive())) {}
 
     ExitCode run() {
         if (m_console.isInteractive()) {
-            m_console.printPlain("A line is a question; /help shows the commands, Ctrl-D ends.\n");
+            m_console.printPlain("A line is a question; \\help shows the commands, Ctrl-D ends.\n");
         }
         while (!m_isEnded) {
             readTurn();
@@ -58,15 +42,75 @@ private:
                 return;
             case LineSource::Outcome::Line:
                 m_wasInterrupted = false;
-                takeLine(trimBlanks(line));
+                takeLine(cfTrimAsString(line));
         }
     }
 
     void takeLine(const std::string& line) {
         if (!line.empty()) {
             m_lines->remember(line);
+            guard([&] {
+                if (ChatCommands::isCommand(line)) {
+                    m_isEnded = m_commands.run(line) == ChatCommands::Next::End;
+                } else {
+                    ask(line);
+                }
+            });
         }
-        runTurn(line);
+        guard([&] { offerToRun(); });
+    }
+
+    /// A failure does not end the chat; the last one is its exit code.
+    template <typename Action>
+    void guard(Action action) {
+        try {
+            action();
+            m_console.flush();
+        } catch (const HostError& error) {
+            m_commands.dropOffers();
+            m_console.note(error.what());
+            if (error.obtainCode() == ExitCode::Cancelled) {
+                Interrupts::clear();
+            } else {
+                m_code = error.obtainCode();
+            }
+        }
+        if (Interrupts::isEndRequested()) {
+            end(ExitCode::Cancelled);
+        }
+    }
+
+    void ask(const std::string& question) {
+        if (m_hasAnswer && !m_console.isInteractive() && m_commands.isAnswerPrinted()) {
+            m_console.printPlain("\n");  // between two turns, where no prompt stands
+        }
+        m_commands.ask(question);
+        m_hasAnswer = true;
+    }
+
+    /// On a terminal, SQL runs when its user says so, in the form in which it stands there.
+    void offerToRun() {
+        if (!m_console.isInteractive() || m_isEnded) {
+            return;
+        }
+        if (const std::optional<std::string> sql = m_commands.takeSqlToEdit()) {
+            m_lines->offer(*sql);
+            if (std::string edited; m_lines->readLine("sql> ", edited) == LineSource::Outcome::Line) {
+                m_commands.runEdited(edited);
+            } else {
+                Interrupts::clear();
+                endLine();
+            }
+        } else if (m_commands.takeOfferToRun()) {
+            std::string reply;
+            const LineSource::Outcome outcome = m_lines->readLine("Run this SQL, for reading only? [y/N] ", reply);
+            if (outcome == LineSource::Outcome::Line && (reply == "y" || reply == "yes" || reply == "Y")) {
+                m_commands.runAll();
+            } else if (outcome != LineSource::Outcome::Line) {
+                Interrupts::clear();
+                endLine();
+            }
+        }
     }
 
     void handleInterrupt() {
@@ -91,82 +135,8 @@ private:
         m_isEnded = true;
     }
 
-    /// A failed turn does not end the chat; the last failure is its exit code.
-    void runTurn(const std::string& line) {
-        try {
-            if (line.starts_with('/')) {
-                runCommand(line);
-            } else if (!line.empty()) {
-                ask(line);
-            }
-            m_console.flush();
-        } catch (const HostError& error) {
-            m_console.note(error.what());
-            if (error.obtainCode() == ExitCode::Cancelled) {
-                Interrupts::clear();
-            } else {
-                m_code = error.obtainCode();
-            }
-        }
-        if (Interrupts::isEndRequested()) {
-            end(ExitCode::Cancelled);
-        }
-    }
-
-    void ask(const std::string& question) {
-        if (m_hasAnswer && !m_console.isInteractive()) {
-            m_console.printPlain("\n");  // between two turns, where no prompt stands
-        }
-        m_conversation.ask(question);
-        m_hasAnswer = true;
-        if (m_options.isRun) {
-            m_conversation.runSql(std::nullopt);
-        } else if (m_console.isInteractive() && !m_conversation.obtainSql().empty() && !m_options.database.empty()) {
-            m_console.printPlain("(/run runs the SQL on the database, for reading only)\n");
-        }
-    }
-
-    void runCommand(const std::string& line) {
-        const std::size_t blank = line.find_first_of(" \t");
-        const std::string name = line.substr(0, blank);
-        const std::string argument = blank == std::string::npos ? std::string() : trimBlanks(line.substr(blank));
-        if (name == "/quit" || name == "/exit") {
-            m_isEnded = true;
-        } else if (name == "/help") {
-            m_console.printPlain(kChatHelp);
-        } else if (name == "/sql") {
-            showSql();
-        } else if (name == "/run") {
-            m_conversation.runSql(readBlockNumber(argument));
-        } else {
-            m_console.note("there is no such command; /help shows them");
-        }
-    }
-
-    void showSql() {
-        if (m_conversation.obtainSql().empty()) {
-            m_console.note("the last answer has no SQL");
-        }
-        for (const std::string& sql : m_conversation.obtainSql()) {
-            m_console.printText(sql);
-        }
-    }
-
-    [[nodiscard]] static std::optional<std::size_t> readBlockNumber(const std::string& argument) {
-        if (argument.empty()) {
-            return std::nullopt;
-        }
-        std::size_t number = 0;
-        const auto [end, error] = std::from_chars(argument.data(), argument.data() + argument.size(), number);
-        if (error != std::errc() || end != argument.data() + argument.size() || number == 0) {
-            throw HostError(ExitCode::Usage, "/run takes the number of a block, from 1");
-        }
-        return number - 1;
-    }
-
-    const Options& m_options;
     Console& m_console;
-    Conversation m_conversation;
+    ChatCommands m_commands;
     std::unique_ptr<LineSource> m_lines;
     ExitCode m_code = ExitCode::Done;
     bool m_wasInterrupted = false;

@@ -58,9 +58,9 @@ private:
     }
 
     std::string checkDatabase() {
-        const OpenDatabase database = openDatabase(m_options.database, m_console);
+        const OpenDatabase database = openDatabase(m_options.database, m_options.structure, m_console);
         AssistantSettings settings;
-        describeDatabase(settings, database);
+        const std::string leftOut = describeDatabase(settings, database, m_options.structure, "");
         const ApiKey none;
         ExchangeWatch watch(m_console, {});
         Assistant assistant(*findProvider("deepseek"), none, "", watch, m_console);
@@ -69,7 +69,7 @@ private:
         const std::string warning = m_provider.isContextWindowShort ? warnOfContextWindow(bytes) : std::string();
         return formatCount(countRelations(database.structure)) + " tables and views; the prompt is " +
                formatCount(bytes) + " bytes, about " + formatCount(estimateTokens(bytes)) + " tokens" +
-               (warning.empty() ? "" : "; " + warning);
+               (leftOut.empty() ? "" : "; " + leftOut) + (warning.empty() ? "" : "; " + warning);
     }
 
     std::string checkKey() {

@@ -1,3 +1,4 @@
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,7 @@ ExitCode runConfig(const Options& options, Console& console) {
                              : value.empty()                    ? ""
                                                                 : "the command line"};
     };
+    const std::optional<Setting> format = options.settings.find("format");
     std::string keyOrigin;
     const std::string key = describeKey(options, provider, keyOrigin);
     const std::vector<Line> lines{
@@ -50,7 +52,7 @@ ExitCode runConfig(const Options& options, Console& console) {
         {"key", {key, keyOrigin}, ""},
         {"ca-file", chooseGlobal(http.caFile, "ca-file"), "the system's certificates"},
         {"proxy", chooseGlobal(http.proxy, "proxy"), "none"},
-        {"format", chooseGlobal("", "format"), "the answer with tables"},
+        {"format", format ? Choice{format->value, format->origin} : Choice(), "the answer, and tables below it"},
     };
     for (const Line& line : lines) {
         std::string text = line.name + std::string(10 - line.name.size(), ' ');

@@ -8,10 +8,10 @@
 namespace host {
 
 ExitCode runPrompt(const Options& options, Console& console) {
-    const OpenDatabase database = openDatabase(options.database, console);
+    const OpenDatabase database = openDatabase(options.database, options.structure, console);
     AssistantSettings settings;
     settings.userInstructions = options.instructions;
-    describeDatabase(settings, database);
+    const std::string leftOut = describeDatabase(settings, database, options.structure, options.question);
     // The text is the same for every provider; this one's assistant is set up without a request.
     const ApiKey key;
     ExchangeWatch watch(console, options.http);
@@ -22,6 +22,9 @@ ExitCode runPrompt(const Options& options, Console& console) {
     console.flush();
     console.note(formatCount(prompt.size()) + " bytes, about " + formatCount(estimateTokens(prompt.size())) +
                  " tokens (an estimate: 4 bytes a token)");
+    if (!leftOut.empty()) {
+        console.note(leftOut);
+    }
     if (const std::string warning = warnOfContextWindow(prompt.size());
         obtainChosenProvider(options).isContextWindowShort && !warning.empty()) {
         console.note(warning);

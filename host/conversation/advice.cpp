@@ -70,13 +70,14 @@ std::string adviseOnStatus(const FailedExchange& exchange) {
     }
 }
 
-/// The first text among members that services use for an error's message, also one level below.
+/// The first text among the members that services use for an error's message, at any depth.
 std::string findMessage(const COJsonValue& value) {
     if (value.isString()) {
         return std::string(value.obtainString());
     }
     for (const std::string_view key : {"message", "error", "detail", "msg", "error_message"}) {
-        if (std::string text = findMessage(value.obtainMember(key)); !text.empty()) {
+        const COJsonValue member = value.obtainMember(key);
+        if (std::string text = member.getIsValidJson() ? findMessage(member) : std::string(); !text.empty()) {
             return text;
         }
     }

@@ -1,18 +1,21 @@
 #include "conversation/conversation.h"
 
+#include <chrono>
+#include <string_view>
+#include <utility>
+
+#include "cf/json.h"
+#include "cf/utilities.h"
 #include "conversation/atomic_file.h"
 #include "conversation/instructions.h"
+#include "conversation/result_output.h"
 #include "conversation/sql_extractor.h"
 #include "engine/engine_table.h"
 #include "host_error.h"
 #include "terminal/answer_printer.h"
 #include "terminal/interrupts.h"
 #include "terminal/secret_text.h"
-#include "terminal/table_printer.h"
 #include "terminal/text_safety.h"
-
-#include <iostream>
-#include <sstream>
 
 namespace host {
 namespace {
@@ -26,7 +29,7 @@ std::optional<OpenDatabase> openNamedDatabase(const Options& options, Console& c
     if (options.database.empty()) {
         return std::nullopt;
     }
-    return openDatabase(options.database, console);
+    return openDatabase(options.database, options.structure, console);
 }
 
 }  // namespace
@@ -72,8 +75,14 @@ void Conversation::checkModel() const {
         return;
     }
     std::string models;
-    for (const std::string& model : m_assistant->listModels()) {
-        models += (models.empty() ? "" : ", ") + model;
+    try {
+        for (const std::string& model : m_assistant->listModels()) {
+            models += (models.empty() ? "" : ", ") + model;
+        }
+    } catch (const HostError& error) {
+        if (error.obtainCode() == ExitCode::Cancelled) {
+            throw;
+        }
     }
     throw HostError(ExitCode::Usage,
                     "no model; " + tellHowToSetModel(m_options, *m_setup.provider) +
@@ -90,16 +99,74 @@ void Conversation::saySwitch() const {
                    ", model " + describe(former.model, now.model) + ", host " + describe(former.apiHost, now.apiHost));
 }
 
+void Conversation::takeTurn(const std::string& question) {
+    m_report = {};
+    m_report.question = question;
+    m_report.provider = m_setup.provider->name;
+    m_report.model = m_setup.settings.model;
+    m_sqlError.clear();
+    fitStructure(question);
+    ask(addSharedRows(question));
+    m_sharedRows.clear();
+    const CODefer printReport([&] {
+        if (m_options.isJson) {
+            m_console.printPlain(writeTurnReport(m_report));
+        }
+    });
+    if (m_options.isSqlOnly) {
+        printSql();
+    }
+    if (m_options.isRun) {
+        runSql(std::nullopt);
+    }
+}
+
+void Conversation::fitStructure(const std::string& question) {
+    if (!m_database || m_options.structure.budget == 0) {
+        return;
+    }
+    AssistantSettings settings;
+    const std::string leftOut = describeDatabase(settings, *m_database, m_options.structure, question);
+    m_assistant->configure(settings);
+    if (leftOut != std::exchange(m_leftOut, leftOut) && !leftOut.empty()) {
+        m_console.note(leftOut);
+    }
+}
+
+/// The question with the rows that the user agreed to send. They are shown before they go.
+std::string Conversation::addSharedRows(const std::string& question) const {
+    if (m_sharedRows.empty()) {
+        return question;
+    }
+    m_console.note("sent with the question, as --share-rows says: " + makeOneLine(m_sharedRows, 2000));
+    return "The first rows of the result of your SQL:\n\n" + m_sharedRows + "\n" + question;
+}
+
 void Conversation::ask(const std::string& question) {
     warnOfLongPrompt(question);
-    const std::string answer = askAndPrint(question);
-    m_sql = extractSql(answer, m_database ? m_database->database.obtainEngine().blockMarks : listBlockMarks());
-    if (answer.empty()) {
+    const auto start = std::chrono::steady_clock::now();
+    const bool isAnswerPrinted = m_options.format.empty() && !m_options.isSqlOnly && !m_options.isJson;
+    m_report.answer = isAnswerPrinted ? askAndPrint(question) : m_assistant->ask(question, [](std::string_view) {});
+    m_report.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    m_report.sql =
+        extractSql(m_report.answer, m_database ? m_database->database.obtainEngine().blockMarks : listBlockMarks());
+    if (m_report.answer.empty()) {
         m_console.note(
             "the model gave an empty answer: the service may have blocked the question or the answer, or the answer's "
             "length was used up before its first word; ask in other words or choose another --model");
     }
-    save();
+    if (!m_options.saveFile.empty()) {
+        saveTo(m_options.saveFile);
+    }
+}
+
+void Conversation::printSql() const {
+    if (m_report.sql.empty()) {
+        throw HostError(ExitCode::SqlFailed, "the answer has no SQL");
+    }
+    for (const std::string& sql : m_report.sql) {
+        m_console.printText(sql);
+    }
 }
 
 std::string Conversation::askAndPrint(const std::string& question) {
@@ -126,46 +193,76 @@ void Conversation::warnOfLongPrompt(const std::string& question) {
     }
 }
 
-void Conversation::save() {
-    if (m_options.saveFile.empty()) {
-        return;
-    }
+void Conversation::saveTo(const std::string& fileName) {
     const std::string sessionText = m_key.redact(m_assistant->serialize(), kMinKeyLengthInFiles);
-    replaceFileContent(m_options.saveFile, writeConversation(m_setup.describe(sessionText)));
+    replaceFileContent(fileName, writeConversation(m_setup.describe(sessionText)));
     if (m_options.isKept) {
         m_assistant->keepOnService();
     }
 }
 
+std::string Conversation::writeTranscript() const {
+    const COJson session{std::string_view(m_assistant->serialize())};
+    std::string text;
+    for (const COJsonValue message : session.obtainMember("messages").obtainItems()) {
+        const std::string content = m_key.redact(message.obtainMember("content").obtainString());
+        text += text.empty() ? "" : "\n";
+        text += message.obtainMember("role").obtainString() == "user" ? "## " + makeOneLine(content) + "\n"
+                                                                      : makeVisible(content, LineBreaks::Keep) + "\n";
+    }
+    return text;
+}
+
+void Conversation::setModel(const std::string& model) {
+    AssistantSettings settings;
+    settings.model = model;
+    m_assistant->configure(settings);
+    m_setup.settings.model = model;
+}
+
 void Conversation::runSql(std::optional<std::size_t> block) {
+    const std::vector<std::string>& sql = m_report.sql;
+    if (sql.empty()) {
+        throw HostError(ExitCode::SqlFailed, "the answer has no SQL to run");
+    }
+    if (block && *block >= sql.size()) {
+        throw HostError(ExitCode::Usage,
+                        "the answer has no block of SQL with this number; it has " + std::to_string(sql.size()));
+    }
+    runBlocks(block ? std::vector<std::string>{sql[*block]} : sql);
+}
+
+void Conversation::runText(const std::string& sql) {
+    runBlocks({sql});
+}
+
+void Conversation::runBlocks(const std::vector<std::string>& blocks) {
     if (!m_database) {
         throw HostError(ExitCode::Usage, "no database to run the SQL on; name it with --db");
     }
-    if (m_sql.empty()) {
-        throw HostError(ExitCode::SqlFailed, "the answer has no SQL to run");
-    }
-    if (block && *block >= m_sql.size()) {
-        throw HostError(ExitCode::Usage,
-                        "the answer has no block of SQL with this number; it has " + std::to_string(m_sql.size()));
-    }
-    for (std::size_t i = 0; i < m_sql.size(); ++i) {
-        if (!block || *block == i) {
-            runBlock(m_sql[i]);
+    m_sqlError.clear();
+    ResultOutput output(m_options, m_console, m_options.sharedRows);
+    const CODefer keepResults([&] { m_report.results = std::move(output.obtainJson()); });
+    m_console.beginProgress();
+    const CODefer endProgress([&] { m_console.endProgress(); });
+    const auto isStopped = [&] {
+        m_console.updateProgress();
+        return Interrupts::isRequested();
+    };
+    try {
+        for (const std::string& sql : blocks) {
+            if (m_database->database.run(sql, chooseLimits(m_options), output, isStopped) == 0) {
+                throw HostError(ExitCode::SqlFailed, "the block of SQL has no statement in it");
+            }
         }
+    } catch (const HostError& error) {
+        m_sqlError = error.obtainCode() == ExitCode::SqlFailed ? error.what() : "";
+        throw;
     }
-}
-
-void Conversation::runBlock(const std::string& sql) {
-    ResultCollector results([&](const ResultTable& table) {
-        std::ostringstream text;
-        printTable(text, table, m_options.maxCellColumns);
-        m_console.printPlain("\n" + text.str());
-        m_console.flush();
-    });
-    const std::size_t count = m_database->database.run(sql, m_options.limits, results, &Interrupts::isRequested);
-    if (count == 0) {
-        throw HostError(ExitCode::SqlFailed, "the block of SQL has no statement in it");
+    if (m_options.sharedRows > 0) {
+        m_sharedRows = output.writeKept();
     }
+    output.checkIsWhole();
 }
 
 }  // namespace host

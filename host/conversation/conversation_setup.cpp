@@ -13,7 +13,8 @@ constexpr std::string_view kUsualProvider = "deepseek";
 constexpr const char* kCommandLine = "the command line";
 
 Choice readSetting(const Options& options, const Provider& provider, std::string_view name) {
-    const bool isUsual = chooseProviderName({.settings = options.settings}).value == provider.name;
+    const std::optional<Setting> usual = options.settings.find("provider");
+    const bool isUsual = provider.name == (usual ? std::string_view(usual->value) : kUsualProvider);
     const std::optional<Setting> setting = options.settings.findFor(provider.name, isUsual, name);
     return setting ? Choice{setting->value, setting->origin} : Choice();
 }
@@ -96,7 +97,8 @@ void chooseSettings(ConversationSetup& setup, const Options& options, const Open
         setup.settings.userInstructions = options.instructions;
     }
     if (database != nullptr) {
-        describeDatabase(setup.settings, *database);
+        // What a budget leaves out is said when the question is there.
+        static_cast<void>(describeDatabase(setup.settings, *database, options.structure, ""));
     }
 }
 

@@ -42,6 +42,7 @@ struct Engine {
     std::string (*describeLibrary)();          ///< the client library and its version ("SQLite 3.40.1")
     std::string (*describeSource)(const std::string& source);  ///< the source for messages: never a password
     std::unique_ptr<EngineConnection> (*open)(const std::string& source);
+    std::string_view explainPrefix = "EXPLAIN";  ///< put before a query, it tells how that would run
 };
 
 }  // namespace host

@@ -37,7 +37,7 @@ std::string_view readScheme(std::string_view source) {
 
 const std::vector<Engine>& listEngines() {
     static const std::vector<Engine> engines{
-        {"SQLite", {}, {"sqlite", "sqlite3"}, &describeSqliteLibrary, &keepFileName, &openSqlite},
+        {"SQLite", {}, {"sqlite", "sqlite3"}, &describeSqliteLibrary, &keepFileName, &openSqlite, "EXPLAIN QUERY PLAN"},
     };
     return engines;
 }

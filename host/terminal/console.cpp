@@ -50,6 +50,7 @@ void Console::printPlain(std::string_view text) {
 }
 
 void Console::writeOutput(std::string_view text) {
+    eraseProgress();
     if (std::cout) {
         errno = 0;
         std::cout << text;
@@ -112,6 +113,12 @@ void Console::flush() {
     }
     if (m_outputError == EPIPE) {
         throw BrokenOutput();
+    }
+    if (m_outputError == EINTR) {
+        // A signal broke off a write that nobody took. The next one starts anew.
+        std::cout.clear();
+        clearerr(stdout);
+        throw HostError(ExitCode::Cancelled, "cancelled; some output is lost");
     }
     throw HostError(ExitCode::Usage,
                     std::string("cannot write to the standard output") +

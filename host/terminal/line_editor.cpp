@@ -90,6 +90,8 @@ LineEditor::LineEditor() : m_hasBracketedPaste(hasTerminalEscapes()) {
     el_wset(m_editor.get(), EL_PROMPT, &LineEditor::obtainPrompt);
     el_wset(m_editor.get(), EL_GETCFN, &LineEditor::readCharacter);
     el_wset(m_editor.get(), EL_SIGNAL, 0);
+    // Between two lines too: the kernel's line editing would cut what is typed meanwhile.
+    el_wset(m_editor.get(), EL_SETTY, L"-x", L"-icanon", L"-echo", nullptr);
     el_wset(m_editor.get(), EL_HIST, history_w, m_history.get());
     bindKeys();
     for (const std::string& line : m_historyFile.read()) {

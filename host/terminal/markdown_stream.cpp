@@ -194,7 +194,7 @@ void MarkdownStream::endWord() {
 void MarkdownStream::takeCode(char character) {
     if (m_quote != '\0') {
         m_output += character;
-        if (character == m_quote) {
+        if (character == m_quote && m_quote != '-') {
             m_quote = '\0';
             setColour(kNone);
         }

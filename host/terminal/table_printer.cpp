@@ -25,26 +25,22 @@ std::string describeBlob(const Cell& cell) {
     return text + " (" + std::to_string(cell.size) + (cell.size == 1 ? " byte)" : " bytes)");
 }
 
+/// A text; one that spells NULL, in quotes or without, is put into quotes.
 std::string describeText(const Cell& cell, std::size_t maxColumns) {
     std::string text = makeVisible(cell.bytes, LineBreaks::Show);
+    const std::size_t first = text.find_first_not_of('\'');
+    if (first != std::string::npos &&
+        std::string_view(text).substr(first, text.find_last_not_of('\'') - first + 1) == "NULL") {
+        text = "'" + text + "'";
+    }
     if (cell.size > cell.bytes.size()) {
         text += "\u2026";
     }
     return abbreviateToColumns(text, maxColumns);
 }
 
-std::string describeCell(const Cell& cell, std::size_t maxColumns) {
-    switch (cell.kind) {
-        case Cell::Kind::Null:
-            return "NULL";
-        case Cell::Kind::Blob:
-            return describeBlob(cell);
-        case Cell::Kind::Number:
-        case Cell::Kind::Boolean:
-            return cell.bytes;
-        default:
-            return describeText(cell, maxColumns);
-    }
+std::size_t obtainMaxColumns(std::size_t maxCellColumns) {
+    return maxCellColumns == 0 ? std::numeric_limits<std::size_t>::max() : maxCellColumns;
 }
 
 /// One column of the table, ready to print.
@@ -61,16 +57,17 @@ struct PrintedColumn {
     }
 };
 
-PrintedColumn makeColumn(const ResultTable& table, std::size_t index, std::size_t maxColumns) {
+PrintedColumn makeColumn(const ResultTable& table, std::size_t index, std::size_t maxCellColumns) {
     PrintedColumn column;
-    column.add(abbreviateToColumns(makeVisible(table.columns[index], LineBreaks::Show), maxColumns));
+    column.add(
+        abbreviateToColumns(makeVisible(table.columns[index], LineBreaks::Show), obtainMaxColumns(maxCellColumns)));
     bool hasNumber = false;
     bool hasOther = false;
     for (const std::vector<Cell>& row : table.rows) {
         const Cell& cell = row[index];
         hasNumber = hasNumber || cell.kind == Cell::Kind::Number;
         hasOther = hasOther || cell.kind == Cell::Kind::Text || cell.kind == Cell::Kind::Blob;
-        column.add(describeCell(cell, maxColumns));
+        column.add(describeCell(cell, maxCellColumns));
     }
     column.isNumeric = hasNumber && !hasOther;
     return column;
@@ -112,24 +109,70 @@ void printCount(std::ostream& output, const ResultTable& table) {
     }
 }
 
+std::vector<PrintedColumn> makeColumns(const ResultTable& table, std::size_t maxCellColumns) {
+    std::vector<PrintedColumn> columns;
+    for (std::size_t i = 0; i < table.columns.size(); ++i) {
+        columns.push_back(makeColumn(table, i, maxCellColumns));
+    }
+    return columns;
+}
+
 }  // namespace
+
+std::string describeCell(const Cell& cell, std::size_t maxCellColumns) {
+    switch (cell.kind) {
+        case Cell::Kind::Null:
+            return "NULL";
+        case Cell::Kind::Blob:
+            return describeBlob(cell);
+        case Cell::Kind::Number:
+        case Cell::Kind::Boolean:
+            return cell.bytes;
+        default:
+            return describeText(cell, obtainMaxColumns(maxCellColumns));
+    }
+}
 
 void printTable(std::ostream& output, const ResultTable& table, std::size_t maxCellColumns) {
     if (table.columns.empty()) {
         output << "(no result)\n";
         return;
     }
-    const std::size_t maxColumns = maxCellColumns == 0 ? std::numeric_limits<std::size_t>::max() : maxCellColumns;
-    std::vector<PrintedColumn> columns;
-    for (std::size_t i = 0; i < table.columns.size(); ++i) {
-        columns.push_back(makeColumn(table, i, maxColumns));
-    }
+    const std::vector<PrintedColumn> columns = makeColumns(table, maxCellColumns);
     printLine(output, columns, 0);
     printRule(output, columns);
     for (std::size_t line = 1; line <= table.rows.size(); ++line) {
         printLine(output, columns, line);
     }
     printCount(output, table);
+}
+
+void printVertically(std::ostream& output, const ResultTable& table, std::size_t maxCellColumns) {
+    if (table.columns.empty()) {
+        output << "(no result)\n";
+        return;
+    }
+    PrintedColumn names;
+    for (const std::string& name : table.columns) {
+        names.add(abbreviateToColumns(makeVisible(name, LineBreaks::Show), obtainMaxColumns(maxCellColumns)));
+    }
+    for (std::size_t row = 0; row < table.rows.size(); ++row) {
+        output << "-- row " << row + 1 << " --\n";
+        for (std::size_t i = 0; i < names.texts.size(); ++i) {
+            output << names.texts[i] << std::string(names.width - names.widths[i], ' ') << " | "
+                   << describeCell(table.rows[row][i], maxCellColumns) << '\n';
+        }
+    }
+    printCount(output, table);
+}
+
+std::size_t measureTable(const ResultTable& table, std::size_t maxCellColumns) {
+    constexpr std::size_t kSeparatorColumns = 3;
+    std::size_t columns = 0;
+    for (const PrintedColumn& column : makeColumns(table, maxCellColumns)) {
+        columns += (columns == 0 ? 0 : kSeparatorColumns) + column.width;
+    }
+    return columns;
 }
 
 }  // namespace host

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <ostream>
+#include <string>
 
 #include "engine/result.h"
 
@@ -10,10 +11,19 @@ namespace host {
 
 /// Prints a result as an aligned table and a line that counts its rows.
 ///
-/// Columns of numbers are aligned to the right. NULL is written as NULL, a blob as its first bytes and its size, and
-/// nothing in a value can act on the terminal.
+/// Columns of numbers are aligned to the right, and nothing in a value can act on the terminal.
 /// @param maxCellColumns  longer values are cut off with U+2026; 0: never
 void printTable(std::ostream& output, const ResultTable& table, std::size_t maxCellColumns);
+
+/// Prints the rows of a result one after the other, each value on a line behind its column's name.
+void printVertically(std::ostream& output, const ResultTable& table, std::size_t maxCellColumns);
+
+/// The columns of a terminal that printTable would use.
+[[nodiscard]] std::size_t measureTable(const ResultTable& table, std::size_t maxCellColumns);
+
+/// A value as the functions above show it: NULL as NULL, a text that spells NULL in quotes, a blob as its first bytes
+/// and its size.
+[[nodiscard]] std::string describeCell(const Cell& cell, std::size_t maxCellColumns);
 
 }  // namespace host
 

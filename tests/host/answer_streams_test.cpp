@@ -63,8 +63,11 @@ TEST(VisibleStream, TakesOutASecretThatComesInPieces) {
 
 TEST(VisibleStream, LooksAtTheCharacterBeforeAPiece) {
     VisibleStream stream;
-    EXPECT_EQ(stream.add("\u2764") + stream.add("\ufe0f") + stream.add("a") + stream.add("\ufe0f"),
-              "\u2764\ufe0fa<U+FE0F>");
+    std::string result;
+    for (const char* piece : {"\u2764", "\ufe0f", "a", "\ufe0f"}) {
+        result += stream.add(piece);
+    }
+    EXPECT_EQ(result, "\u2764\ufe0fa<U+FE0F>");
 }
 
 TEST(MarkdownStream, ChangesNothingButColours) {

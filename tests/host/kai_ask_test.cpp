@@ -125,7 +125,7 @@ TEST_F(KaiAsk, SaysThatThereIsNoSqlToRun) {
 }
 
 TEST_F(KaiAsk, SaysThatTheAnswerIsEmpty) {
-    start().queueAnswer({.choices = {}});
+    start().queueAnswer(KAIEmulatedAnswer::say(""));
     const KaiOutcome outcome = ask();
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.output, "");
@@ -144,7 +144,7 @@ TEST_F(KaiAsk, TracesNoKeyInAUrl) {
     start("google");
     const KaiOutcome outcome = ask({"--trace"});
     EXPECT_EQ(outcome.code, 0) << outcome.errors;
-    EXPECT_THAT(outcome.errors, HasSubstr("?key=***"));
+    EXPECT_THAT(outcome.errors, HasSubstr("&key=***"));
 }
 
 TEST_F(KaiAsk, SaysWhatADatabaseLacks) {

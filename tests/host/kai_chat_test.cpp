@@ -74,20 +74,20 @@ TEST_F(KaiChat, KnowsItsCommands) {
     start();
     const KaiOutcome outcome = chat("/help\n/run\n/sql\n/run 0\n/frob\n/quit\nnever asked\n");
     EXPECT_EQ(outcome.code, 2);
-    EXPECT_THAT(outcome.output, HasSubstr("/run [N]"));
+    EXPECT_THAT(outcome.output, HasSubstr("\\run [N]"));
     EXPECT_EQ(outcome.errors,
               "kai: the answer has no SQL to run\nkai: the last answer has no SQL\n"
-              "kai: /run takes the number of a block, from 1\nkai: there is no such command; /help shows them\n");
+              "kai: \\run takes the number of a block, from 1\nkai: there is no such command; \\help shows them\n");
     EXPECT_EQ(m_emulator->obtainServer().countRequests(), 0U);
 }
 
-TEST_F(KaiChat, ShowsAPromptOnATerminal) {
+TEST_F(KaiChat, AsksOnATerminalBeforeSqlRuns) {
     start().queueAnswer(answerWithSql("SELECT 5 AS five;"));
     const std::unique_ptr<ChildProcess> process = launch(Words{"chat"} + turn(), ChildProcessSetup::Terminal::All);
     ASSERT_TRUE(process->waitForOutput("kai> "));
     process->write("question\n");
-    ASSERT_TRUE(process->waitForOutput("(/run runs the SQL"));
-    process->write("/run\n");
+    ASSERT_TRUE(process->waitForOutput("Run this SQL, for reading only? [y/N] "));
+    process->write("y\n");
     ASSERT_TRUE(process->waitForOutput("(1 row)"));
     process->write("\x04");
     EXPECT_EQ(process->wait(), 0);

@@ -51,7 +51,8 @@ TEST_F(KaiTerminal, KeepsALongLineThatIsTypedWhileATurnRuns) {
     process->write(question.substr(0, 4000));
     m_emulator->obtainServer().releaseStalls();
     EXPECT_EQ(type(*process, question.substr(4000) + "\n"), question);
-    quit(*process);
+    process->write("/quit\n");
+    EXPECT_EQ(process->wait(), 4) << "the turn that stalled has failed";
 }
 
 TEST_F(KaiTerminal, SendsAPastedParagraphAsOneQuestion) {
@@ -97,13 +98,16 @@ TEST_F(KaiTerminal, UsesNoEscapesForPastingOnADumbTerminal) {
 }
 
 TEST_F(KaiTerminal, GivesTheTerminalBackAsItWas) {
-    ChildProcess shell({.arguments = {"sh", "-c", "stty -a; \"$0\" \"$@\"; stty -a; echo done", KAI_PROGRAM, "chat",
-                                      "--provider", "deepseek", "--api-host", m_emulator->obtainHost(), "--ca-file",
-                                      m_emulator->obtainServer().obtainCAFile(), "--db", m_database, "--model", "m"},
-                        .environment = m_environment,
-                        .terminal = ChildProcess::Terminal::All});
+    ChildProcess shell(
+        {.arguments = {"sh", "-c", "trap : INT; stty -a; \"$0\" \"$@\"; stty -a; echo done", KAI_PROGRAM, "chat",
+                       "--provider", "deepseek", "--api-host", m_emulator->obtainHost(), "--ca-file",
+                       m_emulator->obtainServer().obtainCAFile(), "--db", m_database, "--model", "m"},
+         .environment = m_environment,
+         .terminal = ChildProcess::Terminal::All});
     ASSERT_TRUE(shell.waitForOutput("kai> "));
-    shell.write("\x03\x03");
+    shell.write("\x03");
+    ASSERT_TRUE(shell.waitForOutput("Ctrl-C once more"));
+    shell.write("\x03");
     ASSERT_TRUE(shell.waitForOutput("done"));
     EXPECT_EQ(shell.wait(), 0);
     const std::string output = shell.obtainOutput();

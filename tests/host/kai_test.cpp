@@ -7,8 +7,9 @@ namespace {
 /// The paths of the requests that carry a question.
 bool isQuestion(const LoopbackRequest& request) {
     const auto endsWith = [&](std::string_view end) { return std::string_view(request.path).ends_with(end); };
-    return request.method == "POST" && (endsWith("/chat/completions") || endsWith(":generateContent") ||
-                                        endsWith("/api/chat") || endsWith("/messages"));
+    return request.method == "POST" &&
+           (endsWith("/chat/completions") || endsWith(":generateContent") || endsWith(":streamGenerateContent") ||
+            endsWith("/api/chat") || endsWith("/messages"));
 }
 
 }  // namespace

@@ -1,0 +1,58 @@
+// What of a database the model is told.
+
+#include "kai_test.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+class KaiPromptChoice : public KaiTest {
+protected:
+    std::string readSystemText(std::size_t question) {
+        return listQuestions().at(question)["messages"][0]["content"].get<std::string>();
+    }
+};
+
+TEST_F(KaiPromptChoice, TellsOfTheChosenTablesOnly) {
+    const std::string prompt = run({"prompt", "--db", m_database, "--tables", "vis*"}).output;
+    EXPECT_THAT(prompt, HasSubstr("CREATE TABLE `visits`"));
+    EXPECT_THAT(prompt, Not(HasSubstr("CREATE TABLE `cities`")));
+    EXPECT_THAT(run({"prompt", "--db", m_database, "--exclude", "visits"}).output, Not(HasSubstr("`visits`")));
+    expectFailure(run({"prompt", "--db", m_database, "--tables", "none"}), 2, "leave none of the 2 tables and views");
+}
+
+TEST_F(KaiPromptChoice, KeepsToABudgetAndSaysWhatIsLeftOut) {
+    start();
+    const KaiOutcome outcome =
+        run(Words{"chat", "--budget", "30"} + turn(), "How many cities?\nHow many cities, again?\nAnd visits?\n");
+    EXPECT_THAT(readSystemText(0), HasSubstr("CREATE TABLE `cities`"));
+    EXPECT_THAT(readSystemText(0), Not(HasSubstr("CREATE TABLE `visits`")));
+    EXPECT_EQ(outcome.errors,
+              "kai: the model is told of 1 tables and views; 1 are left out for --budget 30: visits\n"
+              "kai: the model is told of 0 tables and views; 2 are left out for --budget 30: cities, visits\n");
+}
+
+TEST_F(KaiPromptChoice, PrintsExactlyWhatIsSentWithABudget) {
+    start();
+    const Words choice{"--budget", "30", "--detail"};
+    ASSERT_EQ(run(Words{"ask"} + turn() + choice + Words{"How many cities?"}).code, 0);
+    EXPECT_EQ(run(Words{"prompt", "--db", m_database, "--question", "How many cities?"} + choice).output,
+              readSystemText(0));
+}
+
+TEST_F(KaiPromptChoice, SharesRowsOnlyWhenToldToAndShowsThemBefore) {
+    start();
+    m_emulator->answerWith(
+        [](const KAIEmulatedTurn&) { return answerWithSql("SELECT name FROM cities ORDER BY id;"); });
+    KaiOutcome outcome = run(Words{"chat", "--run", "--share-rows", "2"} + turn(), "one\ntwo\n");
+    EXPECT_EQ(listQuestions().at(1)["messages"].back()["content"],
+              "The first rows of the result of your SQL:\n\n| name |\n|---|\n| Łódź |\n| Graz |\n\ntwo");
+    EXPECT_THAT(outcome.errors,
+                HasSubstr("sent with the question, as --share-rows says: | name | |---| | Łódź | | Graz |"));
+    outcome = run(Words{"chat", "--run"} + turn(), "one\ntwo\n");
+    EXPECT_EQ(listQuestions().at(3)["messages"].back()["content"], "two");
+    EXPECT_EQ(outcome.errors, "");
+}
+
+}  // namespace
