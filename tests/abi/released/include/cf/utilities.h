@@ -1,0 +1,32 @@
+#ifndef CF_UTILITIES_H
+#define CF_UTILITIES_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cf/export.h"
+
+/// Runs a function when it goes out of scope, on every way out of the scope, an exception included.
+/// The function must not throw: it runs in a destructor.
+class CF_EXPORT CODefer {
+public:
+    /// @param action  run once by the destructor; an empty function is allowed and does nothing
+    explicit CODefer(std::function<void()> action);
+    ~CODefer();
+    CODefer(const CODefer&) = delete;
+    CODefer& operator=(const CODefer&) = delete;
+
+private:
+    std::function<void()> m_action;
+};
+
+/// Joins the parts of a URL with one "/" between two parts. The parts are taken as they are: a slash that a part
+/// begins or ends with is not doubled, and nothing is percent-encoded.
+/// @return the joined text; empty for no parts
+[[nodiscard]] CF_EXPORT std::string cfConcatURL(const std::vector<std::string>& parts);
+
+/// The text without space, tab, CR, LF, VT and FF at both ends.
+[[nodiscard]] CF_EXPORT std::string cfTrimAsString(const std::string& text);
+
+#endif

@@ -1,0 +1,65 @@
+#ifndef CF_VARIANT_H
+#define CF_VARIANT_H
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "cf/export.h"
+
+class CMVariant;
+
+/// Values in order.
+using CMVariantList = std::vector<CMVariant>;
+
+/// Values by name, in ascending byte order of the names.
+using CMVariantMap = std::map<std::string, CMVariant>;
+
+/// One value of a type that is known at run time: nothing, a text, a number, a list or a map.
+///
+/// A copyable and movable value that owns all it holds. Reads never throw for a value of another type: they convert
+/// or give an empty result as told at each of them. One object is used from one thread at a time; separate objects
+/// (copies included) are independent.
+class CF_EXPORT CMVariant {
+public:
+    enum class ValueType : std::int32_t { Null, String, Double, List, Map };
+
+    /// A null value.
+    CMVariant() noexcept;
+    /// A copy of a NUL-terminated text; a null pointer gives an empty string.
+    CMVariant(const char* text);
+    CMVariant(std::string text) noexcept;
+    CMVariant(double number) noexcept;
+    CMVariant(CMVariantList list) noexcept;
+    CMVariant(CMVariantMap map) noexcept;
+
+    CMVariant(const CMVariant& other);
+    CMVariant(CMVariant&& other) noexcept;
+    CMVariant& operator=(const CMVariant& other);
+    CMVariant& operator=(CMVariant&& other) noexcept;
+    ~CMVariant();
+
+    /// The type of the value now held.
+    [[nodiscard]] ValueType getValueType() const noexcept;
+
+    /// The text of a string; of a double the shortest text that reads back as the same double (C locale); otherwise
+    /// empty.
+    [[nodiscard]] std::string stringValue() const;
+
+    /// The number of a double; of a string the finite number that it spells in whole (C locale, blanks around it
+    /// allowed), 0.0 where it spells none; otherwise 0.0.
+    [[nodiscard]] double doubleValue() const noexcept;
+
+    /// The items of a list; empty for another type. Valid until this value is changed or destroyed.
+    [[nodiscard]] const CMVariantList& listValue() const noexcept;
+
+    /// The entries of a map; empty for another type. Valid until this value is changed or destroyed.
+    [[nodiscard]] const CMVariantMap& mapValue() const noexcept;
+
+private:
+    std::variant<std::monostate, std::string, double, CMVariantList, CMVariantMap> m_value;
+};
+
+#endif
