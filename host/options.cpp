@@ -17,7 +17,7 @@ namespace host {
 namespace {
 
 constexpr const char* kDescription =
-    "Ask an AI assistant about a SQLite database.\n"
+    "Ask an AI assistant about a database: a SQLite file, PostgreSQL, MariaDB or MySQL.\n"
     "The model is told the structure of the database, never its data.";
 
 constexpr const char* kFooter = R"(
@@ -215,7 +215,7 @@ void checkOptions(const Options& options) {
           "--temperature takes a number such as 0.2");
     const bool isTurn = options.command == Command::Ask || options.command == Command::Chat;
     const bool needsDatabase = options.command == Command::Prompt || (isTurn && options.continueFile.empty());
-    check(!needsDatabase || !options.database.empty(), "no database; name a SQLite file with --db");
+    check(!needsDatabase || !options.database.empty(), "no database; name a file or an address with --db");
     check(options.format.empty() || findResultFormat(options.format),
           "unknown format '" + makeOneLine(options.format) + "'; choose one of " + listResultFormats());
     check(options.format.empty() || options.isRun, "--format is for the results of --run");

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 
+#include "engine/server_url.h"
 #include "host_error.h"
+#include "mariadb/maria_engine.h"
+#include "postgresql/pg_engine.h"
 #include "sqlite/sqlite_engine.h"
 #include "terminal/text_safety.h"
 
@@ -38,6 +41,14 @@ std::string_view readScheme(std::string_view source) {
 const std::vector<Engine>& listEngines() {
     static const std::vector<Engine> engines{
         {"SQLite", {}, {"sqlite", "sqlite3"}, &describeSqliteLibrary, &keepFileName, &openSqlite, "EXPLAIN QUERY PLAN"},
+        {"PostgreSQL",
+         {"postgresql", "postgres"},
+         {"postgresql", "postgres", "pgsql", "psql"},
+         &describePostgresqlLibrary,
+         &describeServerUrl,
+         &openPostgresql},
+        {"MySQL", {"mysql"}, {"mysql", "mariadb"}, &describeMariaLibrary, &describeServerUrl, &openMaria},
+        {"MariaDB", {"mariadb"}, {"mariadb", "mysql"}, &describeMariaLibrary, &describeServerUrl, &openMaria},
     };
     return engines;
 }
@@ -69,7 +80,10 @@ std::vector<std::string_view> listBlockMarks() {
 std::string describeLibraries() {
     std::string text;
     for (const Engine& engine : listEngines()) {
-        text += (text.empty() ? "" : ", ") + engine.describeLibrary();
+        // Two engines may share a library.
+        if (const std::string library = engine.describeLibrary(); text.find(library) == std::string::npos) {
+            text += (text.empty() ? "" : ", ") + library;
+        }
     }
     return text;
 }

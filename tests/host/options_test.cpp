@@ -132,7 +132,8 @@ TEST(Options, PrintsHelpWithExamplesAndExitCodes) {
 TEST(Options, PrintsTheVersion) {
     const ParsedCommandLine parsed = parse({"--version"});
     EXPECT_EQ(parsed.exitCode, 0);
-    EXPECT_THAT(parsed.output, testing::MatchesRegex("kai [0-9]+\\.[0-9]+\\.[0-9]+ \\(SQLite 3[.0-9]+\\)\n"));
+    EXPECT_THAT(parsed.output, testing::MatchesRegex("kai [0-9]+\\.[0-9]+\\.[0-9]+ \\(SQLite 3[.0-9]+, libpq [.0-9]+, "
+                                                     "libmariadb [.0-9]+\\)\n"));
 }
 
 TEST(Options, SaysWhatIsWrong) {
