@@ -4,6 +4,7 @@
 
 #include "cf/utilities.h"
 #include "conversation/instructions.h"
+#include "engine/structure_filter.h"
 #include "host_error.h"
 #include "terminal/interrupts.h"
 #include "terminal/text_safety.h"
@@ -30,25 +31,36 @@ std::string describeLeftOut(const FittedStructure& fitted, std::size_t budget) {
            makeOneLine(names);
 }
 
+/// Keeps of the structure what the command line chooses, and adds a warning for what looks mistyped.
+void choose(DatabaseStructure& structure, const StructureChoice& choice) {
+    const FilterSummary summary = filterStructure(structure, {.schemas = splitPatterns(choice.schemas),
+                                                              .relations = splitPatterns(choice.tables),
+                                                              .excluded = splitPatterns(choice.exclude)});
+    for (const std::string& pattern : summary.unusedPatterns) {
+        structure.warnings.push_back("nothing fits the pattern '" + makeOneLine(pattern) + "'");
+    }
+    if (std::string warning = warnOfHiddenCharacters(structure); !warning.empty()) {
+        structure.warnings.push_back(std::move(warning));
+    }
+}
+
 }  // namespace
 
 OpenDatabase openDatabase(const std::string& source, const StructureChoice& choice, Console& console) {
     Database database(source);
     DatabaseStructure structure = readWithSignsOfLife(database, choice.obtainDetail(), console);
     const std::size_t count = countRelations(structure);
-    structure = selectByPatterns(std::move(structure), choice);
-    if (std::string warning = warnOfHiddenCharacters(structure); !warning.empty()) {
-        structure.warnings.push_back(std::move(warning));
-    }
+    choose(structure, choice);
     const std::string name = "the database '" + makeOneLine(database.obtainName()) + "'";
+    if (count != 0 && countRelations(structure) == 0) {
+        throw HostError(ExitCode::Usage, "--tables, --exclude and --schema leave none of the " + formatCount(count) +
+                                             " tables and views of " + name);
+    }
     for (const std::string& warning : structure.warnings) {
         console.note("in " + name + ", " + warning);
     }
     if (count == 0) {
         console.note(name + " has no tables and no views");
-    } else if (countRelations(structure) == 0) {
-        throw HostError(ExitCode::Usage, "--tables, --exclude and --schema leave none of the " + formatCount(count) +
-                                             " tables and views of " + name);
     }
     return {std::move(database), std::move(structure)};
 }

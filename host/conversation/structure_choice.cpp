@@ -4,9 +4,9 @@
 #include <set>
 #include <utility>
 
-#include "cf/utilities.h"
 #include "conversation/instructions.h"
 #include "engine/hidden_characters.h"
+#include "engine/structure_filter.h"
 
 namespace host {
 namespace {
@@ -17,73 +17,6 @@ std::string lowerCase(std::string_view text) {
         return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a') : character;
     });
     return lower;
-}
-
-/// Whether a text fits a pattern; both in lower case.
-bool fits(std::string_view text, std::string_view pattern) {
-    std::size_t position = 0;
-    std::size_t place = 0;
-    std::size_t star = std::string_view::npos;
-    std::size_t starPosition = 0;
-    while (position < text.size()) {
-        if (place < pattern.size() && pattern[place] == '*') {
-            star = place++;
-            starPosition = position;
-        } else if (place < pattern.size() && pattern[place] == text[position]) {
-            ++place;
-            ++position;
-        } else if (star != std::string_view::npos) {
-            place = star + 1;
-            position = ++starPosition;
-        } else {
-            return false;
-        }
-    }
-    return pattern.find_first_not_of('*', place) == std::string_view::npos;
-}
-
-class Patterns {
-public:
-    explicit Patterns(const std::string& list) {
-        for (std::size_t start = 0; start < list.size();) {
-            const std::size_t end = std::min(list.find(',', start), list.size());
-            if (std::string pattern = lowerCase(cfTrimAsString(list.substr(start, end - start))); !pattern.empty()) {
-                m_patterns.push_back(std::move(pattern));
-            }
-            start = end + 1;
-        }
-    }
-
-    [[nodiscard]] bool isEmpty() const noexcept { return m_patterns.empty(); }
-
-    [[nodiscard]] bool fitsName(std::string_view name) const {
-        return std::any_of(m_patterns.begin(), m_patterns.end(),
-                           [&](const std::string& pattern) { return fits(lowerCase(name), pattern); });
-    }
-
-    [[nodiscard]] bool fitsRelation(std::string_view schema, std::string_view name) const {
-        const std::string bare = lowerCase(name);
-        const std::string qualified = lowerCase(schema) + "." + bare;
-        return std::any_of(m_patterns.begin(), m_patterns.end(), [&](const std::string& pattern) {
-            return fits(pattern.find('.') == std::string::npos ? bare : qualified, pattern);
-        });
-    }
-
-private:
-    std::vector<std::string> m_patterns;
-};
-
-/// Removes the relations of a structure for which the condition does not hold.
-template <typename Condition>
-void keepRelations(DatabaseStructure& structure, const Condition& isKept) {
-    for (CatalogDescription& catalog : structure.catalogs) {
-        for (SchemaDescription& schema : catalog.schemas) {
-            for (auto* relations : {&schema.tables, &schema.views, &schema.materializedViews}) {
-                std::erase_if(*relations,
-                              [&](const RelationDescription& relation) { return !isKept(schema, relation); });
-            }
-        }
-    }
 }
 
 std::size_t measureNames(const std::vector<std::string>& names) {
@@ -201,18 +134,6 @@ std::string describeRelation(const RelationDescription& relation) {
 
 }  // namespace
 
-DatabaseStructure selectByPatterns(DatabaseStructure structure, const StructureChoice& choice) {
-    const Patterns tables(choice.tables);
-    const Patterns exclude(choice.exclude);
-    const Patterns schemas(choice.schemas);
-    keepRelations(structure, [&](const SchemaDescription& schema, const RelationDescription& relation) {
-        return (schemas.isEmpty() || schemas.fitsName(schema.name)) &&
-               (tables.isEmpty() || tables.fitsRelation(schema.name, relation.name)) &&
-               !exclude.fitsRelation(schema.name, relation.name);
-    });
-    return structure;
-}
-
 FittedStructure fitToBudget(const DatabaseStructure& structure, std::size_t budget, std::string_view question) {
     std::vector<Candidate> candidates = rankRelations(structure, question);
     std::size_t bytes = 0;
@@ -227,17 +148,19 @@ FittedStructure fitToBudget(const DatabaseStructure& structure, std::size_t budg
             }
         }
     }
-    FittedStructure fitted;
+    FittedStructure fitted{.structure = structure, .leftOut = {}};
+    std::set<std::pair<std::string, std::string>> leftOut;
     for (const Candidate& candidate : candidates) {
         if (!candidate.isKept) {
             fitted.leftOut.push_back(candidate.relation->name);
+            leftOut.emplace(candidate.schema->name, candidate.relation->name);
         }
     }
-    // The copy has the same relations in the same order: what is kept is told by counting.
-    fitted.structure = structure;
-    std::size_t next = 0;
-    keepRelations(fitted.structure,
-                  [&](const SchemaDescription&, const RelationDescription&) { return candidates[next++].isKept; });
+    if (!leftOut.empty()) {
+        keepRelations(fitted.structure, [&](const std::string& schema, const std::string& relation) {
+            return !leftOut.contains({schema, relation});
+        });
+    }
     return fitted;
 }
 

@@ -12,8 +12,7 @@ namespace host {
 
 /// What of a database the model is told.
 struct StructureChoice {
-    /// Comma-separated patterns in which "*" stands for any characters, compared without case. A pattern with a dot is
-    /// compared with "schema.table", one without with the table's name. Empty: no limit.
+    /// Patterns as StructureFilter has them, with commas between them. Empty: no limit.
     std::string tables;
     std::string exclude;
     std::string schemas;
@@ -24,9 +23,6 @@ struct StructureChoice {
         return isDetailed ? StructureDetail::Full : StructureDetail::Keys;
     }
 };
-
-/// The structure without the tables and views that the patterns leave out.
-[[nodiscard]] DatabaseStructure selectByPatterns(DatabaseStructure structure, const StructureChoice& choice);
 
 /// A structure that fits a budget, and what was left out of it.
 struct FittedStructure {

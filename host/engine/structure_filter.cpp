@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <set>
-#include <utility>
 
 namespace host {
 namespace {
@@ -59,75 +58,54 @@ private:
     std::set<std::string> m_used;
 };
 
-class StructureFiltering {
-public:
-    explicit StructureFiltering(const StructureFilter& filter)
-        : m_schemas(filter.schemas), m_relations(filter.relations), m_excluded(filter.excluded) {}
-
-    FilterSummary apply(DatabaseStructure& structure) {
-        for (CatalogDescription& catalog : structure.catalogs) {
-            for (SchemaDescription& schema : catalog.schemas) {
-                forEachList(schema, [&](std::vector<RelationDescription>& list) { keepChosen(schema.name, list); });
-            }
-            for (SchemaDescription& schema : catalog.schemas) {
-                forEachList(schema, [&](std::vector<RelationDescription>& list) { cutForeignKeys(schema.name, list); });
-            }
-            std::erase_if(catalog.schemas, [](const SchemaDescription& schema) {
-                return schema.tables.empty() && schema.views.empty() && schema.materializedViews.empty();
-            });
-        }
-        for (const PatternList* patterns : {&m_schemas, &m_relations, &m_excluded}) {
-            patterns->reportUnused(m_summary.unusedPatterns);
-        }
-        return std::move(m_summary);
-    }
-
-private:
-    template <typename Action>
-    static void forEachList(SchemaDescription& schema, const Action& action) {
-        action(schema.tables);
-        action(schema.views);
-        action(schema.materializedViews);
-    }
-
-    /// Asks every list, so that each notes what fits.
-    bool isChosen(const std::string& schema, const std::string& relation) {
-        const bool isInSchema = m_schemas.fitsSchema(schema) || m_schemas.isEmpty();
-        const bool isNamed = m_relations.fitsRelation(schema, relation) || m_relations.isEmpty();
-        const bool isExcluded = m_excluded.fitsRelation(schema, relation);
-        return isInSchema && isNamed && !isExcluded;
-    }
-
-    void keepChosen(const std::string& schema, std::vector<RelationDescription>& relations) {
-        m_summary.relationCount += std::erase_if(relations, [&](const RelationDescription& relation) {
-            const bool isKept = isChosen(schema, relation.name);
-            if (!isKept) {
-                m_leftOut.emplace(schema, relation.name);
-            }
-            return !isKept;
-        });
-    }
-
-    void cutForeignKeys(const std::string& schema, std::vector<RelationDescription>& relations) {
-        for (RelationDescription& relation : relations) {
-            m_summary.foreignKeyCount += std::erase_if(relation.foreignKeys, [&](const ForeignKeyDescription& key) {
-                const std::string& parentSchema = key.parentSchema.empty() ? schema : key.parentSchema;
-                return m_leftOut.contains({parentSchema, key.parentTable}) || !isChosen(parentSchema, key.parentTable);
-            });
+template <typename Action>
+void forEachList(DatabaseStructure& structure, const Action& action) {
+    for (CatalogDescription& catalog : structure.catalogs) {
+        for (SchemaDescription& schema : catalog.schemas) {
+            action(schema.name, schema.tables);
+            action(schema.name, schema.views);
+            action(schema.name, schema.materializedViews);
         }
     }
-
-    PatternList m_schemas;
-    PatternList m_relations;
-    PatternList m_excluded;
-    std::set<std::pair<std::string, std::string>> m_leftOut;
-    FilterSummary m_summary;
-};
+}
 
 }  // namespace
 
+RemovedCounts keepRelations(DatabaseStructure& structure, const RelationTest& isKept) {
+    RemovedCounts removed;
+    forEachList(structure, [&](const std::string& schema, std::vector<RelationDescription>& relations) {
+        removed.relations += std::erase_if(
+            relations, [&](const RelationDescription& relation) { return !isKept(schema, relation.name); });
+        for (RelationDescription& relation : relations) {
+            removed.foreignKeys += std::erase_if(relation.foreignKeys, [&](const ForeignKeyDescription& key) {
+                return !isKept(key.parentSchema.empty() ? schema : key.parentSchema, key.parentTable);
+            });
+        }
+    });
+    for (CatalogDescription& catalog : structure.catalogs) {
+        std::erase_if(catalog.schemas, [](const SchemaDescription& schema) {
+            return schema.tables.empty() && schema.views.empty() && schema.materializedViews.empty();
+        });
+    }
+    return removed;
+}
+
 FilterSummary filterStructure(DatabaseStructure& structure, const StructureFilter& filter) {
-    return StructureFiltering(filter).apply(structure);
+    PatternList schemas(filter.schemas);
+    PatternList relations(filter.relations);
+    PatternList excluded(filter.excluded);
+    FilterSummary summary;
+    // Asks every list, so that each notes what fits.
+    summary.removed = keepRelations(structure, [&](const std::string& schema, const std::string& relation) {
+        const bool isInSchema = schemas.fitsSchema(schema) || schemas.isEmpty();
+        const bool isNamed = relations.fitsRelation(schema, relation) || relations.isEmpty();
+        const bool isExcluded = excluded.fitsRelation(schema, relation);
+        return isInSchema && isNamed && !isExcluded;
+    });
+    for (const PatternList* patterns : {&schemas, &relations, &excluded}) {
+        patterns->reportUnused(summary.unusedPatterns);
+    }
+    return summary;
 }
 
 std::vector<std::string> splitPatterns(std::string_view list) {

@@ -2,6 +2,7 @@
 #define HOST_ENGINE_STRUCTURE_FILTER_H
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -19,15 +20,25 @@ struct StructureFilter {
     std::vector<std::string> excluded;   ///< taken out of those
 };
 
+/// Whether a relation is kept, by the names of its schema and its own.
+using RelationTest = std::function<bool(const std::string& schema, const std::string& relation)>;
+
+struct RemovedCounts {
+    std::size_t relations = 0;
+    std::size_t foreignKeys = 0;  ///< of the relations that stay, to some that do not
+};
+
+/// Takes out of a structure the relations that are not kept, and the foreign keys that lead to them: not even their
+/// names are told. Schemas without relations go too.
+RemovedCounts keepRelations(DatabaseStructure& structure, const RelationTest& isKept);
+
 /// What a filter left out.
 struct FilterSummary {
-    std::size_t relationCount = 0;
-    std::size_t foreignKeyCount = 0;          ///< of the relations that stay, to some that do not
+    RemovedCounts removed;
     std::vector<std::string> unusedPatterns;  ///< that no relation or schema fits: mistyped, most likely
 };
 
-/// Takes out of a structure what a filter leaves out, and the foreign keys that lead there: not even the names of
-/// excluded relations are told. Schemas without relations go too.
+/// Takes out of a structure what a filter leaves out, as keepRelations does.
 FilterSummary filterStructure(DatabaseStructure& structure, const StructureFilter& filter);
 
 /// The patterns of a list with commas between them, blanks around each dropped, empty ones left out.

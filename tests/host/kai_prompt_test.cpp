@@ -19,6 +19,9 @@ TEST_F(KaiPromptChoice, TellsOfTheChosenTablesOnly) {
     EXPECT_THAT(prompt, HasSubstr("CREATE TABLE `visits`"));
     EXPECT_THAT(prompt, Not(HasSubstr("CREATE TABLE `cities`")));
     EXPECT_THAT(run({"prompt", "--db", m_database, "--exclude", "visits"}).output, Not(HasSubstr("`visits`")));
+    EXPECT_THAT(run({"prompt", "--db", m_database, "--exclude", "cities"}).output, Not(HasSubstr("cities")));
+    EXPECT_THAT(run({"prompt", "--db", m_database, "--tables", "visits, citys"}).errors,
+                HasSubstr("nothing fits the pattern 'citys'"));
     expectFailure(run({"prompt", "--db", m_database, "--tables", "none"}), 2, "leave none of the 2 tables and views");
 }
 

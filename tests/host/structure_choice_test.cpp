@@ -9,7 +9,6 @@ using host::FittedStructure;
 using host::ForeignKeyDescription;
 using host::RelationDescription;
 using host::SchemaDescription;
-using host::StructureChoice;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -53,27 +52,6 @@ std::vector<std::string> listNames(const DatabaseStructure& structure) {
     return names;
 }
 
-StructureChoice choose(const std::string& tables, const std::string& exclude = {}, const std::string& schemas = {}) {
-    StructureChoice choice;
-    choice.tables = tables;
-    choice.exclude = exclude;
-    choice.schemas = schemas;
-    return choice;
-}
-
-TEST(StructureChoice, KeepsAllWithoutAPattern) {
-    EXPECT_EQ(listNames(selectByPatterns(makeShop(), {})), listNames(makeShop()));
-}
-
-TEST(StructureChoice, KeepsWhatThePatternsName) {
-    EXPECT_THAT(listNames(selectByPatterns(makeShop(), choose("ORD*, *ew*"))),
-                ElementsAre("shop.orders", "shop.news", "archive.orders"));
-    EXPECT_THAT(listNames(selectByPatterns(makeShop(), choose("shop.o*s"))), ElementsAre("shop.orders"));
-    EXPECT_THAT(listNames(selectByPatterns(makeShop(), choose("order"))), IsEmpty());
-    EXPECT_THAT(listNames(selectByPatterns(makeShop(), choose("*", "*s", ""))), ElementsAre("shop.log"));
-    EXPECT_THAT(listNames(selectByPatterns(makeShop(), choose("", "", "arch*"))), ElementsAre("archive.orders"));
-}
-
 TEST(StructureChoice, LeavesNothingOutOfAStructureThatFits) {
     const FittedStructure fitted = host::fitToBudget(makeShop(), 100000, "");
     EXPECT_EQ(listNames(fitted.structure), listNames(makeShop()));
@@ -92,6 +70,7 @@ TEST(StructureChoice, LeavesOutLastWhatTheQuestionNamesAndItsNeighbours) {
     EXPECT_THAT(neighbours.leftOut, testing::Contains("log"));
     const FittedStructure named = host::fitToBudget(makeShop(), 25, "Which item sold best?");
     EXPECT_THAT(listNames(named.structure), ElementsAre("shop.items"));
+    EXPECT_THAT(named.structure.catalogs.at(0).schemas.at(0).tables.at(0).foreignKeys, IsEmpty());
 }
 
 TEST(StructureChoice, WritesTheDetailThatTheStructureHasNoPlaceFor) {

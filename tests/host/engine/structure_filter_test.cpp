@@ -48,7 +48,7 @@ TEST(StructureFilter, KeepsAllWithoutPatterns) {
     const FilterSummary summary = host::filterStructure(structure, {});
     EXPECT_THAT(list(structure),
                 ElementsAre("public.users:0", "public.orders:1", "public.audit:1", "sales.deals:1", "sales.totals:0"));
-    EXPECT_EQ(summary.relationCount, 0U);
+    EXPECT_EQ(summary.removed.relations, 0U);
     EXPECT_THAT(summary.unusedPatterns, IsEmpty());
 }
 
@@ -57,8 +57,8 @@ TEST(StructureFilter, KeepsTheNamedRelations) {
     const FilterSummary summary =
         host::filterStructure(structure, {.schemas = {}, .relations = {"ORD*", "sales.d*"}, .excluded = {}});
     EXPECT_THAT(list(structure), ElementsAre("public.orders:0", "sales.deals:0"));
-    EXPECT_EQ(summary.relationCount, 3U);
-    EXPECT_EQ(summary.foreignKeyCount, 2U);
+    EXPECT_EQ(summary.removed.relations, 3U);
+    EXPECT_EQ(summary.removed.foreignKeys, 2U);
 }
 
 TEST(StructureFilter, TellsNotEvenTheNamesOfExcludedRelations) {
