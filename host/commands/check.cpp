@@ -1,7 +1,5 @@
-#include <netdb.h>
-#include <sys/socket.h>
-
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <vector>
@@ -10,6 +8,7 @@
 #include "commands/commands.h"
 #include "conversation/conversation.h"
 #include "conversation/instructions.h"
+#include "network/server_probe.h"
 #include "terminal/text_safety.h"
 
 namespace host {
@@ -20,7 +19,10 @@ namespace {
 class CheckUp {
 public:
     CheckUp(const Options& options, Console& console)
-        : m_options(options), m_console(console), m_provider(obtainChosenProvider(options)) {}
+        : m_options(options),
+          m_console(console),
+          m_provider(obtainChosenProvider(options)),
+          m_http(chooseHttpOptions(options, m_provider)) {}
 
     ExitCode run() {
         tell("settings",
@@ -29,7 +31,7 @@ public:
             step("database", [&] { return checkDatabase(); });
         }
         const bool hasKey = step("key", [&] { return checkKey(); });
-        step("name", [&] { return checkName(); });
+        checkWay();
         if (hasKey && step("service", [&] { return checkService(); })) {
             step("model", [&] { return checkModel(); });
         }
@@ -37,6 +39,14 @@ public:
     }
 
 private:
+    void checkWay() {
+        if (!m_http.proxy.empty()) {
+            step("proxy", [&] { return checkProxy(); });
+        } else if (step("name", [&] { return checkName(); }) && !isPlain()) {
+            step("TLS", [&] { return checkCertificate(); });
+        }
+    }
+
     template <typename Check>
     bool step(const std::string& name, Check check) {
         try {
@@ -79,7 +89,7 @@ private:
 
     Assistant& obtainAssistant() {
         if (m_assistant == nullptr) {
-            m_watch = std::make_unique<ExchangeWatch>(m_console, chooseHttpOptions(m_options, m_provider));
+            m_watch = std::make_unique<ExchangeWatch>(m_console, m_http);
             m_watch->install();
             m_assistant = std::make_unique<Assistant>(m_provider, m_key, chooseApiHost(m_options, m_provider).value,
                                                       *m_watch, m_console);
@@ -87,44 +97,32 @@ private:
         return *m_assistant;
     }
 
-    /// The host's name alone, for a look-up of its own: an exchange would say less of what is wrong.
+    [[nodiscard]] std::string checkProxy() const {
+        tryConnection(readServerAddress(m_http.proxy, "3128"), obtainPatience());
+        return m_http.proxy + " takes connections; the host's name and its certificate are left to it";
+    }
+
     std::string checkName() {
-        const std::string host = obtainAssistant().obtainApiHost();
-        if (!chooseHttpOptions(m_options, m_provider).proxy.empty()) {
-            return "left to the proxy " + chooseHttpOptions(m_options, m_provider).proxy;
-        }
-        std::string name = host.substr(0, host.find('/'));
-        if (name.starts_with('[')) {
-            name = name.substr(1, name.find(']') - 1);
-        } else {
-            name = name.substr(0, name.find(':'));
-        }
-        addrinfo hints{};
-        hints.ai_socktype = SOCK_STREAM;
-        addrinfo* found = nullptr;
-        const int code = getaddrinfo(name.c_str(), nullptr, &hints, &found);
-        const std::unique_ptr<addrinfo, void (*)(addrinfo*)> addresses(found, &freeaddrinfo);
-        if (code != 0) {
-            throw HostError(ExitCode::Provider,
-                            name + ": " + gai_strerror(code) + "; check --api-host and the connection to the network");
-        }
-        std::string address(NI_MAXHOST, '\0');
-        getnameinfo(found->ai_addr, found->ai_addrlen, address.data(), NI_MAXHOST, nullptr, 0, NI_NUMERICHOST);
-        return name + " is " + address.substr(0, address.find('\0'));
+        const std::string name = obtainServer().name;
+        return name + " is " + resolveName(name);
+    }
+
+    /// Its issuer tells a provider's certificate from that of something that stands between.
+    std::string checkCertificate() {
+        const ServerCertificate certificate = readCertificate(obtainServer(), obtainPatience());
+        return "the server shows the certificate of " + certificate.subject + ", issued by " + certificate.issuer +
+               ", valid until " + certificate.lastDay;
     }
 
     std::string checkService() {
         m_models = obtainAssistant().listModels();
-        const HttpOptions http = chooseHttpOptions(m_options, m_provider);
-        const std::string host = obtainAssistant().obtainApiHost();
-        const bool isPlain = m_provider.type == KAIAssistantType::OLLAMA ||
-                             std::find(http.plainHTTPHosts.begin(), http.plainHTTPHosts.end(),
-                                       host.substr(0, host.find('/'))) != http.plainHTTPHosts.end();
-        return host + " answers and accepts the key; " +
-               (isPlain ? std::string("plain HTTP, unencrypted")
-                        : "its certificate is trusted by " +
-                              (http.caFile.empty() ? "the system's store" : "the file '" + http.caFile + "'")) +
-               "; it lists " + formatCount(m_models.size()) + " models";
+        const std::string trust =
+            isPlain() ? std::string("plain HTTP, unencrypted")
+                      : "its certificate is trusted by " +
+                            (m_http.caFile.empty() ? "the system's store" : "the file '" + m_http.caFile + "'");
+        return obtainAssistant().obtainApiHost() + " answers" +
+               (m_key.obtainOrigin().empty() ? "" : " and accepts the key") + "; " + trust + "; it lists " +
+               formatCount(m_models.size()) + " models";
     }
 
     std::string checkModel() {
@@ -139,9 +137,27 @@ private:
         return model.value;
     }
 
+    ServerAddress obtainServer() { return readServerAddress(obtainAssistant().obtainApiHost(), "443"); }
+
+    /// Whether the way to the service is not encrypted.
+    bool isPlain() {
+        const std::string host = obtainAssistant().obtainApiHost();
+        const ServerAddress server = obtainServer();
+        return m_provider.type == KAIAssistantType::OLLAMA ||
+               std::any_of(m_http.plainHTTPHosts.begin(), m_http.plainHTTPHosts.end(), [&](const std::string& plain) {
+                   return plain == server.name || plain == host.substr(0, host.find('/'));
+               });
+    }
+
+    /// For one step; it need not wait as long as an answer may take.
+    [[nodiscard]] std::chrono::milliseconds obtainPatience() const {
+        return std::min<std::chrono::milliseconds>(m_http.timeout, std::chrono::seconds{15});
+    }
+
     const Options& m_options;
     Console& m_console;
     const Provider& m_provider;
+    const HttpOptions m_http;
     ApiKey m_key;
     std::unique_ptr<ExchangeWatch> m_watch;
     std::unique_ptr<Assistant> m_assistant;

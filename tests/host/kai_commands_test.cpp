@@ -1,5 +1,7 @@
 // The commands of a chat.
 
+#include <filesystem>
+
 #include "kai_test.h"
 
 namespace {
@@ -65,6 +67,21 @@ TEST_F(KaiCommands, SaveLoadForgetAndExport) {
     EXPECT_THAT(readFile(exported), testing::StartsWith("## one\n\nfirst\n\n## three\n\nAnswer "));
     EXPECT_THAT(outcome.errors, HasSubstr("exists; name a new file"));
     EXPECT_EQ(outcome.code, 2);
+}
+
+TEST_F(KaiCommands, BeginAnewWithAnotherProvider) {
+    start("google");
+    m_environment["XDG_CONFIG_HOME"] = m_folder.name("config");
+    std::filesystem::create_directories(m_folder.name("config/kai"));
+    static_cast<void>(m_folder.write("config/kai/config", "ca-file = " + m_emulator->obtainServer().obtainCAFile() +
+                                                              "\n[google]\nhost = " + m_emulator->obtainHost() + "\n"));
+    m_emulator->queueAnswer(KAIEmulatedAnswer::say("from google"));
+    const KaiOutcome outcome =
+        run({"chat", "--provider", "deepseek", "--api-host", "127.0.0.1:1", "--db", m_database, "--model", "model-a"},
+            "\\provider google model-b\nq\n");
+    EXPECT_EQ(outcome.output, "from google\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("a new conversation with google, model model-b"));
+    EXPECT_EQ(outcome.code, 0);
 }
 
 TEST_F(KaiCommands, NeedTheirArguments) {

@@ -4,6 +4,7 @@
 
 namespace {
 
+using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -59,11 +60,40 @@ TEST_F(KaiSettings, AreCheckedStepByStep) {
     EXPECT_THAT(outcome.output, HasSubstr("database  ok: 2 tables and views; the prompt is "));
     EXPECT_THAT(outcome.output, HasSubstr("key       ok: from DEEPSEEK_API_KEY\n"));
     EXPECT_THAT(outcome.output, HasSubstr("name      ok: 127.0.0.1 is 127.0.0.1\n"));
+    EXPECT_THAT(outcome.output, ContainsRegex("TLS       ok: the server shows the certificate of .+, issued by .+, "
+                                              "valid until 20[0-9]{2}-[0-9]{2}-[0-9]{2}\n"));
     EXPECT_THAT(outcome.output, HasSubstr("its certificate is trusted by the file"));
     EXPECT_THAT(outcome.output, HasSubstr("model     ok: model-a\n"));
     outcome = run(Words{"check", "--model", "model-z"} + reach());
     EXPECT_EQ(outcome.code, 4);
     EXPECT_THAT(outcome.output, HasSubstr("model     FAILED: the service does not list 'model-z'"));
+}
+
+TEST_F(KaiSettings, CheckShowsTheIssuerOfACertificateThatIsNotTrusted) {
+    start();
+    m_environment["SSL_CERT_FILE"] = m_emulator->obtainServer().obtainCAFile();
+    const KaiOutcome outcome = run({"check", "--api-host", m_emulator->obtainHost()});
+    EXPECT_EQ(outcome.code, 4);
+    EXPECT_THAT(outcome.output, HasSubstr("issued by "));
+    EXPECT_THAT(outcome.output, HasSubstr("service   FAILED: "));
+    EXPECT_THAT(outcome.output, HasSubstr("name its CA with --ca-file"));
+}
+
+TEST_F(KaiSettings, CheckTellsThatNothingIsEncrypted) {
+    start("deepseek", LoopbackTLS::Off);
+    const std::string host = m_emulator->obtainHost();
+    const KaiOutcome outcome = run({"check", "--api-host", host, "--plain-http", host, "--model", "model-a"});
+    EXPECT_EQ(outcome.code, 0) << outcome.output;
+    EXPECT_THAT(outcome.output, Not(HasSubstr("TLS")));
+    EXPECT_THAT(outcome.output, HasSubstr("plain HTTP, unencrypted"));
+}
+
+TEST_F(KaiSettings, CheckTriesTheProxyFirst) {
+    start();
+    const KaiOutcome outcome = run(Words{"check", "--proxy", "http://127.0.0.1:1"} + reach());
+    EXPECT_EQ(outcome.code, 4);
+    EXPECT_THAT(outcome.output, HasSubstr("proxy     FAILED: "));
+    EXPECT_THAT(outcome.output, Not(HasSubstr("name  ")));
 }
 
 TEST_F(KaiSettings, CheckGoesOnAfterAStepThatFails) {

@@ -1,5 +1,7 @@
 // The chat at a terminal: what is typed, pasted and searched for.
 
+#include <sqlite3.h>
+
 #include "kai_test.h"
 
 namespace {
@@ -95,6 +97,53 @@ TEST_F(KaiTerminal, UsesNoEscapesForPastingOnADumbTerminal) {
     EXPECT_EQ(type(*process, "question\n"), "question");
     quit(*process);
     EXPECT_THAT(process->obtainOutput(), Not(HasSubstr("\x1b")));
+}
+
+TEST_F(KaiTerminal, TurnsATableThatIsWiderThan40ColumnsVertical) {
+    m_terminalColumns = 40;
+    m_emulator->answerWith([](const KAIEmulatedTurn&) {
+        return answerWithSql(
+            "SELECT name, people FROM cities WHERE id = 1; "
+            "SELECT 'twenty columns wide.' AS a, 'and twenty of these.' AS b;");
+    });
+    const auto process = launch(Words{"chat", "--run"} + turn(), ChildProcess::Terminal::All);
+    ASSERT_TRUE(process->waitForOutput("kai> "));
+    process->write("question\n");
+    ASSERT_TRUE(process->waitForOutput("name | people\r\n"));
+    ASSERT_TRUE(process->waitForOutput("-- row 1 --\r\na | twenty columns wide.\r\nb | and twenty of these.\r\n"));
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, EditsALineThatIsLongerThan40Columns) {
+    m_terminalColumns = 40;
+    const auto process = chat();
+    const std::string words = "which of these cities has more people than all the others together";
+    EXPECT_EQ(type(*process, words + "\x01" + "Tell me: " + "\x05?\n"), "Tell me: " + words + "?");
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, ShowsTheElapsedTimeWhileSqlRuns) {
+    m_emulator->answerWith([](const KAIEmulatedTurn&) {
+        return answerWithSql(
+            "WITH RECURSIVE n (i) AS (VALUES (1) UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n;");
+    });
+    const auto process = launch(Words{"chat", "--run"} + turn(), ChildProcess::Terminal::All);
+    ASSERT_TRUE(process->waitForOutput("kai> "));
+    process->write("question\n");
+    ASSERT_TRUE(process->waitForOutput("0.3 s (Ctrl-C cancels)"));
+    process->write("\x03");
+    ASSERT_TRUE(process->waitForOutput("the SQL was cancelled"));
+    quit(*process);
+}
+
+TEST_F(KaiTerminal, ShowsTheElapsedTimeWhileTheStructureIsRead) {
+    sqlite3* writer = nullptr;
+    ASSERT_EQ(sqlite3_open(m_database.c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const auto process = launch({"prompt", "--db", m_database}, ChildProcess::Terminal::All);
+    EXPECT_TRUE(process->waitForOutput("0.3 s (Ctrl-C cancels)"));
+    sqlite3_close(writer);
+    EXPECT_EQ(process->wait(), 0);
 }
 
 TEST_F(KaiTerminal, GivesTheTerminalBackAsItWas) {

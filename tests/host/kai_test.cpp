@@ -50,6 +50,7 @@ std::unique_ptr<ChildProcess> KaiTest::launch(const Words& arguments, ChildProce
     return std::make_unique<ChildProcess>(ChildProcessSetup{.arguments = Words{KAI_PROGRAM} + arguments,
                                                             .environment = m_environment,
                                                             .terminal = terminal,
+                                                            .terminalColumns = m_terminalColumns,
                                                             .isBoundByPermissions = m_isBoundByPermissions});
 }
 

@@ -63,6 +63,7 @@ protected:
                                                      {"OPENAI_API_KEY", kKey},   {"PATH", "/usr/bin:/bin"},
                                                      {"TERM", "xterm"},          {"LANG", "C"}};
     bool m_isBoundByPermissions = false;
+    std::size_t m_terminalColumns = 0;  ///< 0: not set
     std::string m_provider = "deepseek";
     std::unique_ptr<KAIEmulator> m_emulator;
 
