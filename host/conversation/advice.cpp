@@ -127,8 +127,8 @@ std::string adviseOn(const FailedExchange& exchange) {
                "api.openai.com/v1 with the same key, or --api-host with a server that still speaks it";
     }
     if (exchange.resultCode == static_cast<std::int32_t>(CMRestResult::Success)) {
-        return "; the service answered with an error of its own or speaks another protocol: check --model, --provider "
-               "and --api-host";
+        return "; the service answered with an error of its own, may have blocked the question, or speaks another "
+               "protocol: ask in other words, or check --model, --provider and --api-host";
     }
     return exchange.resultCode < 100 ? adviseOnResult(exchange) : adviseOnStatus(exchange);
 }

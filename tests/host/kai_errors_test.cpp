@@ -203,9 +203,8 @@ TEST_F(KaiErrors, ALongErrorIsAbbreviated) {
 TEST_F(KaiErrors, AnotherProtocolIsAProviderError) {
     start();
     m_emulator->replyNext({.status = 200, .body = "hello"});
-    expectFailure(
-        ask(), 4,
-        "Invalid response: p/chat/completions; the service answered with an error of its own or speaks another");
+    expectFailure(ask(), 4,
+                  "Invalid response: p/chat/completions; the service answered with an error of its own, may have");
     m_emulator->replyNext({.status = 200, .body = "{}"});
     expectFailure(run(Words{"models"} + reach()), 4, "Unsupported data format: g/models; the service answered with");
 }
