@@ -46,6 +46,7 @@ public:
 
 protected:
     IKAIObject() = default;
+    /// For the library's own copies; hosts cannot copy an object.
     IKAIObject(const IKAIObject&) = default;
 };
 
@@ -173,10 +174,12 @@ struct KAICallbackLocalizationInfo {
     char answerBuffer[1024] = {};
 
     KAICallbackLocalizationInfo() = default;
+    /// Copies the pointer and all bytes of the buffer, as the assignments do.
     KAICallbackLocalizationInfo(const KAICallbackLocalizationInfo&) = default;
     ~KAICallbackLocalizationInfo() = default;
-    /// Both copy the pointer and all bytes of the buffer; the source stays as it is.
+    /// Copies the pointer and all bytes of the buffer.
     KAI_EXPORT KAICallbackLocalizationInfo& operator=(const KAICallbackLocalizationInfo& other);
+    /// Copies as well: the source stays as it is.
     KAI_EXPORT KAICallbackLocalizationInfo& operator=(KAICallbackLocalizationInfo&& other);
 };
 
@@ -198,6 +201,7 @@ KAI_EXPORT void KAIFreeObject(IKAIObject* object);
 
 /// Frees an object of the library when its std::unique_ptr goes.
 struct KAIObjectDeleter {
+    /// Frees the object; null is ignored.
     void operator()(IKAIObject* object) const { KAIFreeObject(object); }
 };
 

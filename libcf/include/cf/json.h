@@ -31,18 +31,26 @@ public:
     /// Makes room for `size` more bytes at once. A hint: the writer grows by itself where it is too small.
     void reserve(std::size_t size);
 
+    /// Begins an object; its members follow, each a key and a value.
     void beginObject();
+    /// Ends the object that was begun last.
     void endObject();
+    /// Begins an array; its items follow.
     void beginArray();
+    /// Ends the array that was begun last.
     void endArray();
 
     /// Writes the key of the next member of the open object.
     void writeKey(std::string_view key);
+    /// Writes a string, escaped.
     void writeString(std::string_view text);
     /// Writes the shortest decimal form that reads back as the same double; a number that is not finite as null.
     void writeDouble(double number);
+    /// Writes a whole number.
     void writeInteger(std::int64_t number);
+    /// Writes true or false.
     void writeBoolean(bool value);
+    /// Writes null.
     void writeNull();
 
     /// A member whose value is a string.
@@ -102,18 +110,33 @@ class COJsonMembers;
 /// answers every read as empty and gives undefined handles again, so reads can be chained without tests.
 class CF_EXPORT COJsonValue {
 public:
-    enum class Type : std::int32_t { Undefined, Null, Boolean, Number, String, Array, Object };
+    /// The types of JSON values.
+    enum class Type : std::int32_t {
+        Undefined,  ///< no value is there
+        Null,       ///< null
+        Boolean,    ///< true or false
+        Number,     ///< a number
+        String,     ///< a text
+        Array,      ///< items in order
+        Object,     ///< members in order
+    };
 
     /// An undefined handle.
     COJsonValue() noexcept = default;
 
+    /// The type of the value.
     [[nodiscard]] Type obtainType() const noexcept;
     /// Whether there is a value here, a null included.
     [[nodiscard]] bool getIsValidJson() const noexcept { return obtainType() != Type::Undefined; }
+    /// Whether this is a null; false for an undefined handle.
     [[nodiscard]] bool isNull() const noexcept { return obtainType() == Type::Null; }
+    /// Whether this is a number.
     [[nodiscard]] bool isNumber() const noexcept { return obtainType() == Type::Number; }
+    /// Whether this is a string.
     [[nodiscard]] bool isString() const noexcept { return obtainType() == Type::String; }
+    /// Whether this is an array.
     [[nodiscard]] bool isArray() const noexcept { return obtainType() == Type::Array; }
+    /// Whether this is an object.
     [[nodiscard]] bool isObject() const noexcept { return obtainType() == Type::Object; }
 
     /// The text of a string, unescaped, valid as long as the document; empty for another type. Only for another type
@@ -123,6 +146,7 @@ public:
     [[nodiscard]] double obtainDouble() const noexcept;
     /// The number with its fraction cut off; 0 where it lies outside 64 bits (signed) and for another type.
     [[nodiscard]] std::int64_t obtainInteger() const noexcept;
+    /// The truth value; false for another type.
     [[nodiscard]] bool obtainBoolean() const noexcept;
 
     /// The first member of an object with exactly this key (bytes compared); undefined if there is none.
@@ -155,13 +179,17 @@ public:
     // Building. Only a document made by COJson's default constructor (or by cfCreateCOJsonFromCMVariant) can be
     // changed; on a handle into a parsed document, or an undefined one, these do nothing and give undefined handles.
 
-    /// Makes this value a string, a number, a truth value, null, or an empty array or object; what it held is gone.
-    /// A number that is not finite becomes null.
+    /// Makes this value a string. Like every change of the type, it drops what the value held.
     void setString(std::string_view text);
+    /// Makes this value a number; null if the number is not finite.
     void setDouble(double number);
+    /// Makes this value true or false.
     void setBoolean(bool value);
+    /// Makes this value null.
     void setNull();
+    /// Makes this value an empty array.
     void setArray();
+    /// Makes this value an empty object.
     void setObject();
     /// Appends a member, null at first, to this object and gives its value's handle.
     COJsonValue addKeyValue(std::string_view key);
@@ -183,15 +211,19 @@ private:
 /// The items of an array, for a range-based for loop. Valid as long as the document.
 class CF_EXPORT COJsonItems {
 public:
+    /// Walks forward once; what it gives is made anew at each read.
     class CF_EXPORT Iterator {
     public:
+        /// The item that the iterator has reached.
         COJsonValue operator*() const noexcept {
             COJsonValue item;
             item.m_document = m_document;
             item.m_place = m_place;
             return item;
         }
+        /// Goes on to the next one.
         Iterator& operator++() noexcept;
+        /// Whether two iterators of one loop stand at different places.
         bool operator!=(const Iterator& other) const noexcept { return m_place != other.m_place; }
 
     private:
@@ -201,7 +233,9 @@ public:
         std::uintptr_t m_place = 0;
     };
 
+    /// The first one.
     [[nodiscard]] Iterator begin() const noexcept { return m_begin; }
+    /// Behind the last one.
     [[nodiscard]] Iterator end() const noexcept { return m_end; }
 
 private:
@@ -213,17 +247,21 @@ private:
 
 /// One member of an object.
 struct COJsonMember {
-    std::string_view key;
-    COJsonValue value;
+    std::string_view key;  ///< unescaped; valid as long as the document
+    COJsonValue value;     ///< valid as long as the document
 };
 
 /// The members of an object, for a range-based for loop. Valid as long as the document.
 class CF_EXPORT COJsonMembers {
 public:
+    /// Walks forward once; what it gives is made anew at each read.
     class CF_EXPORT Iterator {
     public:
+        /// The member that the iterator has reached.
         COJsonMember operator*() const noexcept;
+        /// Goes on to the next one.
         Iterator& operator++() noexcept;
+        /// Whether two iterators of one loop stand at different places.
         bool operator!=(const Iterator& other) const noexcept { return m_place != other.m_place; }
 
     private:
@@ -233,7 +271,9 @@ public:
         std::uintptr_t m_place = 0;
     };
 
+    /// The first one.
     [[nodiscard]] Iterator begin() const noexcept { return m_begin; }
+    /// Behind the last one.
     [[nodiscard]] Iterator end() const noexcept { return m_end; }
 
 private:
@@ -260,7 +300,9 @@ public:
     /// or more beyond its size; the memory there is overwritten. The text is left as it is, and not kept.
     [[nodiscard]] static COJson readInPlace(std::string& text);
     ~COJson() override;
+    /// Takes the values over; the other document is then not valid JSON.
     COJson(COJson&& other) noexcept;
+    /// Takes the values over; the other document is then not valid JSON.
     COJson& operator=(COJson&& other) noexcept;
     COJson(const COJson&) = delete;
     COJson& operator=(const COJson&) = delete;
@@ -270,12 +312,15 @@ public:
     /// The outermost value; undefined when the text was not valid JSON.
     [[nodiscard]] COJsonValue obtainRoot() const noexcept;
 
-    /// The same operations on the outermost value.
+    /// The type of the outermost value.
     [[nodiscard]] COJsonValue::Type obtainType() const noexcept { return obtainRoot().obtainType(); }
+    /// As COJsonValue::obtainMember on the outermost value.
     [[nodiscard]] COJsonValue obtainMember(std::string_view key) const noexcept {
         return obtainRoot().obtainMember(key);
     }
+    /// As COJsonValue::obtainJsonKeys on the outermost value.
     [[nodiscard]] std::vector<std::string> obtainJsonKeys() const { return obtainRoot().obtainJsonKeys(); }
+    /// As COJsonValue::addKeyValue on the outermost value.
     COJsonValue addKeyValue(std::string_view key) { return obtainRoot().addKeyValue(key); }
 
     /// Writes the outermost value; null when the text was not valid JSON.

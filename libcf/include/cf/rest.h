@@ -146,8 +146,11 @@ public:
     /// exchanges run, not while the session is destroyed.
     void setPoolCenter(ICSHTTPPoolCenter* poolCenter) noexcept;
 
+    /// The value of the Authorization header; empty: none is sent.
     [[nodiscard]] const std::string& obtainAuthorizationHeaderValue() const noexcept;
+    /// The headers that were added, in their order.
     [[nodiscard]] const CMRestParams& obtainHeaderParams() const noexcept;
+    /// The pool; null: none.
     [[nodiscard]] ICSHTTPPoolCenter* obtainPoolCenter() const noexcept;
 
 private:
@@ -174,13 +177,17 @@ public:
     /// Adds headers behind those of the session, under the same rules.
     virtual void addHeaderParams(CMRestParams params);
 
+    /// The URL as it was set.
     [[nodiscard]] const std::string& obtainURL() const noexcept;
+    /// The query parameters that were added, in their order, not encoded.
     [[nodiscard]] const CMRestParams& obtainQueryParams() const noexcept;
+    /// The headers that were added, in their order.
     [[nodiscard]] const CMRestParams& obtainHeaderParams() const noexcept;
 
 protected:
     CMRestRequest();
 
+    /// Query parameters, for the kinds of request that have them.
     CMRestParams m_queryParams;
 
 private:
@@ -238,6 +245,8 @@ public:
 /// A response that arrived whole. Owned by whoever received it; one thread at a time.
 class CF_EXPORT CMRestResourceResponse {
 public:
+    /// @param status  the HTTP status
+    /// @param body    the body after decompression
     CMRestResourceResponse(std::int32_t status, std::string body);
     virtual ~CMRestResourceResponse();
     CMRestResourceResponse(const CMRestResourceResponse&) = delete;
@@ -270,7 +279,9 @@ public:
     ///         CMRestResult (below 100) when there is no response. The error-text service describes it.
     /// Throws what the host's callbacks and allocation throw; nothing leaks then and `response` is null.
     virtual std::int32_t runGet(const CMRestGetRequest& request, CMRestResourceResponse*& response) = 0;
+    /// As runGet, with POST and the request's body.
     virtual std::int32_t runPost(const CMRestPostRequest& request, CMRestResourceResponse*& response) = 0;
+    /// As runGet, with DELETE.
     virtual std::int32_t runDelete(const CMRestDeleteRequest& request, CMRestResourceResponse*& response) = 0;
 };
 
@@ -291,14 +302,15 @@ public:
 
 /// What a result code means.
 struct CMErrorRecord {
-    std::int32_t code = 0;
-    std::string message;  ///< one line for a person, in English; empty for code 0
+    std::int32_t code = 0;  ///< the result code that was asked about
+    std::string message;    ///< one line for a person, in English; empty for code 0
 };
 
 /// Tells what result codes mean. Any thread.
 class CF_EXPORT ICSErrorTextService {
 public:
     virtual ~ICSErrorTextService();
+    /// What a result code means. Any number is allowed: an unknown code below 100 gives a text that says so.
     [[nodiscard]] virtual CMErrorRecord describe(std::int32_t resultCode) = 0;
 };
 
@@ -306,7 +318,9 @@ public:
 class CF_EXPORT ICSAppFactory {
 public:
     virtual ~ICSAppFactory();
+    /// Makes REST clients; never null, not owned by the caller.
     [[nodiscard]] virtual ICSRestService* obtainRestService() = 0;
+    /// Tells what result codes mean; never null, not owned by the caller.
     [[nodiscard]] virtual ICSErrorTextService* obtainErrorTextService() = 0;
 };
 

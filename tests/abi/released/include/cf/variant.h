@@ -24,20 +24,35 @@ using CMVariantMap = std::map<std::string, CMVariant>;
 /// (copies included) are independent.
 class CF_EXPORT CMVariant {
 public:
-    enum class ValueType : std::int32_t { Null, String, Double, List, Map };
+    /// The types of values.
+    enum class ValueType : std::int32_t {
+        Null,    ///< nothing
+        String,  ///< a text
+        Double,  ///< a number
+        List,    ///< values in order
+        Map,     ///< values by name
+    };
 
     /// A null value.
     CMVariant() noexcept;
     /// A copy of a NUL-terminated text; a null pointer gives an empty string.
     CMVariant(const char* text);
+    /// A string.
     CMVariant(std::string text) noexcept;
+    /// A number.
     CMVariant(double number) noexcept;
+    /// A list.
     CMVariant(CMVariantList list) noexcept;
+    /// A map.
     CMVariant(CMVariantMap map) noexcept;
 
+    /// A copy of all that the other value holds.
     CMVariant(const CMVariant& other);
+    /// Takes over what the other value holds; that one may then be assigned or destroyed.
     CMVariant(CMVariant&& other) noexcept;
+    /// Replaces this value by a copy of the other one.
     CMVariant& operator=(const CMVariant& other);
+    /// Replaces this value by what the other one holds.
     CMVariant& operator=(CMVariant&& other) noexcept;
     ~CMVariant();
 
