@@ -21,14 +21,13 @@ DatabaseStructure readWithSignsOfLife(Database& database, StructureDetail detail
     });
 }
 
-std::string describeLeftOut(const FittedStructure& fitted, std::size_t budget) {
+std::string describeLeftOut(const FittedStructure& fitted, const Budget& budget) {
     std::string names;
     for (const std::string& name : fitted.leftOut) {
         names += (names.empty() ? "" : ", ") + name;
     }
     return "the model is told of " + formatCount(countRelations(fitted.structure)) + " tables and views; " +
-           formatCount(fitted.leftOut.size()) + " are left out for --budget " + std::to_string(budget) + ": " +
-           makeOneLine(names);
+           formatCount(fitted.leftOut.size()) + " are left out " + budget.reason + ": " + makeOneLine(names);
 }
 
 /// Keeps of the structure what the command line chooses, and adds a warning for what looks mistyped.
@@ -65,24 +64,28 @@ OpenDatabase openDatabase(const std::string& source, const StructureChoice& choi
     return {std::move(database), std::move(structure)};
 }
 
+Budget obtainChosenBudget(const StructureChoice& choice) {
+    return {.tokens = choice.budget, .reason = "for --budget " + std::to_string(choice.budget)};
+}
+
 std::string describeDatabase(AssistantSettings& settings, const OpenDatabase& database, const StructureChoice& choice,
-                             std::string_view question) {
+                             const Budget& budget, std::string_view question) {
     for (auto& [name, text] :
          makeSystemInstructions(database.database.obtainEngine().name, database.database.obtainVersion())) {
         settings.systemInstructions.insert_or_assign(name, text);
     }
     FittedStructure fitted;
-    if (choice.budget == 0) {
+    if (budget.tokens == 0) {
         fitted.structure = database.structure;
     } else {
-        fitted = fitToBudget(database.structure, choice.budget, question);
+        fitted = fitToBudget(database.structure, budget.tokens, question);
     }
     if (choice.isDetailed) {
         // An empty text would remove the name, and leave a former one out.
         settings.systemInstructions["4_detail"] = "More about the tables:\n" + writeDetail(fitted.structure);
     }
     settings.structure = makeStructureVariant(fitted.structure);
-    return fitted.leftOut.empty() ? std::string() : describeLeftOut(fitted, choice.budget);
+    return fitted.leftOut.empty() ? std::string() : describeLeftOut(fitted, budget);
 }
 
 }  // namespace host

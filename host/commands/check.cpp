@@ -70,7 +70,8 @@ private:
     std::string checkDatabase() {
         const OpenDatabase database = openDatabase(m_options.database, m_options.structure, m_console);
         AssistantSettings settings;
-        const std::string leftOut = describeDatabase(settings, database, m_options.structure, "");
+        const std::string leftOut =
+            describeDatabase(settings, database, m_options.structure, obtainChosenBudget(m_options.structure), "");
         const ApiKey none;
         ExchangeWatch watch(m_console, {});
         Assistant assistant(*findProvider("deepseek"), none, "", watch, m_console);

@@ -11,7 +11,8 @@ ExitCode runPrompt(const Options& options, Console& console) {
     const OpenDatabase database = openDatabase(options.database, options.structure, console);
     AssistantSettings settings;
     settings.userInstructions = options.instructions;
-    const std::string leftOut = describeDatabase(settings, database, options.structure, options.question);
+    const std::string leftOut = describeDatabase(settings, database, options.structure,
+                                                 obtainChosenBudget(options.structure), options.question);
     // The text is the same for every provider; this one's assistant is set up without a request.
     const ApiKey key;
     ExchangeWatch watch(console, options.http);

@@ -8,6 +8,7 @@
 #include "cf/utilities.h"
 #include "conversation/atomic_file.h"
 #include "conversation/instructions.h"
+#include "conversation/model_window.h"
 #include "conversation/result_output.h"
 #include "conversation/sql_extractor.h"
 #include "engine/engine_table.h"
@@ -22,6 +23,9 @@ namespace {
 
 /// A key shorter than this is not looked for in a session text, where it could be a word of the format.
 constexpr std::size_t kMinKeyLengthInFiles = 16;
+
+/// Tokens of a prompt that every model takes in use today.
+constexpr std::size_t kFitsEveryWindow = 1500;
 
 constexpr const char* kNotKept = "; what was shown of the answer is not kept";
 
@@ -122,15 +126,33 @@ void Conversation::takeTurn(const std::string& question) {
 }
 
 void Conversation::fitStructure(const std::string& question) {
-    if (!m_database || m_options.structure.budget == 0) {
+    if (!m_database) {
+        return;
+    }
+    if (!m_budget) {
+        m_budget = chooseBudget();
+    }
+    if (m_budget->tokens == 0) {
         return;
     }
     AssistantSettings settings;
-    const std::string leftOut = describeDatabase(settings, *m_database, m_options.structure, question);
+    const std::string leftOut = describeDatabase(settings, *m_database, m_options.structure, *m_budget, question);
     m_assistant->configure(settings);
     if (leftOut != std::exchange(m_leftOut, leftOut) && !leftOut.empty()) {
         m_console.note(leftOut);
     }
+}
+
+/// Without --budget: half of the model's window, where its service tells that. The other half is for the conversation
+/// and the answer. A short structure fits every window.
+Budget Conversation::chooseBudget() {
+    Budget budget = obtainChosenBudget(m_options.structure);
+    if (budget.tokens == 0 && estimateTokens(m_assistant->obtainCombinedInstructions().size()) > kFitsEveryWindow) {
+        budget.tokens =
+            askModelWindow(*m_setup.provider, m_key, m_setup.settings.apiHost, m_setup.settings.model, m_watch) / 2;
+        budget.reason = "for half of the model's window, as --budget " + std::to_string(budget.tokens) + " does";
+    }
+    return budget;
 }
 
 /// The question with the rows that the user agreed to send. They are shown before they go.
@@ -218,6 +240,7 @@ void Conversation::setModel(const std::string& model) {
     settings.model = model;
     m_assistant->configure(settings);
     m_setup.settings.model = model;
+    m_budget.reset();
 }
 
 void Conversation::runSql(std::optional<std::size_t> block) {

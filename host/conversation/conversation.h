@@ -63,6 +63,7 @@ private:
     void ask(const std::string& question);
     void printSql() const;
     void fitStructure(const std::string& question);
+    [[nodiscard]] Budget chooseBudget();
     [[nodiscard]] std::string addSharedRows(const std::string& question) const;
     void checkModel() const;
     void saySwitch() const;
@@ -78,8 +79,9 @@ private:
     std::unique_ptr<Assistant> m_assistant;
     TurnReport m_report;  ///< of the last turn
     std::string m_sqlError;
-    std::string m_leftOut;     ///< what was said last of tables that the budget leaves out
-    std::string m_sharedRows;  ///< for the next question; empty: none
+    std::optional<Budget> m_budget;  ///< nothing: not chosen yet, for the model in use
+    std::string m_leftOut;           ///< what was said last of tables that the budget leaves out
+    std::string m_sharedRows;        ///< for the next question; empty: none
     bool m_isLongPromptWarned = false;
 };
 

@@ -98,7 +98,8 @@ void chooseSettings(ConversationSetup& setup, const Options& options, const Open
     }
     if (database != nullptr) {
         // What a budget leaves out is said when the question is there.
-        static_cast<void>(describeDatabase(setup.settings, *database, options.structure, ""));
+        static_cast<void>(
+            describeDatabase(setup.settings, *database, options.structure, obtainChosenBudget(options.structure), ""));
     }
 }
 

@@ -41,7 +41,7 @@ std::string describeDuration(std::chrono::microseconds duration) {
 ExchangeWatch::ExchangeWatch(Console& console, const HttpOptions& options) : m_console(console), m_options(options) {}
 
 void ExchangeWatch::install() {
-    CMRestGlobalSettings settings;
+    CMRestGlobalSettings& settings = m_settings;
     if (!m_options.caFile.empty()) {
         checkIsReadable(m_options.caFile);
         settings.caBundleFile = m_options.caFile;

@@ -37,6 +37,9 @@ public:
     /// Throws HostError (Usage) when the CA file cannot be read.
     void install();
 
+    /// What install() handed over, for requests of the program's own.
+    [[nodiscard]] const CMRestGlobalSettings& obtainSettings() const noexcept { return m_settings; }
+
     /// A scope around the exchanges of one request of the library (a turn, a list of models, setting up).
     class Request {
     public:
@@ -61,6 +64,7 @@ private:
 
     Console& m_console;
     HttpOptions m_options;
+    CMRestGlobalSettings m_settings;
     Cancelling m_cancelling = Cancelling::AtOnce;
     std::chrono::steady_clock::time_point m_graceEnd;
     std::int32_t m_lastResult = 0;

@@ -4,9 +4,30 @@ namespace host {
 
 const std::vector<Provider>& obtainProviders() {
     static const std::vector<Provider> providers{
-        {"deepseek", KAIAssistantType::DEEPSEEK, {"DEEPSEEK_API_KEY"}, true, false},
-        {"google", KAIAssistantType::GOOGLE, {"GEMINI_API_KEY", "GOOGLE_API_KEY"}, true, false},
-        {"ollama", KAIAssistantType::OLLAMA, {}, true, true},
+        {"deepseek",
+         KAIAssistantType::DEEPSEEK,
+         {"DEEPSEEK_API_KEY"},
+         true,
+         false,
+         {.scheme = "https", .path = "/models", .list = "data", .name = "id"}},
+        {"google",
+         KAIAssistantType::GOOGLE,
+         {"GEMINI_API_KEY", "GOOGLE_API_KEY"},
+         true,
+         false,
+         {.scheme = "https",
+          .path = "/v1beta/models",
+          .list = "models",
+          .name = "name",
+          .namePrefix = "models/",
+          .keyParameter = "key"}},
+        // The models in memory, with the window that they were loaded with.
+        {"ollama",
+         KAIAssistantType::OLLAMA,
+         {},
+         true,
+         true,
+         {.scheme = "http", .path = "/api/ps", .list = "models", .name = "name", .nameSuffix = ":latest"}},
         {"openai", KAIAssistantType::OPENAI, {"OPENAI_API_KEY"}, false, false},
     };
     return providers;

@@ -229,6 +229,8 @@ TEST_F(KaiPrompt, WarnsWhereItIsLargerThanOllamasUsualWindow) {
     EXPECT_THAT(run({"prompt", "--db", large, "--provider", "ollama"}).errors, HasSubstr("OLLAMA_CONTEXT_LENGTH="));
     EXPECT_THAT(run({"prompt", "--db", large}).errors, testing::Not(HasSubstr("OLLAMA")));
     start("ollama");
+    // The model is not in memory yet, so that the server does not tell its window.
+    m_emulator->intercept({.pathPart = "/api/ps", .reply = LoopbackReply{.body = R"({"models":[]})"}});
     const KaiOutcome outcome = run(Words{"chat"} + reach() + Words{"--db", large, "--model", "model-a"}, "one\ntwo\n");
     EXPECT_EQ(outcome.code, 0);
     EXPECT_EQ(outcome.errors.find("OLLAMA_CONTEXT_LENGTH"), outcome.errors.rfind("OLLAMA_CONTEXT_LENGTH"));

@@ -9,6 +9,15 @@ using testing::Not;
 
 class KaiPromptChoice : public KaiTest {
 protected:
+    /// 200 tables: about 3,000 tokens.
+    void makeLargeDatabase() {
+        std::string script;
+        for (int i = 0; i < 200; ++i) {
+            script += "CREATE TABLE t" + std::to_string(i) + " (a INTEGER PRIMARY KEY, b TEXT, c TEXT);";
+        }
+        m_database = m_folder.makeDatabase("large.db", script);
+    }
+
     std::string readSystemText(std::size_t question) {
         return listQuestions().at(question)["messages"][0]["content"].get<std::string>();
     }
@@ -34,6 +43,31 @@ TEST_F(KaiPromptChoice, KeepsToABudgetAndSaysWhatIsLeftOut) {
     EXPECT_EQ(outcome.errors,
               "kai: the model is told of 1 tables and views; 1 are left out for --budget 30: visits\n"
               "kai: the model is told of 0 tables and views; 2 are left out for --budget 30: cities, visits\n");
+}
+
+TEST_F(KaiPromptChoice, KeepsToHalfOfTheModelsWindowWhereTheServiceTellsIt) {
+    makeLargeDatabase();
+    start().setModels({KAIEmulatedModel("model-a", {{"max_model_len", 4000}})});
+    KaiOutcome outcome = run(Words{"ask"} + turn() + Words{"What is in t199?"});
+    EXPECT_EQ(outcome.code, 0);
+    EXPECT_LE(readSystemText(0).size(), 4U * 2000U + 1000U);
+    EXPECT_THAT(readSystemText(0), HasSubstr("`t199`"));
+    EXPECT_THAT(outcome.errors, HasSubstr("are left out for half of the model's window, as --budget 2000 does: "));
+    EXPECT_EQ(run({"prompt", "--db", m_database, "--budget", "2000", "--question", "What is in t199?"}).output,
+              readSystemText(0));
+
+    m_emulator->setModels({KAIEmulatedModel("model-a", {})});
+    outcome = run(Words{"ask"} + turn() + Words{"What is in t199?"});
+    EXPECT_EQ(outcome.errors, "");
+    EXPECT_EQ(readSystemText(1), run({"prompt", "--db", m_database}).output);
+}
+
+TEST_F(KaiPromptChoice, AsksGeminiAndOllamaForTheirModelsWindows) {
+    makeLargeDatabase();
+    start("google").setModels({KAIEmulatedModel("model-a", {{"inputTokenLimit", 3000}})});
+    EXPECT_THAT(run(Words{"ask"} + turn() + Words{"q"}).errors, HasSubstr("as --budget 1500 does"));
+    start("ollama");
+    EXPECT_THAT(run(Words{"ask"} + turn() + Words{"q"}).errors, HasSubstr("as --budget 2048 does"));
 }
 
 TEST_F(KaiPromptChoice, PrintsExactlyWhatIsSentWithABudget) {
