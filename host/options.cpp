@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* kDescription =
     "Ask an AI assistant about a database: a SQLite file, PostgreSQL, MariaDB or MySQL.\n"
-    "The model is told the structure of the database, never its data.";
+    "The model is told the structure of the database, and none of its data unless --share-rows says so.";
 
 constexpr const char* kFooter = R"(
 Examples:
@@ -30,7 +30,7 @@ Examples:
   kai check --db shop.db
 
 Keys: DEEPSEEK_API_KEY, GEMINI_API_KEY or GOOGLE_API_KEY, OPENAI_API_KEY, or --key-file; ollama needs none.
-Exit codes: 0 done, 1 the model's SQL failed, 2 usage or configuration, 3 database, 4 provider, 130 cancelled.
+Exit codes: 0 done, 1 the model's SQL failed or is missing, or a result was cut, 2 usage or configuration, 3 database, 4 provider, 130 cancelled.
 "kai COMMAND --help" tells the options of a command.)";
 
 constexpr const char* kChatFooter = R"(

@@ -69,6 +69,9 @@ private:
         } catch (const HostError& error) {
             m_commands.dropOffers();
             m_console.note(error.what());
+            if (error.obtainCode() == ExitCode::SqlFailed && m_console.isInteractive() && m_commands.canFix()) {
+                m_console.printPlain("\\fix sends this to the model.\n");
+            }
             if (error.obtainCode() == ExitCode::Cancelled) {
                 Interrupts::clear();
             } else {

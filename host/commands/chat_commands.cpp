@@ -146,6 +146,10 @@ void ChatCommands::dropOffers() {
     m_sqlToEdit.reset();
 }
 
+bool ChatCommands::canFix() const {
+    return !m_conversation->obtainSqlError().empty() && m_fixCount < kMaxFixes;
+}
+
 void ChatCommands::runEdited(const std::string& sql) {
     m_conversation->runText(sql);
 }

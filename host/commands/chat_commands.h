@@ -33,6 +33,8 @@ public:
     /// Whether the last answer has SQL that the user is to be asked about.
     [[nodiscard]] bool takeOfferToRun();
     void dropOffers();
+    /// Whether SQL has just failed that the model can be asked to correct.
+    [[nodiscard]] bool canFix() const;
 
     void runEdited(const std::string& sql);
     void runAll();

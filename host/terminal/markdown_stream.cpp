@@ -60,6 +60,7 @@ std::string MarkdownStream::finish() {
     decideBlock();
     flushMarks();
     endWord();
+    endDash(kNone);
     setColour(kNone);
     return std::exchange(m_output, {});
 }
@@ -80,6 +81,7 @@ void MarkdownStream::takeCharacter(char character) {
         decideBlock();
         flushMarks();
         endWord();
+        endDash(kNone);
         setColour(kNone);
         m_output += '\n';
         beginLine();
@@ -106,7 +108,6 @@ void MarkdownStream::takeCharacter(char character) {
 
 void MarkdownStream::beginLine() {
     m_block = Block::Unknown;
-    m_previous = '\0';
     m_isBold = false;
     m_isInlineCode = false;
     if (m_quote == '-') {
@@ -160,7 +161,6 @@ void MarkdownStream::takeText(char character) {
     } else {
         m_output += character;
     }
-    m_previous = character;
 }
 
 /// Prints the run of marks that has ended; "**" and "`" switch their style, coloured like what they enclose.
@@ -191,6 +191,14 @@ void MarkdownStream::endWord() {
     }
 }
 
+/// Prints a dash that could have begun a comment.
+void MarkdownStream::endDash(std::string_view colour) {
+    if (std::exchange(m_isDashHeld, false)) {
+        setColour(colour);
+        m_output += '-';
+    }
+}
+
 void MarkdownStream::takeCode(char character) {
     if (m_quote != '\0') {
         m_output += character;
@@ -199,16 +207,20 @@ void MarkdownStream::takeCode(char character) {
             setColour(kNone);
         }
     } else if (isWordCharacter(character)) {
+        endDash(kNone);
         m_word += character;
+    } else if (character == '-' && !m_isDashHeld) {
+        endWord();
+        m_isDashHeld = true;
     } else {
         endWord();
-        const bool isComment = character == '-' && m_previous == '-';
+        const bool isComment = character == '-';
+        endDash(isComment ? kFaint : kNone);
         const bool isQuote = character == '\'' || character == '"' || character == '`';
         setColour(isComment ? kFaint : isQuote ? kString : kNone);
         m_quote = isComment ? '-' : isQuote ? character : '\0';
         m_output += character;
     }
-    m_previous = character;
 }
 
 }  // namespace host

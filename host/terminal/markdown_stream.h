@@ -25,6 +25,7 @@ private:
     void takeText(char character);
     void takeCode(char character);
     void endWord();
+    void endDash(std::string_view colour);
     void flushMarks();
     void setColour(std::string_view colour);
 
@@ -36,8 +37,8 @@ private:
     std::string m_fence;  ///< what opened the code block; empty outside of one
     bool m_isBold = false;
     bool m_isInlineCode = false;
-    char m_quote = '\0';  ///< of the SQL string that is open; '-' for a comment up to the line's end
-    char m_previous = '\0';
+    char m_quote = '\0';        ///< of the SQL string that is open; '-' for a comment up to the line's end
+    bool m_isDashHeld = false;  ///< of SQL: one that may begin a comment
     std::string_view m_colour;  ///< what is on now
 };
 

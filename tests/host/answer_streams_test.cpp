@@ -93,6 +93,11 @@ TEST(MarkdownStream, ColoursTheWordsOfSql) {
               "\033[2m```sql\033[0m\n\033[1;34mselect\033[0m \033[32m'from'\033[0m, a\n\033[2m```\033[0m\n");
 }
 
+TEST(MarkdownStream, ColoursCommentsOfSqlAndNoOtherDashes) {
+    EXPECT_EQ(pass<MarkdownStream>("```sql\n1 - 2 -- x-y\n-3--\n-\n```\n", 100),
+              "\033[2m```sql\033[0m\n1 - 2 \033[2m-- x-y\033[0m\n-3\033[2m--\033[0m\n-\n\033[2m```\033[0m\n");
+}
+
 TEST(MarkdownStream, EndsEmphasisThatNobodyCloses) {
     EXPECT_EQ(pass<MarkdownStream>("a **b\nc", 100), "a \033[1m**b\033[0m\nc");
 }

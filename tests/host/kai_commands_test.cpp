@@ -84,6 +84,22 @@ TEST_F(KaiCommands, BeginAnewWithAnotherProvider) {
     EXPECT_EQ(outcome.code, 0);
 }
 
+TEST_F(KaiCommands, AreNamedWhereSqlFails) {
+    m_emulator->queueAnswer(answerWithSql("SELECT gone;"));
+    m_emulator->queueAnswer(KAIEmulatedAnswer::say("no SQL"));
+    const auto process = launch(Words{"chat", "--run"} + turn(), ChildProcess::Terminal::All);
+    ASSERT_TRUE(process->waitForOutput("kai> "));
+    process->write("q\n");
+    ASSERT_TRUE(process->waitForOutput("no such column: gone\r\n\\fix sends this to the model.\r\n"));
+    process->write("\\frob\n");
+    ASSERT_TRUE(process->waitForOutput("there is no such command; \\help shows them\r\n"));
+    process->write("\\fix\n");
+    ASSERT_TRUE(process->waitForOutput("the answer has no SQL to run\r\n"));
+    process->write("\\quit\n");
+    EXPECT_EQ(process->wait(), 1);
+    EXPECT_EQ(process->obtainOutput().find("\\fix sends"), process->obtainOutput().rfind("\\fix sends"));
+}
+
 TEST_F(KaiCommands, NeedTheirArguments) {
     const KaiOutcome outcome = chat("\\schema\n\\save\n\\edit\n\\fix\n\\provider acme x\n");
     EXPECT_EQ(

@@ -119,8 +119,9 @@ TEST(Options, PrintsHelpWithExamplesAndExitCodes) {
     EXPECT_FALSE(parsed.options.has_value());
     EXPECT_EQ(parsed.exitCode, 0);
     EXPECT_THAT(parsed.output, HasSubstr("Examples:"));
-    EXPECT_THAT(parsed.output, HasSubstr("Exit codes: 0 done, 1 the model's SQL failed, 2 usage or configuration, "
-                                         "3 database, 4 provider, 130 cancelled."));
+    EXPECT_THAT(parsed.output,
+                HasSubstr("Exit codes: 0 done, 1 the model's SQL failed or is missing, or a result was cut, "
+                          "2 usage or configuration, 3 database, 4 provider, 130 cancelled."));
     EXPECT_THAT(parsed.output, testing::EndsWith("\n"));
     for (const char* command : {"ask", "chat", "models", "prompt", "forget", "config", "check"}) {
         EXPECT_THAT(parsed.output, HasSubstr(std::string("\n  ") + command));
