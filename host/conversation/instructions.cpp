@@ -14,7 +14,8 @@ std::map<std::string, std::string> makeSystemInstructions(std::string_view engin
          "begins "
          "with ```sql; end each statement with a semicolon and use no parameters or placeholders."},
         {"3_structure",
-         "The database is described below, one statement a line, names in backquotes. The column lists of keys are "
+         "The database is described below, one statement a line, names in backquotes (quote them as the "
+         "dialect does). The column lists of keys are "
          "written without commas: PRIMARY KEY(`a``b`) is the two columns a and b."},
     };
 }

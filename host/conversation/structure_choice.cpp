@@ -114,7 +114,8 @@ std::string describeColumn(const ColumnDescription& column) {
     return text.empty() ? std::string() : "  " + makeNameVisible(column.name) + text + "\n";
 }
 
-std::string describeRelation(const RelationDescription& relation) {
+/// @param qualifier  what stands before the relation's name; empty: nothing
+std::string describeRelation(const std::string& qualifier, const RelationDescription& relation) {
     std::string text;
     for (const ColumnDescription& column : relation.columns) {
         text += describeColumn(column);
@@ -128,7 +129,7 @@ std::string describeRelation(const RelationDescription& relation) {
     if (text.empty() && relation.comment.empty()) {
         return {};
     }
-    return makeNameVisible(relation.name) +
+    return (qualifier.empty() ? "" : makeNameVisible(qualifier) + ".") + makeNameVisible(relation.name) +
            (relation.comment.empty() ? ":" : ": -- " + makeNameVisible(relation.comment)) + "\n" + text;
 }
 
@@ -166,9 +167,12 @@ FittedStructure fitToBudget(const DatabaseStructure& structure, std::size_t budg
 
 std::string writeDetail(const DatabaseStructure& structure) {
     std::string text;
-    visitRelations(structure, [&](const SchemaDescription&, const RelationDescription& relation) {
-        text += describeRelation(relation);
-    });
+    for (const CatalogDescription& catalog : structure.catalogs) {
+        const bool isQualified = needsQualifiers(catalog);
+        visitRelations(catalog, [&](const SchemaDescription& schema, const RelationDescription& relation) {
+            text += describeRelation(isQualified ? schema.name : std::string(), relation);
+        });
+    }
     return text;
 }
 

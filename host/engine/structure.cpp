@@ -73,17 +73,11 @@ CMVariantMap makeSchemaVariant(const SchemaDescription& schema, const std::strin
     return variant;
 }
 
-/// Whether statements need no qualifier: every relation is in the default schema.
-bool isDefaultEnough(const CatalogDescription& catalog) {
-    return std::all_of(catalog.schemas.begin(), catalog.schemas.end(),
-                       [](const SchemaDescription& schema) { return schema.isDefault || !hasRelations(schema); });
-}
-
 CMVariantMap makeCatalogVariant(const CatalogDescription& catalog) {
-    const bool isUnqualified = isDefaultEnough(catalog);
+    const bool isQualified = needsQualifiers(catalog);
     CMVariantList schemas;
     for (const SchemaDescription& schema : catalog.schemas) {
-        schemas.emplace_back(makeSchemaVariant(schema, isUnqualified ? std::string() : schema.name));
+        schemas.emplace_back(makeSchemaVariant(schema, isQualified ? schema.name : std::string()));
     }
     CMVariantMap variant{{"schemas", std::move(schemas)}};
     if (!catalog.name.empty()) {
@@ -129,6 +123,11 @@ CMVariantList makeStructureVariant(const DatabaseStructure& structure) {
         catalogs.emplace_back(makeCatalogVariant(catalog));
     }
     return catalogs;
+}
+
+bool needsQualifiers(const CatalogDescription& catalog) {
+    return std::any_of(catalog.schemas.begin(), catalog.schemas.end(),
+                       [](const SchemaDescription& schema) { return !schema.isDefault && hasRelations(schema); });
 }
 
 std::size_t countRelations(const DatabaseStructure& structure) {

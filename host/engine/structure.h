@@ -70,17 +70,25 @@ enum class StructureDetail {
 /// The number of tables, views and materialized views.
 [[nodiscard]] std::size_t countRelations(const DatabaseStructure& structure);
 
+/// Whether statements need the schema's name before a relation's: not every relation is in the default schema.
+[[nodiscard]] bool needsQualifiers(const CatalogDescription& catalog);
+
 /// Calls visit(schema, relation) for each relation: the tables of a schema, its views, its materialized views.
+template <typename Visitor>
+void visitRelations(const CatalogDescription& catalog, const Visitor& visit) {
+    for (const SchemaDescription& schema : catalog.schemas) {
+        for (const auto* relations : {&schema.tables, &schema.views, &schema.materializedViews}) {
+            for (const RelationDescription& relation : *relations) {
+                visit(schema, relation);
+            }
+        }
+    }
+}
+
 template <typename Visitor>
 void visitRelations(const DatabaseStructure& structure, const Visitor& visit) {
     for (const CatalogDescription& catalog : structure.catalogs) {
-        for (const SchemaDescription& schema : catalog.schemas) {
-            for (const auto* relations : {&schema.tables, &schema.views, &schema.materializedViews}) {
-                for (const RelationDescription& relation : *relations) {
-                    visit(schema, relation);
-                }
-            }
-        }
+        visitRelations(catalog, visit);
     }
 }
 

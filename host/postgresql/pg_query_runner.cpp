@@ -244,6 +244,7 @@ private:
 
     [[nodiscard]] static std::vector<std::string> readColumns(const PGresult* result) {
         std::vector<std::string> columns;
+        columns.reserve(static_cast<std::size_t>(PQnfields(result)));
         for (int i = 0; i < PQnfields(result); ++i) {
             columns.emplace_back(PQfname(result, i));
         }
@@ -252,6 +253,7 @@ private:
 
     [[nodiscard]] std::vector<Cell> readRow(const PGresult* result) const {
         std::vector<Cell> row;
+        row.reserve(static_cast<std::size_t>(PQnfields(result)));
         for (int i = 0; i < PQnfields(result); ++i) {
             row.push_back(readCell(result, i, m_limits));
         }

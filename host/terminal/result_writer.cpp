@@ -57,6 +57,7 @@ public:
 
     void beginResult(const std::vector<std::string>& columns) override {
         std::vector<Cell> heading;
+        heading.reserve(columns.size());
         for (const std::string& column : columns) {
             heading.push_back({Cell::Kind::Text, column, column.size()});
         }
@@ -195,8 +196,9 @@ public:
     TableWriter(const ResultStyle& style, const Printer& print)
         : ResultCollector([style, print](const ResultTable& table) {
               std::ostringstream text;
-              const bool isTooWide =
-                  style.maxTableColumns != 0 && measureTable(table, style.maxCellColumns) > style.maxTableColumns;
+              // One column is as wide either way.
+              const bool isTooWide = style.maxTableColumns != 0 && table.columns.size() > 1 &&
+                                     measureTable(table, style.maxCellColumns) > style.maxTableColumns;
               if (style.format == ResultFormat::Vertical || isTooWide) {
                   printVertically(text, table, style.maxCellColumns);
               } else {

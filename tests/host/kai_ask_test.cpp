@@ -1,3 +1,6 @@
+#include <filesystem>
+#include <iterator>
+
 #include "kai_test.h"
 
 namespace {
@@ -116,6 +119,13 @@ TEST_F(KaiAsk, EndsWithOneWhenTheSqlRunsTooLong) {
     EXPECT_THAT(outcome.errors, HasSubstr("it ran longer than the limit of 1 s"));
 }
 
+TEST_F(KaiAsk, PrintsWholeValuesWhenNoCellIsCut) {
+    start().queueAnswer(answerWithSql("SELECT printf('%.*c', 100000, 'x') AS long;"));
+    const KaiOutcome outcome = ask({"--run", "--max-cell", "0"});
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr("\n" + std::string(100000, 'x') + "\n(1 row)\n"));
+}
+
 TEST_F(KaiAsk, SaysThatThereIsNoSqlToRun) {
     start().queueAnswer(KAIEmulatedAnswer::say("I do not know."));
     const KaiOutcome outcome = ask({"--run"});
@@ -217,6 +227,22 @@ TEST_F(KaiPrompt, TellsItsSizeOnStandardError) {
         digits += character == ',' ? "" : std::string(1, character);
     }
     EXPECT_EQ(digits, std::to_string(outcome.output.size()));
+}
+
+TEST_F(KaiPrompt, ReadsACleanWriteAheadDatabaseInAReadOnlyFolder) {
+    const std::string folder = m_folder.name("shared");
+    std::filesystem::create_directory(folder);
+    const std::string database =
+        m_folder.makeDatabase("shared/a.db", "PRAGMA journal_mode = WAL; CREATE TABLE t (a INTEGER);");
+    const std::filesystem::perms former = std::filesystem::status(folder).permissions();
+    std::filesystem::permissions(folder, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
+    m_isBoundByPermissions = true;
+    const KaiOutcome outcome = run({"prompt", "--db", database});
+    std::filesystem::permissions(folder, former);
+    EXPECT_EQ(outcome.code, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, HasSubstr("CREATE TABLE `t`"));
+    EXPECT_THAT(outcome.errors, testing::MatchesRegex("kai: [0-9]+ bytes, about [0-9]+ tokens .*\n"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder), {}), 1);
 }
 
 TEST_F(KaiPrompt, WarnsWhereItIsLargerThanOllamasUsualWindow) {

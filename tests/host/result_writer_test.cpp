@@ -114,6 +114,8 @@ TEST(ResultWriter, TurnsATableThatIsTooWideVertical) {
     EXPECT_EQ(write(style, {"a", "b"}, rows).substr(0, 4), "a   ");
     style.maxTableColumns = 22;
     EXPECT_EQ(write(style, {"a", "b"}, rows), "-- row 1 --\na | 0123456789\nb | 0123456789\n(1 row)\n");
+    style.maxTableColumns = 5;
+    EXPECT_EQ(write(style, {"a"}, {{text("0123456789")}}), "a\n----------\n0123456789\n(1 row)\n");
 }
 
 }  // namespace

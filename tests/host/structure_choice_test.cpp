@@ -84,8 +84,10 @@ TEST(StructureChoice, WritesTheDetailThatTheStructureHasNoPlaceFor) {
     table.indexes = {"UNIQUE (id)"};
     table.constraints = {"CHECK (id > 0)"};
     EXPECT_EQ(host::writeDetail(structure),
-              "customers: -- who buys\n  id NOT NULL DEFAULT 1 -- a\u240anumber\n  index: UNIQUE (id)\n"
+              "shop.customers: -- who buys\n  id NOT NULL DEFAULT 1 -- a\u240anumber\n  index: UNIQUE (id)\n"
               "  constraint: CHECK (id > 0)\n");
+    structure.catalogs[0].schemas.pop_back();
+    EXPECT_THAT(host::writeDetail(structure), testing::StartsWith("customers: -- who buys\n"));
 }
 
 }  // namespace
