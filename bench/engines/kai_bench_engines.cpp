@@ -1,5 +1,10 @@
 // Measures what `kai` takes to read structures and to pass on rows, as shares of the engine's own time for the same
-// catalogue queries: kai_bench_engines KAI_PROGRAM. Prints two tables in Markdown.
+// catalogue queries: kai_bench_engines KAI_PROGRAM. Prints two tables in Markdown. With more arguments it is its own
+// child that passes on the rows of one query.
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -10,12 +15,14 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "child_process.h"
 #include "engine/database.h"
 #include "engine/worker_process.h"
 #include "engine_subject.h"
+#include "terminal/result_writer.h"
 
 namespace {
 
@@ -56,32 +63,79 @@ void measureStructures(EngineSubject& subject, const std::string& program) {
     }
 }
 
-/// Counts rows and keeps none.
-class RowCounter : public host::RowReceiver {
-public:
-    void beginResult(const std::vector<std::string>& /*columns*/) override {}
-    void addRow(std::vector<host::Cell> /*row*/) override { ++m_count; }
-    void endResult(host::ResultCut /*cut*/) override {}
-    [[nodiscard]] std::size_t obtainCount() const noexcept { return m_count; }
-
-private:
-    std::size_t m_count = 0;
+/// What passing on the rows of a query in a format took.
+struct RowsOut {
+    double milliseconds = 0;
+    std::size_t bytes = 0;
+    double peakMegabytes = 0;  ///< of the largest of the processes
 };
 
-void measureRows(EngineSubject& subject) {
-    host::Database database(subject.obtainSource());
+/// Writes the rows of a query in a format, counts the bytes and prints them with the milliseconds.
+int writeRows(const std::string& program, const std::string& source, const std::string& format,
+              const std::string& query) {
+    host::WorkerProcess::setProgram(program);
+    host::ResultStyle style;
+    style.format = host::findResultFormat(format).value();
+    style.isForTerminal = false;
     host::QueryLimits limits;
     limits.maxRows = 0;
-    limits.maxBytes = 0;
-    std::size_t rows = 0;
-    const double time = measure([&] {
-        RowCounter counter;
-        database.run(subject.makeRowQuery(kRowCount), limits, counter, {});
-        rows = counter.obtainCount();
-    });
-    std::printf("| %s | %zu | %.0f ms | %.0f |\n", subject.obtainName().c_str(), rows, time,
-                static_cast<double>(rows) / time);
-    std::fflush(stdout);
+    limits.maxBytes = host::isForPrograms(style.format) ? 0 : limits.maxBytes;
+    std::size_t bytes = 0;
+    const auto writer = host::makeResultWriter(style, [&](std::string_view text) { bytes += text.size(); });
+    host::Database database(source);
+    const auto start = std::chrono::steady_clock::now();
+    database.run(query, limits, *writer, {});
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
+    std::printf("%.3f %zu\n", time.count(), bytes);
+    return 0;
+}
+
+/// Does so in a process of its own, whose memory can be measured.
+RowsOut measureRowsOut(const std::string& program, EngineSubject& subject, const std::string& format) {
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    const std::string source = subject.obtainSource();
+    const std::string query = subject.makeRowQuery(kRowCount);
+    const pid_t process = fork();
+    if (process == 0) {
+        dup2(ends[1], STDOUT_FILENO);
+        execl("/proc/self/exe", "kai_bench_engines", program.c_str(), source.c_str(), format.c_str(), query.c_str(),
+              nullptr);
+        _exit(127);
+    }
+    close(ends[1]);
+    std::array<char, 256> text{};
+    const ssize_t size = read(ends[0], text.data(), text.size() - 1);
+    close(ends[0]);
+    rusage usage{};
+    int status = -1;
+    wait4(process, &status, 0, &usage);
+    RowsOut out;
+    if (status != 0 || size <= 0 || std::sscanf(text.data(), "%lf %zu", &out.milliseconds, &out.bytes) != 2) {
+        throw std::runtime_error("writing rows failed");
+    }
+    constexpr double kKilobytesAMegabyte = 1024;
+    out.peakMegabytes = static_cast<double>(usage.ru_maxrss) / kKilobytesAMegabyte;
+    return out;
+}
+
+void measureRows(EngineSubject& subject, const std::string& program) {
+    subject.makeTables(kTableCounts.front());
+    for (const char* format : {"table", "csv", "json", "markdown", "vertical"}) {
+        std::vector<RowsOut> runs;
+        for (int i = 0; i < kRuns; ++i) {
+            runs.push_back(measureRowsOut(program, subject, format));
+        }
+        std::nth_element(
+            runs.begin(), runs.begin() + kRuns / 2, runs.end(),
+            [](const RowsOut& one, const RowsOut& other) { return one.milliseconds < other.milliseconds; });
+        const RowsOut& median = runs[kRuns / 2];
+        std::printf("| %s | %s | %.0f ms | %.1f MB | %.0f MB |\n", subject.obtainName().c_str(), format,
+                    median.milliseconds, static_cast<double>(median.bytes) / 1e6, median.peakMegabytes);
+        std::fflush(stdout);
+    }
 }
 
 void measureAll(const std::string& program) {
@@ -93,20 +147,24 @@ void measureAll(const std::string& program) {
         subjects.push_back(makeSubject());
         measureStructures(*subjects.back(), program);
     }
-    std::printf("\n| engine | rows | time | rows a millisecond |\n|---|---|---|---|\n");
+    std::printf("\n| engine | format | time | written | peak memory |\n|---|---|---|---|---|\n");
     for (const auto& subject : subjects) {
-        measureRows(*subject);
+        measureRows(*subject, program);
     }
 }
 
 }  // namespace
 
 int main(int argumentCount, char** arguments) {
-    if (argumentCount != 2) {
-        std::fprintf(stderr, "usage: kai_bench_engines KAI_PROGRAM\n");
+    constexpr int kArgumentsToWriteRows = 5;
+    if (argumentCount != 2 && argumentCount != kArgumentsToWriteRows) {
+        std::fprintf(stderr, "usage: kai_bench_engines KAI_PROGRAM [SOURCE FORMAT QUERY]\n");
         return 2;
     }
     try {
+        if (argumentCount == kArgumentsToWriteRows) {
+            return writeRows(arguments[1], arguments[2], arguments[3], arguments[4]);
+        }
         measureAll(arguments[1]);
         return 0;
     } catch (const std::exception& error) {
