@@ -50,7 +50,7 @@ std::string adviseOnResult(const FailedExchange& exchange) {
 }
 
 std::string adviseOnStatus(const FailedExchange& exchange) {
-    const std::string status = " (HTTP " + std::to_string(exchange.resultCode) + ")";
+    std::string status = " (HTTP " + std::to_string(exchange.resultCode) + ")";
     switch (exchange.resultCode) {
         case 400:
             return status;

@@ -142,12 +142,12 @@ FittedStructure fitToBudget(const DatabaseStructure& structure, std::size_t budg
         bytes += measureStatement(*candidate.schema, *candidate.relation);
     }
     for (const int rank : {kOther, kNeighbour, kNamed}) {
-        for (auto candidate = candidates.rbegin(); candidate != candidates.rend(); ++candidate) {
-            if (estimateTokens(bytes) > budget && candidate->rank == rank) {
-                bytes -= measureStatement(*candidate->schema, *candidate->relation);
-                candidate->isKept = false;
+        std::for_each(candidates.rbegin(), candidates.rend(), [&](Candidate& candidate) {
+            if (estimateTokens(bytes) > budget && candidate.rank == rank) {
+                bytes -= measureStatement(*candidate.schema, *candidate.relation);
+                candidate.isKept = false;
             }
-        }
+        });
     }
     FittedStructure fitted{.structure = structure, .leftOut = {}};
     std::set<std::pair<std::string, std::string>> leftOut;
