@@ -72,7 +72,7 @@ void readJson(std::string_view input) {
 void readSession(std::string_view input) {
     KAIAssistantProperties properties;
     const std::unique_ptr<kai::ChatSession> session =
-        obtainDeepSeekProtocol().createSession(properties, obtainDeepSeekProtocol());
+        kai::obtainDeepSeekProtocol().createSession(properties, kai::obtainDeepSeekProtocol());
     if (!session->loadSession(std::string(input))) {
         require(properties.obtainSettings().assignedKeys.empty(), "a failed load changes nothing");
         return;
@@ -80,7 +80,7 @@ void readSession(std::string_view input) {
     const std::string text = session->serializeSession();
     KAIAssistantProperties others;
     const std::unique_ptr<kai::ChatSession> other =
-        obtainOllamaProtocol().createSession(others, obtainOllamaProtocol());
+        kai::obtainOllamaProtocol().createSession(others, kai::obtainOllamaProtocol());
     require(other->loadSession(text), "a session's text can be loaded");
     require(other->serializeSession() == text, "a loaded session writes the same text");
     require(others.obtainCombinedInstructions() == properties.obtainCombinedInstructions(),
@@ -175,10 +175,10 @@ void readAnswers(const kai::ChatProtocol& protocol, std::string_view input) {
 void readOpenAIAnswers(std::string_view input) {
     const COJson json(input);
     if (json.getIsValidJson()) {
-        const KAIRunState state = readRunState(json);
-        require((state.kind == KAIRunState::Kind::Failed) == !state.errorText.empty(), "a failure has a text");
-        readModelsNewestFirst(json.obtainMember("data"));
-        readModelsNewestFirst(json.obtainRoot());
+        const kai::RunState state = kai::readRunState(json);
+        require((state.kind == kai::RunState::Kind::Failed) == !state.errorText.empty(), "a failure has a text");
+        kai::readModelsNewestFirst(json.obtainMember("data"));
+        kai::readModelsNewestFirst(json.obtainRoot());
     }
 }
 
@@ -189,15 +189,15 @@ void runQuietly(std::string_view input) {
 }
 
 void readDeepSeekAnswers(std::string_view input) {
-    readAnswers(obtainDeepSeekProtocol(), input);
+    readAnswers(kai::obtainDeepSeekProtocol(), input);
 }
 
 void readGoogleAnswers(std::string_view input) {
-    readAnswers(obtainGoogleProtocol(), input);
+    readAnswers(kai::obtainGoogleProtocol(), input);
 }
 
 void readOllamaAnswers(std::string_view input) {
-    readAnswers(obtainOllamaProtocol(), input);
+    readAnswers(kai::obtainOllamaProtocol(), input);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "cf/utilities.h"
-#include "kai_localization.h"
+#include "kai_host_callback.h"
 #include "kai_message.h"
 
 namespace kai {

@@ -94,8 +94,8 @@ constexpr kai::ChatProtocol kProtocol{
     .userMessage = {R"({"role":"user","content":)", "}"},
     .assistantMessage = {R"({"role":"assistant","content":)", "}"},
     .systemMessage = {R"({"role":"system","content":)", "}"},
-    .readModelsError = readErrorBody,
-    .readChatError = readErrorBody,
+    .readModelsError = kai::readErrorBody,
+    .readChatError = kai::readErrorBody,
     .readModels = readModels,
     .readReply = readReply,
     .streaming = {.framing = kai::ChatStreamFraming::Events, .endMark = "[DONE]", .readPiece = readPiece},
@@ -104,10 +104,10 @@ constexpr kai::ChatProtocol kProtocol{
 
 }  // namespace
 
-const kai::ChatProtocol& obtainDeepSeekProtocol() {
+const kai::ChatProtocol& kai::obtainDeepSeekProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_DEEPSEEK::KAIAssistant_DEEPSEEK(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                                              const std::string& apiKey)
-    : kai::ChatAssistant(obtainDeepSeekProtocol(), std::move(poolCenter), host, apiKey) {}
+    : kai::ChatAssistant(kai::obtainDeepSeekProtocol(), std::move(poolCenter), host, apiKey) {}

@@ -10,7 +10,11 @@ public:
                           const std::string& apiKey);
 };
 
+namespace kai {
+
 /// The API's differences from other chat-completion providers.
-const kai::ChatProtocol& obtainDeepSeekProtocol();
+const ChatProtocol& obtainDeepSeekProtocol();
+
+}  // namespace kai
 
 #endif

@@ -6,7 +6,7 @@ namespace {
 
 // Never the raw body: this service's failures come as JSON, and what stands before it may answer in HTML.
 std::string readError(CMRestResourceResponse* response) {
-    return findErrorMessage(response).value_or(std::string());
+    return kai::findErrorMessage(response).value_or(std::string());
 }
 
 bool hasMethod(const COJsonValue& methods, std::string_view wanted) {
@@ -134,10 +134,10 @@ constexpr kai::ChatProtocol kProtocol{
 
 }  // namespace
 
-const kai::ChatProtocol& obtainGoogleProtocol() {
+const kai::ChatProtocol& kai::obtainGoogleProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_GOOGLE::KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                                          const std::string& apiKey)
-    : kai::ChatAssistant(obtainGoogleProtocol(), std::move(poolCenter), host, apiKey) {}
+    : kai::ChatAssistant(kai::obtainGoogleProtocol(), std::move(poolCenter), host, apiKey) {}

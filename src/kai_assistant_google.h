@@ -10,7 +10,11 @@ public:
                         const std::string& apiKey);
 };
 
+namespace kai {
+
 /// The service's differences from other chat-completion providers.
-const kai::ChatProtocol& obtainGoogleProtocol();
+const ChatProtocol& obtainGoogleProtocol();
+
+}  // namespace kai
 
 #endif

@@ -76,7 +76,7 @@ constexpr kai::ChatProtocol kProtocol{
     .assistantMessage = {R"({"role":"assistant","content":)", "}"},
     .systemMessage = {R"({"role":"system","content":)", "}"},
     .readModelsError = readNoError,
-    .readChatError = readErrorBody,
+    .readChatError = kai::readErrorBody,
     .readModels = readModels,
     .readReply = readReply,
     .streaming = {.framing = kai::ChatStreamFraming::Lines, .readPiece = readPiece},
@@ -85,9 +85,9 @@ constexpr kai::ChatProtocol kProtocol{
 
 }  // namespace
 
-const kai::ChatProtocol& obtainOllamaProtocol() {
+const kai::ChatProtocol& kai::obtainOllamaProtocol() {
     return kProtocol;
 }
 
 KAIAssistant_OLLAMA::KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host)
-    : kai::ChatAssistant(obtainOllamaProtocol(), std::move(poolCenter), host, {}) {}
+    : kai::ChatAssistant(kai::obtainOllamaProtocol(), std::move(poolCenter), host, {}) {}

@@ -9,7 +9,11 @@ public:
     KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host);
 };
 
+namespace kai {
+
 /// The service's differences from other chat-completion providers.
-const kai::ChatProtocol& obtainOllamaProtocol();
+const ChatProtocol& obtainOllamaProtocol();
+
+}  // namespace kai
 
 #endif

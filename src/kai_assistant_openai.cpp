@@ -6,7 +6,7 @@
 #include "cf/assertion.h"
 #include "cf/stream.h"
 #include "cf/utilities.h"
-#include "kai_localization.h"
+#include "kai_host_callback.h"
 #include "kai_message.h"
 
 namespace {
@@ -70,7 +70,7 @@ void appendTextSections(KAIMessage& message, const COJsonValue& content) {
 }  // namespace
 
 KAIAssistant_OPENAI::KAIAssistant_OPENAI(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
-                                         const std::string& apiKey, IKAIPollClock& clock)
+                                         const std::string& apiKey, kai::PollClock& clock)
     : m_properties(std::make_unique<KAIAssistantProperties_OPENAI>()),
       m_restSession(std::make_unique<CMRestSession>()),
       m_poolCenter(std::move(poolCenter)),
@@ -85,7 +85,7 @@ KAIAssistant_OPENAI::KAIAssistant_OPENAI(std::unique_ptr<ICSHTTPPoolCenter> pool
     });
 }
 
-std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue& data) {
+std::optional<std::vector<std::string>> kai::readModelsNewestFirst(const COJsonValue& data) {
     if (!data.isArray()) {
         return std::nullopt;
     }
@@ -108,14 +108,14 @@ std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue&
 }
 
 std::pair<std::vector<std::string>, std::string> KAIAssistant_OPENAI::obtainAvailableModels() {
-    KAIServiceAnswer answer = m_service.get(obtainHost(), {"models"}, {}, {});
+    kai::ServiceAnswer answer = m_service.get(obtainHost(), {"models"}, {}, {});
     if (!answer.errorText.empty()) {
         return {std::vector<std::string>(), std::move(answer.errorText)};
     }
-    if (std::optional<std::string> message = findErrorMessage(answer.response.get())) {
+    if (std::optional<std::string> message = kai::findErrorMessage(answer.response.get())) {
         return {{}, *std::move(message)};
     }
-    std::optional<std::vector<std::string>> models = readModelsNewestFirst(answer.obtainMember("data"));
+    std::optional<std::vector<std::string>> models = kai::readModelsNewestFirst(answer.obtainMember("data"));
     if (!models) {
         return {{}, localizeString("Unsupported data format") + ": g/v1/models"};
     }
@@ -252,7 +252,7 @@ std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::addMessage(IKAISession
         return {nullptr, std::move(runError)};
     }
     const auto look = [this, &threadID, &runID = runID] { return lookAtRun(threadID, runID); };
-    if (std::string errorText = waitForRun(m_clock, look); !errorText.empty()) {
+    if (std::string errorText = kai::waitForRun(m_clock, look); !errorText.empty()) {
         return {nullptr, std::move(errorText)};
     }
     auto [message, errorText] = fetchAnswer(threadID, runID);
@@ -277,21 +277,21 @@ std::pair<std::string, std::string> KAIAssistant_OPENAI::createRun(const std::st
     return m_service.postForID(obtainHost(), {"threads", threadID, "runs"}, &body, ": p/v1/threads/id/runs");
 }
 
-KAIRunState KAIAssistant_OPENAI::lookAtRun(const std::string& threadID, const std::string& runID) {
+kai::RunState KAIAssistant_OPENAI::lookAtRun(const std::string& threadID, const std::string& runID) {
     // The suffix names a POST although this is a GET: hosts know the text as it is.
-    KAIServiceAnswer answer =
+    kai::ServiceAnswer answer =
         m_service.get(obtainHost(), {"threads", threadID, "runs", runID}, {}, ": p/v1/threads/id/runs/id");
     if (!answer.errorText.empty()) {
-        return {KAIRunState::Kind::Failed, std::move(answer.errorText)};
+        return {kai::RunState::Kind::Failed, std::move(answer.errorText)};
     }
-    return readRunState(*answer.findJson());
+    return kai::readRunState(*answer.findJson());
 }
 
 std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::fetchAnswer(const std::string& threadID,
                                                                       const std::string& runID) {
     auto message = std::make_unique<KAIMessage>();
-    KAIServiceAnswer answer = m_service.get(obtainHost(), {"threads", threadID, "messages"}, {{"run_id", runID}},
-                                            ": g/v1/threads/id/messages");
+    kai::ServiceAnswer answer = m_service.get(obtainHost(), {"threads", threadID, "messages"}, {{"run_id", runID}},
+                                              ": g/v1/threads/id/messages");
     if (!answer.errorText.empty()) {
         return {nullptr, std::move(answer.errorText)};
     }

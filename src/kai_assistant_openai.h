@@ -20,7 +20,7 @@ class KAIAssistant_OPENAI : public IKAIAssistant {
 public:
     /// @param clock  waits for runs; borrowed for the assistant's life
     KAIAssistant_OPENAI(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
-                        const std::string& apiKey, IKAIPollClock& clock = obtainSystemPollClock());
+                        const std::string& apiKey, kai::PollClock& clock = kai::obtainSystemPollClock());
     KAIAssistant_OPENAI(const KAIAssistant_OPENAI&) = delete;
     KAIAssistant_OPENAI& operator=(const KAIAssistant_OPENAI&) = delete;
 
@@ -43,7 +43,7 @@ private:
 
     std::string postMessage(const std::string& threadID, const std::string& text);
     std::pair<std::string, std::string> createRun(const std::string& threadID);
-    KAIRunState lookAtRun(const std::string& threadID, const std::string& runID);
+    kai::RunState lookAtRun(const std::string& threadID, const std::string& runID);
     std::pair<IKAIMessage*, std::string> fetchAnswer(const std::string& threadID, const std::string& runID);
     [[nodiscard]] std::string obtainHost() const;
 
@@ -53,11 +53,15 @@ private:
     std::unique_ptr<KAIAssistantProperties_OPENAI> m_properties;
     std::unique_ptr<CMRestSession> m_restSession;
     std::unique_ptr<ICSHTTPPoolCenter> m_poolCenter;
-    KAIService_OPENAI m_service;
-    IKAIPollClock& m_clock;
+    kai::OpenAIService m_service;
+    kai::PollClock& m_clock;
 };
+
+namespace kai {
 
 /// The identifiers in a model list, the newest first; nothing when the list has another form.
 std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue& data);
+
+}  // namespace kai
 
 #endif

@@ -7,8 +7,8 @@
 #include "kai_assistant_google.h"
 #include "kai_assistant_ollama.h"
 #include "kai_assistant_openai.h"
+#include "kai_host_callback.h"
 #include "kai_http.h"
-#include "kai_localization.h"
 
 namespace {
 
@@ -59,7 +59,7 @@ void KAIFreeObject(IKAIObject* object) {
 }
 
 void KAIRegisterCallback(void (*callback)(const char* eventName, void* data)) {
-    setHostCallback(callback);
+    kai::setHostCallback(callback);
 }
 
 void KAISetHTTPSettings(const CMRestGlobalSettings& settings) {

@@ -113,6 +113,8 @@ HTTP::Result HTTP::Delete(CMRestSession* session, const std::string& url) {
     return runRequest(session, request, &ICSRestClient::runDelete);
 }
 
+namespace kai {
+
 std::optional<std::string> findErrorMessage(CMRestResourceResponse* response) {
     const COJson* json = response != nullptr ? response->getJson() : nullptr;
     if (json == nullptr) {
@@ -131,8 +133,6 @@ std::string readErrorBody(CMRestResourceResponse* response) {
     }
     return response != nullptr ? response->getBufferString() : std::string();
 }
-
-namespace kai {
 
 std::string chooseErrorText(std::string serviceText, std::string transportText) {
     return serviceText.empty() ? std::move(transportText) : std::move(serviceText);

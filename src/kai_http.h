@@ -45,14 +45,14 @@ Result Delete(CMRestSession* session, const std::string& url);
 
 }  // namespace HTTP
 
+namespace kai {
+
 /// The "message" of the "error" object in a response's JSON body, where there is one.
 std::optional<std::string> findErrorMessage(CMRestResourceResponse* response);
 
 /// What a failed response says for itself: the error message in its JSON body, otherwise the raw body. Empty for a null
 /// response.
 std::string readErrorBody(CMRestResourceResponse* response);
-
-namespace kai {
 
 /// The text for a failed exchange: what the service says, otherwise what the transport says.
 std::string chooseErrorText(std::string serviceText, std::string transportText);

@@ -28,6 +28,8 @@ void KAIMessage::addTextSection(std::string text) {
     section.release();
 }
 
+namespace kai {
+
 std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text) {
     auto message = std::make_unique<KAIMessage>(role, time);
     message->addTextSection(std::move(text));
@@ -46,3 +48,5 @@ std::int64_t obtainCurrentTime() {
     using namespace std::chrono;
     return duration_cast<seconds>(system_clock::now().time_since_epoch()).count();
 }
+
+}  // namespace kai

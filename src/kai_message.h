@@ -48,6 +48,8 @@ private:
     std::vector<IKAIMessageSection*> m_sections;
 };
 
+namespace kai {
+
 /// A message of one text section.
 std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text);
 
@@ -57,5 +59,7 @@ std::string_view obtainFirstText(IKAIMessage& message);
 
 /// The current time in whole seconds since the Unix epoch.
 std::int64_t obtainCurrentTime();
+
+}  // namespace kai
 
 #endif

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <thread>
 
+#include "kai_host_callback.h"
 #include "kai_http.h"
-#include "kai_localization.h"
+
+namespace kai {
 
 namespace {
 
@@ -16,7 +18,7 @@ constexpr int kMostAttempts = 100;
 // Twice as often as a host is promised to be asked, since a sleep may take longer than it should.
 constexpr milliseconds kLongestSleepBetweenQuestions{50};
 
-class SystemPollClock : public IKAIPollClock {
+class SystemPollClock : public PollClock {
 public:
     std::chrono::steady_clock::time_point obtainNow() override { return std::chrono::steady_clock::now(); }
     void sleepFor(std::chrono::steady_clock::duration duration) override { std::this_thread::sleep_for(duration); }
@@ -24,7 +26,7 @@ public:
 
 /// Sleeps through the whole delay, unless the host cancels.
 /// @return whether the whole delay has passed
-bool sleepWhole(IKAIPollClock& clock, milliseconds delay) {
+bool sleepWhole(PollClock& clock, milliseconds delay) {
     using Duration = std::chrono::steady_clock::duration;
     // A copy: the host's function may replace the settings that hold it.
     const std::function<bool()> cancelled = HTTP::obtainGlobalSettings().cancelled;
@@ -43,11 +45,11 @@ milliseconds obtainNextDelay(milliseconds delay) {
     return std::min(kLongestDelay, delay * 13 / 10);
 }
 
-KAIRunState fail(std::string errorText) {
-    return {KAIRunState::Kind::Failed, std::move(errorText)};
+RunState fail(std::string errorText) {
+    return {RunState::Kind::Failed, std::move(errorText)};
 }
 
-KAIRunState readFailure(const COJson& run) {
+RunState readFailure(const COJson& run) {
     const COJsonValue lastError = run.obtainMember("last_error");
     const COJsonValue code = lastError.obtainMember("code");
     const COJsonValue message = lastError.obtainMember("message");
@@ -59,42 +61,42 @@ KAIRunState readFailure(const COJson& run) {
 
 }  // namespace
 
-IKAIPollClock& obtainSystemPollClock() {
+PollClock& obtainSystemPollClock() {
     // Never destroyed: a host may still wait for a run while its static objects are.
     static auto* const clock = new SystemPollClock;
     return *clock;
 }
 
-KAIRunState readRunState(const COJson& run) {
+RunState readRunState(const COJson& run) {
     const COJsonValue status = run.obtainMember("status");
     if (!status.isString()) {
         return fail(localizeString("Unsupported data format") + ": p/v1/threads/id/runs/id");
     }
     const std::string_view word = status.obtainString();
     if (word == "completed") {
-        return {KAIRunState::Kind::Completed, {}};
+        return {RunState::Kind::Completed, {}};
     }
     if (word == "failed") {
         return readFailure(run);
     }
     if (word == "expired" || word == "incomplete") {
-        return {KAIRunState::Kind::Expired, {}};
+        return {RunState::Kind::Expired, {}};
     }
     return {};
 }
 
-std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>& look) {
+std::string waitForRun(PollClock& clock, const std::function<RunState()>& look) {
     milliseconds delay = kFirstDelay;
     for (int attempts = 0;; ++attempts) {
-        KAIRunState state = look();
-        if (state.kind == KAIRunState::Kind::Completed) {
+        RunState state = look();
+        if (state.kind == RunState::Kind::Completed) {
             return {};
         }
-        if (state.kind == KAIRunState::Kind::Failed) {
+        if (state.kind == RunState::Kind::Failed) {
             return std::move(state.errorText);
         }
         // A run that expired is reported in the same word as one that was waited for too long.
-        if (attempts > kMostAttempts || state.kind == KAIRunState::Kind::Expired) {
+        if (attempts > kMostAttempts || state.kind == RunState::Kind::Expired) {
             return localizeString("Timeout");
         }
         if (!sleepWhole(clock, delay)) {
@@ -103,3 +105,5 @@ std::string waitForRun(IKAIPollClock& clock, const std::function<KAIRunState()>&
         delay = obtainNextDelay(delay);
     }
 }
+
+}  // namespace kai

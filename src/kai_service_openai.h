@@ -9,8 +9,10 @@
 
 #include "kai_http.h"
 
+namespace kai {
+
 /// What an exchange with the OpenAI service gave: the response with its JSON, or an error text.
-struct KAIServiceAnswer {
+struct ServiceAnswer {
     std::unique_ptr<CMRestResourceResponse> response;
     std::string errorText;
 
@@ -24,19 +26,19 @@ struct KAIServiceAnswer {
 ///
 /// A failed exchange is reported in the service's own words, or the transport's where the service says nothing. The
 /// library's own errors end in a suffix that names the request and writes "id" in place of identifiers.
-class KAIService_OPENAI {
+class OpenAIService {
 public:
     /// @param restSession  carries the credential and the protocol's header; borrowed
-    explicit KAIService_OPENAI(CMRestSession& restSession) : m_restSession(restSession) {}
+    explicit OpenAIService(CMRestSession& restSession) : m_restSession(restSession) {}
 
     /// The segments below "v1": words of the protocol, and ids as the service gave them.
     using Path = std::vector<std::string>;
 
     /// Gets a resource. An answer without JSON is an error only where the suffix is not empty.
-    KAIServiceAnswer get(const std::string& host, const Path& path, const HTTP::Params& queryParams,
-                         std::string_view suffix);
+    ServiceAnswer get(const std::string& host, const Path& path, const HTTP::Params& queryParams,
+                      std::string_view suffix);
     /// Posts to a resource, with or without a body; the answer must be JSON.
-    KAIServiceAnswer post(const std::string& host, const Path& path, ICOJsonValue* body, std::string_view suffix);
+    ServiceAnswer post(const std::string& host, const Path& path, ICOJsonValue* body, std::string_view suffix);
     /// Posts, and reads the "id" of the resource that came of it. An id that cannot stand in a path is no id.
     /// @return the id and the error text
     std::pair<std::string, std::string> postForID(const std::string& host, const Path& path, ICOJsonValue* body,
@@ -48,5 +50,7 @@ public:
 private:
     CMRestSession& m_restSession;
 };
+
+}  // namespace kai
 
 #endif

@@ -5,4 +5,4 @@
 // The check of a message's role stands once, in the history that all chat sessions share, yet its report names the
 // provider's own source. So the place is passed as data, and reports stay the same when lines move.
 KAISession_DEEPSEEK::KAISession_DEEPSEEK(KAIAssistantProperties& properties)
-    : kai::ChatSession(properties, obtainDeepSeekProtocol(), {"src/kai_session_deepseek.cpp", 45}) {}
+    : kai::ChatSession(properties, kai::obtainDeepSeekProtocol(), {"src/kai_session_deepseek.cpp", 45}) {}

@@ -5,4 +5,4 @@
 // The check of a message's role stands once, in the history that all chat sessions share, yet its report names the
 // provider's own source. So the place is passed as data, and reports stay the same when lines move.
 KAISession_OLLAMA::KAISession_OLLAMA(KAIAssistantProperties& properties)
-    : kai::ChatSession(properties, obtainOllamaProtocol(), {"src/kai_session_ollama.cpp", 45}) {}
+    : kai::ChatSession(properties, kai::obtainOllamaProtocol(), {"src/kai_session_ollama.cpp", 45}) {}

@@ -173,7 +173,7 @@ TEST_F(PlainAllocationFailure, OfARestoreLeavesTheAssistantsProperties) {
     setUp(saved);
     saved.setProperty("api_host", "a host name of some length");
     const std::unique_ptr<kai::ChatSession> former =
-        obtainOllamaProtocol().createSession(saved, obtainOllamaProtocol());
+        kai::obtainOllamaProtocol().createSession(saved, kai::obtainOllamaProtocol());
     former->obtainHistory()->appendMessage(KAI_ROLE_USER, kLongText);
     const std::string text = former->serializeSession();
     KAIAssistant_OLLAMA assistant(nullptr, "host");

@@ -39,8 +39,8 @@ constexpr kai::ChatProtocol kPlainProtocol{
     .body = kBody,
     .userMessage = {R"({"by":"human","say":[{"text":)", "}]}"},
     .assistantMessage = {R"({"by":"machine","say":[{"text":)", "}]}"},
-    .readModelsError = readErrorBody,
-    .readChatError = readErrorBody,
+    .readModelsError = kai::readErrorBody,
+    .readChatError = kai::readErrorBody,
     .readModels = [](const COJson& /*response*/) { return std::optional(std::vector<std::string>{"only"}); },
     .readReply = [](const COJson& response) -> std::optional<std::string> {
         return std::string(response.obtainMember("say").obtainString());

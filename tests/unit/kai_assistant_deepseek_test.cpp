@@ -9,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-const kai::ChatProtocol& s_protocol = obtainDeepSeekProtocol();
+const kai::ChatProtocol& s_protocol = kai::obtainDeepSeekProtocol();
 
 std::string read(const std::string& choices) {
     return readReply(s_protocol, R"({"choices":[)" + choices + "]}");

@@ -9,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-const kai::ChatProtocol& s_protocol = obtainGoogleProtocol();
+const kai::ChatProtocol& s_protocol = kai::obtainGoogleProtocol();
 
 std::string read(const std::string& candidates) {
     return readReply(s_protocol, R"({"candidates":[)" + candidates + "]}");

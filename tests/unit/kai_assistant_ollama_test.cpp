@@ -9,7 +9,7 @@ using Texts = std::vector<std::string>;
 
 namespace {
 
-const kai::ChatProtocol& s_protocol = obtainOllamaProtocol();
+const kai::ChatProtocol& s_protocol = kai::obtainOllamaProtocol();
 
 }  // namespace
 

@@ -29,7 +29,7 @@ std::string writeSessionText(const kai::ChatHistory& history) {
 }  // namespace
 
 TEST(ChatHistory, KeepsItsMessagesAsTheyAreSent) {
-    kai::ChatHistory history(obtainGoogleProtocol());
+    kai::ChatHistory history(kai::obtainGoogleProtocol());
     EXPECT_EQ(join(history), "");
     history.appendMessage(KAI_ROLE_USER, "say \"hi\"\n");
     history.appendMessage(KAI_ROLE_ASSISTANT, "\xff");
@@ -40,8 +40,8 @@ TEST(ChatHistory, KeepsItsMessagesAsTheyAreSent) {
 }
 
 TEST(ChatHistory, IsWrittenAlikeIntoTheSessionTextOfEveryProvider) {
-    kai::ChatHistory deepSeek(obtainDeepSeekProtocol());
-    kai::ChatHistory google(obtainGoogleProtocol());
+    kai::ChatHistory deepSeek(kai::obtainDeepSeekProtocol());
+    kai::ChatHistory google(kai::obtainGoogleProtocol());
     EXPECT_EQ(writeSessionText(google), "");
     EXPECT_EQ(writeSessionText(deepSeek), "");
     for (int i = 0; i < 500; ++i) {
@@ -57,7 +57,7 @@ TEST(ChatHistory, IsWrittenAlikeIntoTheSessionTextOfEveryProvider) {
 }
 
 TEST(ChatHistory, TakesTheFirstSectionOfAMessageOfSeveral) {
-    kai::ChatHistory history(obtainDeepSeekProtocol());
+    kai::ChatHistory history(kai::obtainDeepSeekProtocol());
     KAIMessage message;
     message.addTextSection("first");
     message.addTextSection("second");
@@ -66,7 +66,7 @@ TEST(ChatHistory, TakesTheFirstSectionOfAMessageOfSeveral) {
 }
 
 TEST(ChatHistory, ThrowsForAMessageWithoutASectionAndStaysAsItWas) {
-    kai::ChatHistory history(obtainDeepSeekProtocol());
+    kai::ChatHistory history(kai::obtainDeepSeekProtocol());
     history.appendMessage(KAI_ROLE_USER, "q");
     const std::string before = join(history);
     KAIMessage message;
@@ -84,7 +84,7 @@ TEST(ChatHistory, ThrowsForAMessageWithoutASectionAndStaysAsItWas) {
 }
 
 TEST(ChatHistory, NeverMovesWhatItHolds) {
-    kai::ChatHistory history(obtainDeepSeekProtocol());
+    kai::ChatHistory history(kai::obtainDeepSeekProtocol());
     history.appendMessage(KAI_ROLE_USER, "first");
     const std::string_view first = history.obtainBlocks().front();
     const std::string before(first);
@@ -96,7 +96,7 @@ TEST(ChatHistory, NeverMovesWhatItHolds) {
 }
 
 TEST(ChatHistory, TakesAMessageOfAnySize) {
-    kai::ChatHistory history(obtainGoogleProtocol());
+    kai::ChatHistory history(kai::obtainGoogleProtocol());
     const std::string huge(1024 * 1024, '\n');
     for (const std::string& text : {std::string("small"), huge, std::string(), huge, std::string("small")}) {
         history.appendMessage(KAI_ROLE_ASSISTANT, text);

@@ -77,9 +77,9 @@ void expectFailure(const kai::ChatProtocol& protocol, const std::string& body, O
     }
 }
 
-const kai::ChatProtocol& s_deepSeek = obtainDeepSeekProtocol();
-const kai::ChatProtocol& s_google = obtainGoogleProtocol();
-const kai::ChatProtocol& s_ollama = obtainOllamaProtocol();
+const kai::ChatProtocol& s_deepSeek = kai::obtainDeepSeekProtocol();
+const kai::ChatProtocol& s_google = kai::obtainGoogleProtocol();
+const kai::ChatProtocol& s_ollama = kai::obtainOllamaProtocol();
 
 std::string chunk(const std::string& content, const std::string& reason = "null") {
     return R"(data: {"object":"chat.completion.chunk","choices":[{"index":0,"delta":{"content":")" + content +

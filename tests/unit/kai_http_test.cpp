@@ -25,7 +25,7 @@ protected:
 
 std::string readBody(const std::string& body) {
     CMRestResourceResponse response(400, body);
-    return readErrorBody(&response);
+    return kai::readErrorBody(&response);
 }
 
 }  // namespace
@@ -135,6 +135,6 @@ TEST(KAIErrorBody, IsTheRawBodyOtherwise) {
 }
 
 TEST(KAIErrorBody, IsEmptyForANullResponse) {
-    EXPECT_EQ(readErrorBody(nullptr), "");
-    EXPECT_EQ(findErrorMessage(nullptr), std::nullopt);
+    EXPECT_EQ(kai::readErrorBody(nullptr), "");
+    EXPECT_EQ(kai::findErrorMessage(nullptr), std::nullopt);
 }

@@ -73,7 +73,7 @@ TEST(KAIMessage, GivesAReferenceToItsOwnSections) {
 
 TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
     constexpr std::int64_t kBeyond32Bits = 0x1'0000'0001;
-    const auto message = createTextMessage(KAI_ROLE_USER, kBeyond32Bits, "hello");
+    const auto message = kai::createTextMessage(KAI_ROLE_USER, kBeyond32Bits, "hello");
     EXPECT_EQ(message->obtainRole(), 0);
     EXPECT_EQ(message->obtainTime(), kBeyond32Bits);
     ASSERT_EQ(message->obtainSections().size(), 1U);
@@ -84,19 +84,19 @@ TEST(KAIMessage, KeepsRoleAndTimeItIsBuiltWith) {
 
 TEST(KAIMessage, TakesFurtherSectionsBehindTheTextItWasMadeOf) {
     int destroyed = 0;
-    const auto message = createTextMessage(KAI_ROLE_USER, 0, "first");
+    const auto message = kai::createTextMessage(KAI_ROLE_USER, 0, "first");
     message->addTextSection("second");
     message->obtainSections().push_back(new CountedSection(destroyed));
     ASSERT_EQ(message->obtainSections().size(), 3U);
     EXPECT_EQ(message->obtainSections()[0]->obtainText(), "first");
     EXPECT_EQ(message->obtainSections()[1]->obtainText(), "second");
-    EXPECT_EQ(obtainFirstText(*message), "first");
+    EXPECT_EQ(kai::obtainFirstText(*message), "first");
 }
 
 TEST(KAIMessage, ThrowsOutOfRangeForTheFirstTextWhereThereIsNoSection) {
     KAIMessage message;
     try {
-        obtainFirstText(message);
+        kai::obtainFirstText(message);
         FAIL() << "nothing was thrown";
     } catch (const std::out_of_range& error) {
         EXPECT_STREQ(error.what(), "invalid vector subscript");
@@ -107,23 +107,23 @@ TEST(KAIMessage, GivesTheTextOfTheFirstOfSeveralSections) {
     KAIMessage message;
     message.addTextSection("first");
     message.addTextSection("second");
-    EXPECT_EQ(obtainFirstText(message), "first");
+    EXPECT_EQ(kai::obtainFirstText(message), "first");
 }
 
 TEST(KAIMessage, GivesTheSameFirstTextBeforeAndAfterItsSectionsAreAskedFor) {
-    const auto message = createTextMessage(KAI_ROLE_USER, 0, "hello");
-    EXPECT_EQ(obtainFirstText(*message), "hello");
+    const auto message = kai::createTextMessage(KAI_ROLE_USER, 0, "hello");
+    EXPECT_EQ(kai::obtainFirstText(*message), "hello");
     EXPECT_EQ(message->obtainSections().size(), 1U);
-    EXPECT_EQ(obtainFirstText(*message), "hello");
+    EXPECT_EQ(kai::obtainFirstText(*message), "hello");
     EXPECT_EQ(message->obtainSections().size(), 1U);
     message->addTextSection("more");
-    EXPECT_EQ(obtainFirstText(*message), "hello");
+    EXPECT_EQ(kai::obtainFirstText(*message), "hello");
     EXPECT_EQ(message->obtainSections().size(), 2U);
 }
 
 TEST(KAIMessage, TakesTheCurrentTimeInWholeSecondsSinceTheEpoch) {
     const std::int64_t before = readClock();
-    const std::int64_t time = obtainCurrentTime();
+    const std::int64_t time = kai::obtainCurrentTime();
     EXPECT_GE(time, before);
     EXPECT_LE(time, readClock());
 }

@@ -8,12 +8,12 @@
 #include "kai_http.h"
 #include "openai_fixture.h"
 
-using Kind = KAIRunState::Kind;
+using Kind = kai::RunState::Kind;
 using std::chrono::milliseconds;
 
 namespace {
 
-KAIRunState make(Kind kind, const std::string& text = {}) {
+kai::RunState make(Kind kind, const std::string& text = {}) {
     return {kind, text};
 }
 
@@ -22,11 +22,11 @@ KAIRunState make(Kind kind, const std::string& text = {}) {
 TEST(KAIRunPoll, LooksOnceAtACompletedRun) {
     RecordedClock clock;
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock,
-                         [&] {
-                             ++looks;
-                             return make(Kind::Completed);
-                         }),
+    EXPECT_EQ(kai::waitForRun(clock,
+                              [&] {
+                                  ++looks;
+                                  return make(Kind::Completed);
+                              }),
               "");
     EXPECT_EQ(looks, 1);
     EXPECT_TRUE(clock.sleeps.empty());
@@ -35,7 +35,7 @@ TEST(KAIRunPoll, LooksOnceAtACompletedRun) {
 TEST(KAIRunPoll, LooksAgainAfterEachDelayUntilTheRunEnds) {
     RecordedClock clock;
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 4 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 4 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_EQ(looks, 4);
     EXPECT_EQ(clock.sleeps, (std::vector<double>{250, 325, 422}));
 }
@@ -43,7 +43,7 @@ TEST(KAIRunPoll, LooksAgainAfterEachDelayUntilTheRunEnds) {
 TEST(KAIRunPoll, AnswersARunThatCompletesOnTheLastLook) {
     RecordedClock clock;
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 102 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 102 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_EQ(looks, 102);
     EXPECT_EQ(clock.sleeps.size(), 101U);
 }
@@ -51,19 +51,19 @@ TEST(KAIRunPoll, AnswersARunThatCompletesOnTheLastLook) {
 TEST(KAIRunPoll, ReportsARunThatFailsOnTheLastLookAsFailed) {
     RecordedClock clock;
     int looks = 0;
-    EXPECT_EQ(
-        waitForRun(clock, [&] { return ++looks < 102 ? make(Kind::Pending) : make(Kind::Failed, "code: message"); }),
-        "code: message");
+    EXPECT_EQ(kai::waitForRun(
+                  clock, [&] { return ++looks < 102 ? make(Kind::Pending) : make(Kind::Failed, "code: message"); }),
+              "code: message");
 }
 
 TEST(KAIRunPoll, TimesOutAfter102Looks) {
     RecordedClock clock;
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock,
-                         [&] {
-                             ++looks;
-                             return make(Kind::Pending);
-                         }),
+    EXPECT_EQ(kai::waitForRun(clock,
+                              [&] {
+                                  ++looks;
+                                  return make(Kind::Pending);
+                              }),
               "Timeout");
     EXPECT_EQ(looks, 102);
 }
@@ -73,7 +73,7 @@ TEST(KAIRunPoll, SleepsOnAfterAnEarlyWakeUpUntilTheWholeDelayHasPassed) {
     clock.share = 0.5;
     int looks = 0;
     const auto start = clock.obtainNow();
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_GE(clock.obtainNow() - start, milliseconds(250 + 325));
     EXPECT_LT(clock.obtainNow() - start, milliseconds(250 + 325 + 1));
     ASSERT_GT(clock.sleeps.size(), 4U);
@@ -86,7 +86,7 @@ TEST(KAIRunPoll, DoesNotSleepAgainWhenASleepWasTooLong) {
     RecordedClock clock;
     clock.share = 10.0;
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_EQ(clock.sleeps, (std::vector<double>{250, 325}));
 }
 
@@ -101,7 +101,7 @@ TEST(KAIRunPoll, AsksTheHostAtLeastTenTimesASecondWhetherToGoOn) {
     KAISetHTTPSettings(settings);
     int looks = 0;
     const auto start = clock.obtainNow();
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
     KAISetHTTPSettings(CMRestGlobalSettings());
     EXPECT_EQ(clock.obtainNow() - start, milliseconds(250 + 325)) << "the waits are as long as without a question";
     ASSERT_GE(questions.size(), 6U);
@@ -118,7 +118,7 @@ TEST(KAIRunPoll, EndsInTheTransportsWordsWhenTheHostCancels) {
     settings.cancelled = [&] { return ++questions == 4; };
     KAISetHTTPSettings(settings);
     int looks = 0;
-    const std::string error = waitForRun(clock, [&] {
+    const std::string error = kai::waitForRun(clock, [&] {
         ++looks;
         return make(Kind::Pending);
     });
@@ -140,7 +140,7 @@ TEST(KAIRunPoll, LetsTheHostReplaceTheSettingsWhenItIsAsked) {
     };
     KAISetHTTPSettings(settings);
     int looks = 0;
-    EXPECT_EQ(waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
+    EXPECT_EQ(kai::waitForRun(clock, [&] { return make(++looks < 3 ? Kind::Pending : Kind::Completed); }), "");
     EXPECT_EQ(clock.obtainNow().time_since_epoch(), milliseconds(250 + 325));
 }
 
@@ -149,18 +149,18 @@ TEST(KAIRunPoll, PassesOnWhatTheHostThrowsWhenItIsAsked) {
     CMRestGlobalSettings settings;
     settings.cancelled = []() -> bool { throw std::runtime_error("from the host"); };
     KAISetHTTPSettings(settings);
-    EXPECT_THROW(waitForRun(clock, [] { return make(Kind::Pending); }), std::runtime_error);
+    EXPECT_THROW(kai::waitForRun(clock, [] { return make(Kind::Pending); }), std::runtime_error);
     KAISetHTTPSettings(CMRestGlobalSettings());
 }
 
 TEST(KAIRunPoll, WaitsInRealTimeThroughItsFirstRounds) {
     using Clock = std::chrono::steady_clock;
     std::vector<Clock::time_point> looks;
-    EXPECT_EQ(waitForRun(obtainSystemPollClock(),
-                         [&] {
-                             looks.push_back(Clock::now());
-                             return make(looks.size() < 3 ? Kind::Pending : Kind::Completed);
-                         }),
+    EXPECT_EQ(kai::waitForRun(kai::obtainSystemPollClock(),
+                              [&] {
+                                  looks.push_back(Clock::now());
+                                  return make(looks.size() < 3 ? Kind::Pending : Kind::Completed);
+                              }),
               "");
     ASSERT_EQ(looks.size(), 3U);
     EXPECT_GE(looks[1] - looks[0], milliseconds(250));
@@ -169,12 +169,12 @@ TEST(KAIRunPoll, WaitsInRealTimeThroughItsFirstRounds) {
 
 TEST(KAIRunPoll, PassesOnWhatALookThrows) {
     RecordedClock clock;
-    EXPECT_THROW(waitForRun(clock, []() -> KAIRunState { throw std::runtime_error("from the host"); }),
+    EXPECT_THROW(kai::waitForRun(clock, []() -> kai::RunState { throw std::runtime_error("from the host"); }),
                  std::runtime_error);
 }
 
 TEST(KAIRunPoll, ReadsEachStatus) {
-    const auto read = [](const std::string& text) { return readRunState(COJson(text)).kind; };
+    const auto read = [](const std::string& text) { return kai::readRunState(COJson(text)).kind; };
     EXPECT_EQ(read(R"({"status":"completed"})"), Kind::Completed);
     EXPECT_EQ(read(R"({"status":"expired"})"), Kind::Expired);
     EXPECT_EQ(read(R"({"status":"incomplete"})"), Kind::Expired);

@@ -15,7 +15,7 @@
 #include "loopback_server.h"
 
 /// A clock whose time passes only by sleeping: it keeps every sleep, and may wake early.
-class RecordedClock : public IKAIPollClock {
+class RecordedClock : public kai::PollClock {
 public:
     std::chrono::steady_clock::time_point obtainNow() override { return m_now; }
     void sleepFor(std::chrono::steady_clock::duration duration) override;

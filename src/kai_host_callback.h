@@ -1,13 +1,17 @@
-#ifndef KAI_LOCALIZATION_H
-#define KAI_LOCALIZATION_H
+#ifndef KAI_HOST_CALLBACK_H
+#define KAI_HOST_CALLBACK_H
 
 #include <string>
 
+namespace kai {
+
 /// A host's callback, as KAIRegisterCallback takes it.
-using KAICallback = void (*)(const char* eventName, void* data);
+using HostCallback = void (*)(const char* eventName, void* data);
 
 /// Replaces the process-wide callback; null removes it.
-void setHostCallback(KAICallback callback) noexcept;
+void setHostCallback(HostCallback callback) noexcept;
+
+}  // namespace kai
 
 /// Offers a message of the library to the host for translation.
 /// @return the host's translation, or the text itself where there is no callback or it left the answer empty

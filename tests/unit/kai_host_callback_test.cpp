@@ -1,4 +1,4 @@
-#include "kai_localization.h"
+#include "kai_host_callback.h"
 
 #include <gtest/gtest.h>
 

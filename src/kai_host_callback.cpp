@@ -1,4 +1,4 @@
-#include "kai_localization.h"
+#include "kai_host_callback.h"
 
 #include <cstring>
 
@@ -7,11 +7,11 @@
 namespace {
 
 // A plain global: hosts set it before they use the library, or while no operation runs.
-KAICallback s_hostCallback = nullptr;
+kai::HostCallback s_hostCallback = nullptr;
 
 }  // namespace
 
-void setHostCallback(KAICallback callback) noexcept {
+void kai::setHostCallback(HostCallback callback) noexcept {
     s_hostCallback = callback;
 }
 
