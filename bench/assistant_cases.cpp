@@ -146,8 +146,14 @@ void measureHistoryMemory(std::size_t messages) {
     BenchServer server(false);
     const AssistantPtr assistant = createAssistant("ollama", server.obtainAuthority());
     {
+        // What the connection keeps to send requests, short and long ones, is no history's.
+        constexpr std::size_t kWarmUpTurns = 64;
         const SessionPtr warmUp = createSession(*assistant);
-        const MessagePtr answer = addMessage(*assistant, *warmUp, buildMessageText(0));
+        for (std::size_t turn = 0; turn < kWarmUpTurns; ++turn) {
+            const MessagePtr answer = addMessage(*assistant, *warmUp, buildMessageText(turn));
+        }
+        const SessionPtr longWarmUp = restoreSession(*assistant, buildSessionText(messages));
+        const MessagePtr answer = addMessage(*assistant, *longWarmUp, buildMessageText(0));
     }
     const HeldMemory restored = measureRestored(*assistant, messages);
     Meter::note("restored_bytes", restored.bytes);

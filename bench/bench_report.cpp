@@ -103,7 +103,7 @@ void writeBudgets(const std::string& file, const std::vector<BenchRow>& rows) {
     std::string text =
         "# What scripts/bench --check compares with: each value may be 5 % above. Set by --set-budgets.\n";
     for (const BenchRow& row : rows) {
-        text += row.key + ' ' + std::to_string(row.value) + '\n';
+        text += row.key + ' ' + std::to_string(row.isTimed ? row.target.value() : row.value) + '\n';
     }
     writeFile(file, text);
 }

@@ -135,6 +135,7 @@ void measureTurnResources(CaseRunner& runner, std::vector<BenchRow>& rows) {
     rows.push_back(showNumber("system_calls", "system calls in a turn, 2 messages", runner.obtainSystemCalls(shortTurn),
                               {18, 12}));
     rows.back().floor = formatValue(runner.obtainSystemCalls(takeTurn("turn-floor", {})));
+    rows.back().isTimed = true;
 
     const double allocations = runner.obtainMemory(longTurn)["allocations"];
     rows.push_back(showNumber("allocations", "allocations in a turn, 2,000 messages", allocations, {63, 45}));

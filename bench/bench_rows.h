@@ -19,6 +19,8 @@ struct BenchRow {
     std::optional<double> moonshot{};
     std::string floorTime{};
     std::string ourTime{};
+    /// The value depends on when the peer's bytes come, so the target, which all rows of this kind have, is the budget.
+    bool isTimed = false;
 };
 
 /// Measures everything.

@@ -63,9 +63,25 @@ function(kai_compile_options target)
     "-fmacro-prefix-map=${KAI_REPOSITORY_ROOT_FROM_BUILD}/=")
 endfunction()
 
+option(KAI_LTO "Optimize the libraries once more when they are linked (release builds with g++)" ON)
+
+# With -Os, g++ copies with `rep movsb`, which takes longer than the call of memcpy that it saves.
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-mstringop-strategy=libcall KAI_HAS_STRINGOP_STRATEGY)
+
 # kai_optimize_for_size(TARGET HOT_SOURCE...): compiles a library for size in release builds, all but the hot sources:
 # what runs for each byte of a text or each item of a list.
 function(kai_optimize_for_size target)
-  target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-Os>)
+  set(options -Os $<$<BOOL:${KAI_HAS_STRINGOP_STRATEGY}>:-mstringop-strategy=libcall>)
+  target_compile_options(${target} PRIVATE "$<$<CONFIG:Release>:${options}>")
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
+endfunction()
+
+# kai_optimize_at_link(LIBRARY OBJECTS): optimizes a library across its sources, which OBJECTS compiles. Its object files
+# hold machine code as well, for what links them without this.
+function(kai_optimize_at_link library objects)
+  if(KAI_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(${objects} PRIVATE "$<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>")
+    target_link_options(${library} PRIVATE $<$<CONFIG:Release>:-flto=auto>)
+  endif()
 endfunction()

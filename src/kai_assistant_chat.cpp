@@ -192,7 +192,9 @@ ChatSession* ChatAssistant::castSession(IKAISession* session) const {
 }
 
 std::string ChatAssistant::buildURL(std::span<const std::string_view> path, std::string_view model) const {
-    std::vector<std::string> parts{std::string(m_protocol.scheme) + m_properties->obtainSettings().apiHost};
+    std::vector<std::string> parts;
+    parts.reserve(1 + path.size());
+    parts.push_back(std::string(m_protocol.scheme) + m_properties->obtainSettings().apiHost);
     for (const std::string_view part : path) {
         parts.push_back(expandModel(part, model));
     }

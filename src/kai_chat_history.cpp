@@ -20,11 +20,38 @@ const ChatFrame& obtainSessionFrame(ChatHistory::Role role) {
                                                   : kSessionUnknown;
 }
 
-/// Room for more than is asked for, in proportion to what there is: a conversation of any length takes few blocks and
-/// leaves little of them unused.
-constexpr std::size_t growBy(std::size_t size, std::size_t least, std::size_t most) {
-    return std::clamp(size / 8, least, most);
+std::size_t countFree(const std::string& block) noexcept {
+    return block.capacity() - block.size();
 }
+
+/// Takes messages from blocks, one after another.
+class MessageReader {
+public:
+    explicit MessageReader(const std::vector<std::string>& blocks) : m_block(blocks.begin()), m_left(*m_block) {}
+
+    /// The bytes of the next message, valid until the next call.
+    std::string_view take(std::size_t size) {
+        if (m_left.empty()) {
+            m_left = *++m_block;
+        }
+        if (m_left.size() < size) {
+            m_joined.assign(m_left);
+            m_left = *++m_block;
+            size -= m_joined.size();
+            m_joined.append(m_left, 0, size);
+            m_left.remove_prefix(size);
+            return m_joined;
+        }
+        const std::string_view message = m_left.substr(0, size);
+        m_left.remove_prefix(size);
+        return message;
+    }
+
+private:
+    std::vector<std::string>::const_iterator m_block;
+    std::string_view m_left;
+    std::string m_joined;
+};
 
 }  // namespace
 
@@ -70,41 +97,52 @@ void ChatHistory::appendTurn(std::string_view framedUserMessage, IKAIMessage& an
 void ChatHistory::makeRoom(std::size_t messages, std::size_t size) {
     constexpr std::size_t kLeastPlaces = 4;
     constexpr std::size_t kMostPlaces = 4096;
-    constexpr std::size_t kLeastBlock = 2048;
-    constexpr std::size_t kMostBlock = 64 * 1024;
+    constexpr std::size_t kLeastBlock = std::size_t{4} * 1024;
+    constexpr std::size_t kMostBlock = std::size_t{64} * 1024;
+    // More than is asked for, in proportion to what there is: a conversation of any length takes few blocks and leaves
+    // little of them unused.
     if (m_places.capacity() - m_places.size() < messages) {
-        m_places.reserve(m_places.size() + messages + growBy(m_places.size(), kLeastPlaces, kMostPlaces));
+        m_places.reserve(m_places.size() + messages + std::clamp(m_places.size() / 16, kLeastPlaces, kMostPlaces));
     }
-    if (m_blocks.empty() || m_blocks.back().capacity() - m_blocks.back().size() < size) {
+    if (m_blocks.empty() || countFree(m_blocks.back()) < size) {
+        const std::size_t share = m_size < m_expectedSize ? m_expectedSize / 8 : m_size / 16;
         std::string block;
-        block.reserve(std::max(size, growBy(std::max(m_size, m_expectedSize), kLeastBlock, kMostBlock)));
+        block.reserve(std::max(size, std::clamp(share, kLeastBlock, kMostBlock)));
         m_blocks.push_back(std::move(block));
     }
 }
 
 void ChatHistory::add(Role role, std::string_view framed) noexcept {
-    std::string& block = m_blocks.back();
-    block += framed;
-    block += ',';
+    appendBytes(framed);
+    appendBytes(",");
     m_places.push_back({.size = framed.size() + 1, .role = static_cast<std::uint64_t>(role)});
     m_size += framed.size() + 1;
     m_hasUnknownRole = m_hasUnknownRole || role == Role::Unknown;
 }
 
+// While the last block is empty, the one before it may have room.
+void ChatHistory::appendBytes(std::string_view bytes) noexcept {
+    if (m_blocks.back().empty() && m_blocks.size() > 1) {
+        std::string& former = m_blocks[m_blocks.size() - 2];
+        const std::string_view fitting = bytes.substr(0, countFree(former));
+        former += fitting;
+        bytes.remove_prefix(fitting.size());
+    }
+    m_blocks.back() += bytes;
+}
+
 void ChatHistory::appendReframed(std::string& text, SourcePlace rolePlace) const {
-    auto block = m_blocks.begin();
-    std::string_view left = *block;
+    MessageReader reader(m_blocks);
     for (const Place& place : m_places) {
-        if (left.empty()) {
-            left = *++block;
-        }
         const auto role = static_cast<Role>(place.role);
         const ChatFrame& sent = obtainFrame(role);
         const std::size_t quoted = place.size - sent.start.size() - sent.end.size() - 1;
         const ChatFrame& kept = obtainSessionFrame(role);
         CF_ASSERT_AT(role != Role::Unknown, "false", rolePlace.sourceFile, rolePlace.line);
-        text.append(kept.start).append(left, sent.start.size(), quoted).append(kept.end).append(",");
-        left.remove_prefix(place.size);
+        text.append(kept.start)
+            .append(reader.take(place.size).substr(sent.start.size(), quoted))
+            .append(kept.end)
+            .append(",");
     }
 }
 

@@ -63,10 +63,12 @@ private:
     [[nodiscard]] const ChatFrame& obtainFrame(Role role) const noexcept;
     void makeRoom(std::size_t messages, std::size_t size);
     void add(Role role, std::string_view framed) noexcept;
+    void appendBytes(std::string_view bytes) noexcept;
     void appendReframed(std::string& text, SourcePlace rolePlace) const;
 
     const ChatProtocol& m_protocol;
-    // A block is filled up to the capacity that it was made with, so its bytes stay where they are.
+    // A block is filled up to the capacity that it was made with, so its bytes stay where they are. A message may begin
+    // in one block and end in the next.
     std::vector<std::string> m_blocks;
     std::vector<Place> m_places;
     std::size_t m_size = 0;

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cf/rest.h"
+#include "text/numbers.h"
 
 namespace cf {
 
@@ -135,7 +136,9 @@ std::string_view obtainReasonPhrase(std::int32_t status) {
 }
 
 std::string describeStatus(std::int32_t status) {
-    std::string text = "HTTP " + std::to_string(status);
+    char digits[kNumberTextSize];
+    std::string text = "HTTP ";
+    text.append(digits, spellNumber(digits, status));
     if (const std::string_view phrase = obtainReasonPhrase(status); !phrase.empty()) {
         text += ' ';
         text += phrase;

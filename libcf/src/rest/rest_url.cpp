@@ -184,7 +184,7 @@ CMRestResult checkURL(std::string_view url) noexcept {
 }
 
 bool isTLSURL(std::string_view url) noexcept {
-    return isEqualIgnoringCase(splitURL(url).scheme, "https");
+    return isEqualIgnoringCase(url.substr(0, std::string_view("https://").size()), "https://");
 }
 
 std::string redactURL(std::string_view url) {

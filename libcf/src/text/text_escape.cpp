@@ -2,8 +2,13 @@
 
 #include <array>
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace cf {
 
@@ -11,7 +16,7 @@ namespace {
 
 /// What a byte is written as.
 struct Escape {
-    char text[kEscapeRoom - 1];
+    char text[7];
     std::uint8_t size;
 };
 
@@ -38,11 +43,6 @@ constexpr auto makeEscapes() noexcept {
 
 constexpr auto kEscapes = makeEscapes();
 
-bool isPlain(char character, PlainBytes plain) noexcept {
-    const auto byte = static_cast<unsigned char>(character);
-    return byte >= 0x20 && byte != '"' && byte != '\\' && (byte < 0x80 || plain == PlainBytes::All);
-}
-
 // The compiler's vector extension: one register where the processor has registers of this size, several elsewhere.
 constexpr std::size_t kBlockSize = 16;
 using Block [[gnu::vector_size(kBlockSize)]] = signed char;
@@ -63,9 +63,20 @@ struct BlockTest {
 };
 
 /// The number of bytes before the first one that is marked: all bits of a marked byte are set.
-std::size_t countUnmarked(std::uint64_t marks) noexcept {
-    const int bits = std::endian::native == std::endian::little ? std::countr_zero(marks) : std::countl_zero(marks);
-    return static_cast<std::size_t>(bits) / 8;
+std::size_t countUnmarked(Block isMarked) noexcept {
+#ifdef __SSE2__
+    // A bit for each byte, and one behind them for a block without marks.
+    const auto bits = static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(isMarked)));
+    return static_cast<std::size_t>(std::countr_zero(bits | 1U << kBlockSize));
+#else
+    constexpr bool kIsLittleEndian = std::endian::native == std::endian::little;
+    std::uint64_t halves[2];
+    static_assert(sizeof halves == sizeof isMarked);
+    std::memcpy(halves, &isMarked, sizeof halves);
+    const std::uint64_t half = halves[0] != 0 ? halves[0] : halves[1];
+    const int bits = kIsLittleEndian ? std::countr_zero(half) : std::countl_zero(half);
+    return (halves[0] != 0 ? 0 : kBlockSize / 2) + static_cast<std::size_t>(bits) / 8;
+#endif
 }
 
 /// Copies a block.
@@ -74,19 +85,11 @@ std::size_t copyBlock(char* out, const char* text, const BlockTest& test) noexce
     Block block;
     std::memcpy(&block, text, kBlockSize);
     std::memcpy(out, &block, kBlockSize);
-    const auto isSpecial = (test.lowest > (block ^ test.flipped)) | (block == '\\');
-    std::uint64_t marks[2];
-    static_assert(sizeof marks == sizeof isSpecial);
-    std::memcpy(marks, &isSpecial, sizeof marks);
-    if (marks[0] != 0) {
-        return countUnmarked(marks[0]);
-    }
-    return kBlockSize / 2 + countUnmarked(marks[1]);
+    return countUnmarked((test.lowest > (block ^ test.flipped)) | (block == '\\'));
 }
 
 /// Copies the plain bytes up to the first one that is not plain.
-EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, PlainBytes plain) noexcept {
-    const BlockTest test(plain);
+EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const BlockTest& test) noexcept {
     auto [out, text] = progress;
     while (static_cast<std::size_t>(end - text) >= kBlockSize) {
         const std::size_t size = copyBlock(out, text, test);
@@ -96,18 +99,21 @@ EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, PlainByt
             return {out, text};
         }
     }
-    while (text != end && isPlain(*text, plain)) {
-        *out++ = *text++;
-    }
-    return {out, text};
+    // The rest as a block, with bytes behind it that are not plain.
+    char rest[kBlockSize] = {};
+    std::memcpy(rest, text, static_cast<std::size_t>(end - text));
+    const std::size_t size = copyBlock(out, rest, test);
+    return {out + size, text + size};
 }
 
 }  // namespace
 
 EscapeProgress escapeText(char* out, const char* limit, const char* text, const char* end, PlainBytes plain) noexcept {
+    static_assert(kEscapeRoom >= kBlockSize && kEscapeRoom >= sizeof(Escape));
+    const BlockTest test(plain);
     EscapeProgress progress{out, text};
     for (;;) {
-        progress = copyPlainBytes(progress, end, plain);
+        progress = copyPlainBytes(progress, end, test);
         if (progress.text == end || static_cast<unsigned char>(*progress.text) >= 0x80) {
             return progress;
         }

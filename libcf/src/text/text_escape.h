@@ -11,8 +11,8 @@ enum class PlainBytes {
     All,    ///< 20 to FF
 };
 
-/// The free space that escapeText() needs in addition to the size of the text: room for one escape.
-inline constexpr std::size_t kEscapeRoom = 8;
+/// The free space that escapeText() needs in addition to the size of the text: it writes blocks of this size.
+inline constexpr std::size_t kEscapeRoom = 16;
 
 /// How far escapeText() got.
 struct EscapeProgress {
