@@ -16,7 +16,7 @@ std::filesystem::path findStateDirectory() {
         return std::filesystem::path(value != nullptr ? value : "");
     };
     // A relative path there is to be ignored.
-    if (const std::filesystem::path state = read("XDG_STATE_HOME"); state.is_absolute()) {
+    if (std::filesystem::path state = read("XDG_STATE_HOME"); state.is_absolute()) {
         return state;
     }
     const std::filesystem::path home = read("HOME");

@@ -130,7 +130,12 @@ TEST_F(KaiTerminal, ShowsTheElapsedTimeWhileSqlRuns) {
     const auto process = launch(Words{"chat", "--run"} + turn(), ChildProcess::Terminal::All);
     ASSERT_TRUE(process->waitForOutput("kai> "));
     process->write("question\n");
-    ASSERT_TRUE(process->waitForOutput("0.3 s (Ctrl-C cancels)"));
+    // The answer has come by then.
+    ASSERT_TRUE(process->waitUntil([&] {
+        const std::string text = process->obtainOutput();
+        const std::size_t answer = text.find("FROM");
+        return answer != std::string::npos && text.find(" s (Ctrl-C cancels)", answer) != std::string::npos;
+    }));
     process->write("\x03");
     ASSERT_TRUE(process->waitForOutput("the SQL was cancelled"));
     quit(*process);
@@ -141,7 +146,7 @@ TEST_F(KaiTerminal, ShowsTheElapsedTimeWhileTheStructureIsRead) {
     ASSERT_EQ(sqlite3_open(m_database.c_str(), &writer), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(writer, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
     const auto process = launch({"prompt", "--db", m_database}, ChildProcess::Terminal::All);
-    EXPECT_TRUE(process->waitForOutput("0.3 s (Ctrl-C cancels)"));
+    EXPECT_TRUE(process->waitForOutput(" s (Ctrl-C cancels)"));
     sqlite3_close(writer);
     EXPECT_EQ(process->wait(), 0);
 }
@@ -163,7 +168,8 @@ TEST_F(KaiTerminal, GivesTheTerminalBackAsItWas) {
     const std::size_t first = output.find("speed");
     const std::size_t last = output.rfind("speed");
     ASSERT_LT(first, last);
-    const std::string before = output.substr(first, output.find("A line is", first) - first);
+    constexpr std::string_view kLastMode = "extproc";
+    const std::string before = output.substr(first, output.find(kLastMode, first) + kLastMode.size() - first);
     EXPECT_EQ(output.substr(last, before.size()), before);
 }
 
