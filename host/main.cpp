@@ -1,4 +1,5 @@
 #include <signal.h>
+#include <unistd.h>
 
 #include <exception>
 #include <iostream>
@@ -74,7 +75,8 @@ int run(Options& options) {
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount == 2 && std::string_view(arguments[1]) == kWorkerWord) {
-        return runDatabaseWorker();
+        // At once: the program that started this one ends it when it has what it wants, and nothing needs cleaning.
+        _exit(runDatabaseWorker());
     }
     cfSetAssertionHandler(&ignoreAssertion);
     ParsedCommandLine parsed = parseCommandLine(argumentCount, arguments);

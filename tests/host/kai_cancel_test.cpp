@@ -214,8 +214,11 @@ TEST_F(KaiCancel, GivesUpCleaningAtAnotherCtrlC) {
         {.method = "DELETE", .reply = LoopbackReply{.fault = LoopbackFault::StallBeforeReply}, .times = 0});
     const std::unique_ptr<ChildProcess> process = launch(Words{"ask"} + turn() + Words{"q"});
     ASSERT_TRUE(process->waitForOutput("\n"));
-    while (m_emulator->obtainServer().requests().back().method != "DELETE") {
-        waitForRequests(m_emulator->obtainServer().countRequests() + 1);
+    for (std::size_t seen = 1;; ++seen) {
+        waitForRequests(seen);
+        if (m_emulator->obtainServer().requests().at(seen - 1).method == "DELETE") {
+            break;
+        }
     }
     process->sendSignal(SIGINT);
     const KaiOutcome outcome = finish(*process);

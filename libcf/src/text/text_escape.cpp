@@ -99,6 +99,9 @@ EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const Bl
             return {out, text};
         }
     }
+    if (text == end) {
+        return {out, text};
+    }
     // The rest as a block, with bytes behind it that are not plain.
     char rest[kBlockSize] = {};
     std::memcpy(rest, text, static_cast<std::size_t>(end - text));
