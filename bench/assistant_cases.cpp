@@ -1,12 +1,15 @@
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "allocation_counter.h"
 #include "bench_assistant.h"
 #include "bench_server.h"
 #include "cases.h"
+#include "cf/stream.h"
 #include "chat_texts.h"
 #include "curl_floor.h"
 #include "database_texts.h"
@@ -47,6 +50,10 @@ public:
         return {restoreSession(*m_assistant, m_sessionText), buildMessageText(0, m_subject.texts)};
     }
     MessagePtr runTurn(PreparedTurn& turn) const {
+        std::optional<CMTextStream> stream;
+        if (m_subject.isStreamed) {
+            stream.emplace([](std::string_view /*piece*/) {});
+        }
         return addMessage(*m_assistant, *turn.session, std::move(turn.question));
     }
     [[nodiscard]] BenchServer& obtainServer() { return m_server; }

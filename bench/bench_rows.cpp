@@ -108,6 +108,13 @@ void measureTurns(CaseRunner& runner, std::vector<BenchRow>& rows) {
     for (const TurnRow& row : table) {
         rows.push_back(compareTurns(runner, row.key, row.what, row.kind, row.goal));
     }
+    const TurnKind plain{};
+    rows.push_back(compareCosts(runner, "stream_plain", "an answer of 4,000 pieces over libcurl alone: plain HTTP",
+                                takeTurn("streamed-turn", plain), takeTurn("streamed-turn-floor", plain), {2, 1.4}));
+    const TurnKind encrypted{.provider = "deepseek"};
+    rows.push_back(compareCosts(runner, "stream_tls", "an answer of 4,000 pieces over libcurl alone: DeepSeek (TLS)",
+                                takeTurn("streamed-turn", encrypted), takeTurn("streamed-turn-floor", encrypted),
+                                {2, 1.4}));
     const TurnKind changed{.tables = 1000};
     rows.push_back(compareCosts(runner, "turn_after_change",
                                 "the first turn after \"user_instructions\" changed, over libcurl alone: 1,000 tables",

@@ -11,11 +11,12 @@
 
 /// What a turn is made with.
 struct TurnSubject {
-    std::string provider;
+    std::string provider{};
     std::size_t messages = 0;          ///< of the conversation, before the turn
     std::size_t tables = 0;            ///< of the database that the assistant knows
     TextKind texts = TextKind::Plain;  ///< of the messages
     bool isFirstAfterChange = false;   ///< "user_instructions" was set since the last turn
+    bool isStreamed = false;           ///< the answer comes in pieces
 };
 
 void measureTurn(Meter& meter, const TurnSubject& subject);

@@ -124,3 +124,35 @@ std::string buildReplyBody(const std::string& path, const std::string& answer) {
                 {"usage", usage}}
         .dump();
 }
+
+std::vector<std::string> buildReplyPieces(const std::string& path, std::size_t words) {
+    const bool isOllama = path.ends_with("/api/chat");
+    std::vector<std::string> pieces;
+    for (std::size_t number = 0; number <= words; ++number) {
+        const bool isLast = number == words;
+        const std::string word = isLast ? "" : number % 10 == 9 ? "\n" : " table" + std::to_string(number % 10);
+        if (isOllama) {
+            pieces.push_back(Json{{"model", "bench"},
+                                  {"created_at", "2025-01-01T00:00:00.000000000Z"},
+                                  {"message", {{"role", "assistant"}, {"content", word}}},
+                                  {"done", isLast}}
+                                 .dump() +
+                             '\n');
+        } else {
+            const Json delta{
+                {"index", 0}, {"delta", {{"content", word}}}, {"finish_reason", isLast ? Json("stop") : Json(nullptr)}};
+            pieces.push_back("data: " +
+                             Json{{"id", "f0e1d2c3-b4a5-4697-8877-665544332211"},
+                                  {"object", "chat.completion.chunk"},
+                                  {"created", 1735689600},
+                                  {"model", "bench"},
+                                  {"choices", Json::array({delta})}}
+                                 .dump() +
+                             "\n\n");
+        }
+    }
+    if (!isOllama) {
+        pieces.emplace_back("data: [DONE]\n\n");
+    }
+    return pieces;
+}

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 /// Texts as they stand in a conversation about a database: plain sentences, quoted names, statements over several
 /// lines, and in every fourth message some letters beyond ASCII.
@@ -28,5 +29,8 @@ enum class TextKind {
 
 /// The body of a service's reply. The shape is chosen by the request's path.
 [[nodiscard]] std::string buildReplyBody(const std::string& path, const std::string& answer);
+
+/// The pieces of a streamed reply: a word of the answer each, and the end.
+[[nodiscard]] std::vector<std::string> buildReplyPieces(const std::string& path, std::size_t words);
 
 #endif

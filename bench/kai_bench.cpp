@@ -26,21 +26,23 @@ Case takeSize(Function function) {
 
 /// Arguments: PROVIDER MESSAGES [TABLES [KIND_OF_TEXT]]
 template <typename Function>
-Case takeTurn(Function function, bool isFirstAfterChange) {
-    return [function, isFirstAfterChange](Meter& meter, const Arguments& arguments) {
-        function(meter, TurnSubject{.provider = arguments.at(0),
-                                    .messages = std::stoul(arguments.at(1)),
-                                    .tables = arguments.size() > 2 ? std::stoul(arguments[2]) : 0,
-                                    .texts = arguments.size() > 3 ? readTextKind(arguments[3]) : TextKind::Plain,
-                                    .isFirstAfterChange = isFirstAfterChange});
+Case takeTurn(Function function, TurnSubject subject) {
+    return [function, subject](Meter& meter, const Arguments& arguments) mutable {
+        subject.provider = arguments.at(0);
+        subject.messages = std::stoul(arguments.at(1));
+        subject.tables = arguments.size() > 2 ? std::stoul(arguments[2]) : 0;
+        subject.texts = arguments.size() > 3 ? readTextKind(arguments[3]) : TextKind::Plain;
+        function(meter, subject);
     };
 }
 
 const std::map<std::string, Case>& obtainCases() {
     static const std::map<std::string, Case> cases{
-        {"turn", takeTurn(measureTurn, false)},
-        {"turn-after-change", takeTurn(measureTurn, true)},
-        {"turn-floor", takeTurn(measureTurnFloor, false)},
+        {"turn", takeTurn(measureTurn, {})},
+        {"turn-after-change", takeTurn(measureTurn, {.isFirstAfterChange = true})},
+        {"turn-floor", takeTurn(measureTurnFloor, {})},
+        {"streamed-turn", takeTurn(measureTurn, {.isStreamed = true})},
+        {"streamed-turn-floor", takeTurn(measureTurnFloor, {.isStreamed = true})},
         {"history-memory",
          [](Meter& /*meter*/, const Arguments& arguments) { measureHistoryMemory(std::stoul(arguments.at(0))); }},
         {"connections", [](Meter& /*meter*/, const Arguments& arguments) { countConnections(arguments.at(0)); }},

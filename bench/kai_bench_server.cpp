@@ -17,6 +17,7 @@
 namespace {
 
 constexpr std::size_t kAnswerBytes = 900;
+constexpr std::size_t kStreamedWords = 4000;
 
 class LastRequest {
 public:
@@ -24,6 +25,9 @@ public:
         {
             const std::scoped_lock lock(m_mutex);
             m_request = request;
+        }
+        if (request.body.find(R"("stream":true)") != std::string::npos) {
+            return {.framing = LoopbackFraming::Chunked, .pieces = buildReplyPieces(request.path, kStreamedWords)};
         }
         return {.headers = {{"Content-Type", "application/json"}},
                 .body = buildReplyBody(request.path, buildAnswerText(kAnswerBytes))};

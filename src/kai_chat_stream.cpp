@@ -92,13 +92,12 @@ void ChatStreamReader::readEvent() {
         return;
     }
     m_event.reserve(m_event.size() + kRoomToReadInPlace);
-    const COJson json = COJson::readInPlace(m_event);
-    if (!json.getIsValidJson()) {
+    if (!m_json.rereadInPlace(m_event)) {
         return fail(ChatAnswer::Outcome::Invalid);
     }
     m_hasEvent = true;
     const std::size_t before = m_pieces.text.size();
-    switch (m_protocol.streaming.readPiece(json, m_pieces)) {
+    switch (m_protocol.streaming.readPiece(m_json, m_pieces)) {
         case ChatPieceKind::Nothing:
             break;
         case ChatPieceKind::Error:

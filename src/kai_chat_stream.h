@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+#include "cf/json.h"
 #include "cf/stream.h"
 #include "kai_chat_protocol.h"
 
@@ -24,7 +25,7 @@ struct ChatAnswer {
 
 /// Reads an answer that comes in pieces, and tells a stream of each as soon as its bytes are there.
 ///
-/// It holds the answer's text and the event that is not complete yet, nothing else. A service that answers whole,
+/// It holds the answer's text and one event, nothing else. A service that answers whole,
 /// though it was asked for pieces, gives one piece.
 class ChatStreamReader {
 public:
@@ -75,6 +76,7 @@ private:
     bool m_hasAnswer = false;
     std::string m_line;   // what came of a line that is not complete; of a whole document, all of it
     std::string m_event;  // the data of an event that is not complete
+    COJson m_json;        // an event as it is read
     ChatPieces m_pieces;
     ChatAnswer m_answer;
 };

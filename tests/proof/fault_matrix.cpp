@@ -354,7 +354,11 @@ std::string RowRun::checkEnd(const FaultEnds& ends, const StepResult& result) co
             ends.maySucceed || m_row.step == HostStep::CloseSession || m_row.step == HostStep::SayStreamed;
         return maySucceed ? "" : "succeeded";
     }
-    if (m_lastCode == 0 && ends.mayBeUnreadable && isUnreadableText(m_row, result.error)) {
+    // A streamed answer is read before it is known whether it came whole: the reader may end the exchange first.
+    const bool wasEndedByReader =
+        m_row.step == HostStep::SayStreamed && m_lastCode == static_cast<std::int32_t>(CMRestResult::Interrupted);
+    const bool mayBeUnreadable = wasEndedByReader || (m_lastCode == 0 && ends.mayBeUnreadable);
+    if (mayBeUnreadable && isUnreadableText(m_row, result.error)) {
         return {};
     }
     if (!isCodeAllowed(ends, m_lastCode)) {

@@ -299,6 +299,11 @@ public:
     /// Reads a text without copying it first, which the constructor has to do, where the string's capacity is 64 bytes
     /// or more beyond its size; the memory there is overwritten. The text is left as it is, and not kept.
     [[nodiscard]] static COJson readInPlace(std::string& text);
+    /// Reads another text, as readInPlace() does, into the memory that this document holds. For many small texts, one
+    /// after another: it allocates only where a text needs more than those before. Handles into the former content
+    /// become invalid. Also for a document that is not valid JSON.
+    /// @return getIsValidJson()
+    bool rereadInPlace(std::string& text);
     ~COJson() override;
     /// Takes the values over; the other document is then not valid JSON.
     COJson(COJson&& other) noexcept;

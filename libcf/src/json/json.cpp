@@ -1,5 +1,7 @@
 #include "cf/json.h"
 
+#include <optional>
+
 #include "json/json_access.h"
 #include "json/json_reader.h"
 
@@ -8,6 +10,9 @@ struct COJson::Document {
     cf::ParsedDocument parsed;
     cf::JsonTree built;
     COJsonValue root;
+    bool isValid = true;
+    /// Kept where texts are read one after another.
+    std::unique_ptr<simdjson::dom::parser> parser;
 };
 
 ICOJsonValue::~ICOJsonValue() = default;
@@ -59,8 +64,31 @@ COJson COJson::readInPlace(std::string& text) {
     return {std::string_view(text.data(), size), true};
 }
 
+bool COJson::rereadInPlace(std::string& text) {
+    if (m_document == nullptr || m_document->parser == nullptr) {
+        auto document = std::make_unique<Document>();
+        document->parser = std::make_unique<simdjson::dom::parser>();
+        m_document = std::move(document);
+    }
+    const std::size_t size = text.size();
+    const bool isPadded = text.capacity() - size >= cf::kJsonPadding;
+    std::optional<Padding> padding;
+    if (isPadded) {
+        padding.emplace(text);
+    }
+    Document& document = *m_document;
+    document.isValid = false;
+    document.root = {};
+    document.isValid = cf::readJson({text.data(), size}, isPadded, document.parsed, *document.parser);
+    if (document.isValid) {
+        document.root = COJsonAccess::make<COJsonValue>(cf::TapePlace(document.parsed));
+    }
+    return document.isValid;
+}
+
 COJson::COJson(std::string_view text, bool isPadded) : m_document(std::make_unique<Document>()) {
-    if (cf::readJson(text, isPadded, m_document->parsed)) {
+    simdjson::dom::parser parser;
+    if (cf::readJson(text, isPadded, m_document->parsed, parser)) {
         m_document->root = COJsonAccess::make<COJsonValue>(cf::TapePlace(m_document->parsed));
     } else {
         m_document.reset();
@@ -72,7 +100,7 @@ COJson::COJson(COJson&& other) noexcept = default;
 COJson& COJson::operator=(COJson&& other) noexcept = default;
 
 bool COJson::getIsValidJson() const noexcept {
-    return m_document != nullptr;
+    return m_document != nullptr && m_document->isValid;
 }
 
 COJsonValue COJson::obtainRoot() const noexcept {

@@ -17,15 +17,21 @@ using simdjson::dom::document;
 
 constexpr std::size_t kMinimumCapacity = 32;
 
-/// A text for the engine to read.
+/// A text for the engine to read, and the engine.
 struct Source {
     std::string_view text;
     bool isPadded;
+    simdjson::dom::parser& parser;
 };
 
 error_code parse(const Source& source, std::size_t depthLimit, document& target) {
-    simdjson::dom::parser parser;
-    error_code error = parser.allocate(std::max(source.text.size(), kMinimumCapacity), depthLimit);
+    simdjson::dom::parser& parser = source.parser;
+    error_code error = simdjson::SUCCESS;
+    if (parser.capacity() < source.text.size() || parser.max_depth() != depthLimit || parser.capacity() == 0) {
+        // A parser that is used again grows by half, so that texts of growing lengths do not each make it grow.
+        const std::size_t grown = parser.capacity() + parser.capacity() / 2;
+        error = parser.allocate(std::max({source.text.size(), kMinimumCapacity, grown}), depthLimit);
+    }
     if (error == simdjson::SUCCESS) {
         error = parser.parse_into_document(target, source.text.data(), source.text.size(), !source.isPadded).error();
     }
@@ -89,19 +95,20 @@ std::string_view skipByteOrderMark(std::string_view text) noexcept {
 
 }  // namespace
 
-bool readJson(std::string_view text, bool isPadded, ParsedDocument& target) {
+bool readJson(std::string_view text, bool isPadded, ParsedDocument& target, simdjson::dom::parser& parser) {
+    target.hasHugeIntegers = false;
     const std::string_view json = skipByteOrderMark(text);
     if (json.empty() || json.size() > simdjson::SIMDJSON_MAXSIZE_BYTES) {
         return false;
     }
-    const error_code error = parseToDepth({json, isPadded}, target);
+    const error_code error = parseToDepth({json, isPadded, parser}, target);
     if (!isRepairable(error)) {
         return error == simdjson::SUCCESS;
     }
     const RepairedJson repaired = repairJson(json);
     target.hasHugeIntegers = repaired.hasHugeIntegers;
     return repaired.text.size() <= simdjson::SIMDJSON_MAXSIZE_BYTES &&
-           parseToDepth({repaired.text, false}, target) == simdjson::SUCCESS;
+           parseToDepth({repaired.text, false, parser}, target) == simdjson::SUCCESS;
 }
 
 }  // namespace cf

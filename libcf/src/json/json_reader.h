@@ -12,9 +12,12 @@ inline constexpr std::size_t kJsonPadding = simdjson::SIMDJSON_PADDING;
 
 /// Reads a JSON text by the rules documented at COJson.
 /// @param isPadded  whether kJsonPadding readable bytes follow the text; if not, the text is copied first
-/// @return false if it is not valid JSON; the document must not be used then
+/// @param document  may hold another text, whose memory is used again then
+/// @param parser    may have read another text
+/// @return false if it is not valid JSON; the document's content must not be used then
 /// Errors: throws std::bad_alloc
-[[nodiscard]] bool readJson(std::string_view text, bool isPadded, ParsedDocument& document);
+[[nodiscard]] bool readJson(std::string_view text, bool isPadded, ParsedDocument& document,
+                            simdjson::dom::parser& parser);
 
 }  // namespace cf
 

@@ -251,6 +251,37 @@ TEST(COJson, ReadsAStringInPlaceAsItReadsOthers) {
     }
 }
 
+TEST(COJson, ReadsTextsOneAfterAnotherIntoItsOwnMemory) {
+    const std::string deep = std::string(512, '[') + std::string(512, ']');
+    const std::string texts[] = {
+        R"({"a":1})", "no JSON", "[12345678901234567890123]",           "[1]",           '[' + deep + ']',
+        deep,         "",        '"' + std::string(100'000, 'x') + '"', R"(["\ud800"])", "\xEF\xBB\xBF{}",
+        "3",          "\"cut"};
+    for (const bool isPadded : {false, true}) {
+        COJson json;
+        for (int round = 0; round < 3; ++round) {
+            for (const std::string& original : texts) {
+                const COJson expected{std::string_view(original)};
+                std::string text = original;
+                text.reserve(text.size() + (isPadded ? 64U : 0U));
+                ASSERT_EQ(json.rereadInPlace(text), expected.getIsValidJson()) << original.substr(0, 50);
+                ASSERT_EQ(json.getIsValidJson(), expected.getIsValidJson()) << original.substr(0, 50);
+                ASSERT_EQ(json.obtainJsonString(), expected.obtainJsonString()) << original.substr(0, 50);
+                ASSERT_EQ(text, original);
+            }
+        }
+    }
+}
+
+TEST(COJson, RereadsWhereNothingIsLeftToReadInto) {
+    COJson json;
+    const COJson taken = std::move(json);
+    std::string text = "[true]";
+    EXPECT_TRUE(json.rereadInPlace(text));  // NOLINT(bugprone-use-after-move): documented
+    EXPECT_EQ(json.obtainJsonString(), text);
+    EXPECT_EQ(taken.obtainJsonString(), "{}");
+}
+
 TEST(COJson, DoesNotKeepTheText) {
     for (const std::size_t spare : {0U, 100U}) {
         std::string text = R"({"key":"value"})";
