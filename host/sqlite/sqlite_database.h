@@ -37,7 +37,6 @@ public:
     explicit SqliteDatabase(const std::string& fileName);
 
     [[nodiscard]] sqlite3* obtainHandle() const noexcept { return m_handle.get(); }
-    [[nodiscard]] const std::string& obtainFileName() const noexcept { return m_fileName; }
 
     /// The names of a schema's virtual tables.
     [[nodiscard]] std::vector<std::string> listVirtualTables(const std::string& schema) const;

@@ -2,6 +2,7 @@
 
 #include <numeric>
 
+#include "cf/stream.h"
 #include "kai_http.h"
 #include "kai_session_deepseek.h"
 #include "openai_fixture.h"
@@ -90,6 +91,18 @@ TEST_F(OpenAITurn, PostsTheTextRunsTheAssistantAndFetchesTheRunsMessages) {
     EXPECT_EQ(message->obtainTime(), 1700000000);
     ASSERT_EQ(message->obtainSections().size(), 1U);
     EXPECT_EQ(message->obtainSections()[0]->obtainText(), "answer");
+}
+
+TEST_F(OpenAITurn, TellsAStreamOfItsWholeAnswerAsOnePieceAndSendsTheSameRequests) {
+    say("q");
+    const Texts requests = takeRequests();
+    Texts pieces;
+    {
+        const CMTextStream stream([&pieces](std::string_view piece) { pieces.emplace_back(piece); });
+        say("q");
+    }
+    EXPECT_EQ(pieces, Texts{"answer"});
+    EXPECT_EQ(takeRequests(), requests);
 }
 
 TEST_F(OpenAITurn, OfARunThatCompletesAtOncePollsOnceAndDoesNotSleep) {
