@@ -1,6 +1,8 @@
 #ifndef TESTS_HOST_DEBIAN_PACKAGE_H
 #define TESTS_HOST_DEBIAN_PACKAGE_H
 
+#include <cstddef>
+#include <ostream>
 #include <string>
 
 #include "test_folder.h"
@@ -19,5 +21,18 @@ public:
 private:
     TestFolder m_folder;
 };
+
+/// Where a package keeps its schema, and what is in it at least.
+struct PackagedSchema {
+    const char* package;
+    const char* path;
+    std::size_t tables;
+    std::size_t foreignKeys;
+};
+
+/// Names a test's parameter by its package.
+inline void PrintTo(const PackagedSchema& schema, std::ostream* output) {
+    *output << schema.package;
+}
 
 #endif

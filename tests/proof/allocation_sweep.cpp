@@ -259,6 +259,7 @@ int main(int count, char** values) {
     std::size_t passed = 0;
     std::size_t failed = 0;
     std::size_t broken = 0;
+    std::size_t cold = 0;
     // The children first, while this process has not exchanged anything yet.
     for (const State state : {State::FirstInProcess, State::Connecting, State::Reused}) {
         for (const RequestRow& row : obtainRequestRows()) {
@@ -272,13 +273,14 @@ int main(int count, char** values) {
                 passed += sweep.countPassed();
                 failed += sweep.countFailed();
                 broken += sweep.countBroken();
+                cold += isFirst ? sweep.countPassed() : 0;
             }
         }
     }
     // Few among all places where the first exchange of a process can fail; more would be ours.
-    constexpr std::size_t kMostBrokenPercent = 1;
-    std::cout << "OpenSSL remembered a failure in " << broken << " cases" << std::endl;
-    failed += broken * 100 > kMostBrokenPercent * passed ? 1 : 0;
+    constexpr std::size_t kMostBrokenPercent = 2;
+    std::cout << "OpenSSL remembered a failure in " << broken << " of " << cold << " first exchanges" << std::endl;
+    failed += broken * 100 > kMostBrokenPercent * cold ? 1 : 0;
     std::cout << passed << " passed, " << failed << " failed" << std::endl;
     return failed == 0 ? 0 : 1;
 }

@@ -95,6 +95,21 @@ TEST(ChatHistory, NeverMovesWhatItHolds) {
     EXPECT_EQ(history.obtainBlocks().front().data(), first.data());
 }
 
+TEST(ChatHistory, FillsABlockBeforeItBeginsTheNext) {
+    kai::ChatHistory history(kai::obtainGoogleProtocol());
+    kai::ChatHistory other(kai::obtainDeepSeekProtocol());
+    for (std::size_t i = 0; i < 400; ++i) {
+        history.appendMessage(KAI_ROLE_USER, std::string(100 + i, 'x'));
+        other.appendMessage(KAI_ROLE_USER, std::string(100 + i, 'x'));
+    }
+    const std::vector<std::string>& blocks = history.obtainBlocks();
+    ASSERT_GT(blocks.size(), 3U);
+    for (std::size_t i = 0; i + 1 < blocks.size(); ++i) {
+        EXPECT_EQ(blocks[i].size(), blocks[i].capacity()) << "block " << i;
+    }
+    EXPECT_TRUE(writeSessionText(history) == writeSessionText(other)) << "messages that stand in two blocks";
+}
+
 TEST(ChatHistory, TakesAMessageOfAnySize) {
     kai::ChatHistory history(kai::obtainGoogleProtocol());
     const std::string huge(1024 * 1024, '\n');

@@ -1,7 +1,5 @@
 #include "cf/json.h"
 
-#include <optional>
-
 #include "json/json_access.h"
 #include "json/json_reader.h"
 
@@ -38,13 +36,20 @@ COJson::COJson() : m_document(std::make_unique<Document>()) {
 
 namespace {
 
-/// Appends padding to a text, within its capacity, for the lifetime of this object.
+/// Appends padding to a text, where its capacity has room for it, for the lifetime of this object.
 class Padding {
 public:
-    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) { text.append(cf::kJsonPadding, '\0'); }
+    explicit Padding(std::string& text) : m_text(text), m_size(text.size()) {
+        if (text.capacity() - m_size >= cf::kJsonPadding) {
+            text.append(cf::kJsonPadding, '\0');
+        }
+    }
     ~Padding() { m_text.resize(m_size); }
     Padding(const Padding&) = delete;
     Padding& operator=(const Padding&) = delete;
+
+    [[nodiscard]] std::string_view obtainText() const noexcept { return {m_text.data(), m_size}; }
+    [[nodiscard]] bool isThere() const noexcept { return m_text.size() > m_size; }
 
 private:
     std::string& m_text;
@@ -56,12 +61,8 @@ private:
 COJson::COJson(std::string_view text) : COJson(text, false) {}
 
 COJson COJson::readInPlace(std::string& text) {
-    const std::size_t size = text.size();
-    if (text.capacity() - size < cf::kJsonPadding) {
-        return COJson(text);
-    }
     const Padding padding(text);
-    return {std::string_view(text.data(), size), true};
+    return {padding.obtainText(), padding.isThere()};
 }
 
 bool COJson::rereadInPlace(std::string& text) {
@@ -70,16 +71,11 @@ bool COJson::rereadInPlace(std::string& text) {
         document->parser = std::make_unique<simdjson::dom::parser>();
         m_document = std::move(document);
     }
-    const std::size_t size = text.size();
-    const bool isPadded = text.capacity() - size >= cf::kJsonPadding;
-    std::optional<Padding> padding;
-    if (isPadded) {
-        padding.emplace(text);
-    }
+    const Padding padding(text);
     Document& document = *m_document;
     document.isValid = false;
     document.root = {};
-    document.isValid = cf::readJson({text.data(), size}, isPadded, document.parsed, *document.parser);
+    document.isValid = cf::readJson(padding.obtainText(), padding.isThere(), document.parsed, *document.parser);
     if (document.isValid) {
         document.root = COJsonAccess::make<COJsonValue>(cf::TapePlace(document.parsed));
     }

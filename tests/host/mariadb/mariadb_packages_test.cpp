@@ -6,18 +6,6 @@
 
 namespace {
 
-/// Where a package keeps its schema, and what is in it at least.
-struct PackagedSchema {
-    const char* package;
-    const char* path;
-    std::size_t tables;
-    std::size_t foreignKeys;
-};
-
-void PrintTo(const PackagedSchema& schema, std::ostream* output) {
-    *output << schema.package;
-}
-
 std::string quoteNames(const std::vector<std::string>& names) {
     std::string text;
     for (const std::string& name : names) {

@@ -8,18 +8,6 @@
 
 namespace {
 
-/// Where a package keeps its schema, and what is in it at least.
-struct PackagedSchema {
-    const char* package;
-    const char* path;
-    std::size_t tables;
-    std::size_t foreignKeys;
-};
-
-void PrintTo(const PackagedSchema& schema, std::ostream* output) {
-    *output << schema.package;
-}
-
 /// The structure as information_schema tells it, one line a column, a key column and a foreign key's column.
 constexpr const char* kCatalogQuery =
     "SELECT format('%s.%s %s', table_name, ordinal_position, column_name) FROM information_schema.columns "

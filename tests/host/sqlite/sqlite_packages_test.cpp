@@ -10,18 +10,6 @@
 
 namespace {
 
-/// Where a package keeps its schema, and what is in it at least.
-struct PackagedSchema {
-    const char* package;
-    const char* path;
-    std::size_t tables;
-    std::size_t foreignKeys;
-};
-
-void PrintTo(const PackagedSchema& schema, std::ostream* output) {
-    *output << schema.package;
-}
-
 /// The columns of a table as the engine gives them to a query, and its key as the engine's own function tells it.
 struct EngineColumns {
     std::vector<std::string> columns;
