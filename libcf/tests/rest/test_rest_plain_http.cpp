@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include "loopback_server.h"
@@ -68,6 +69,7 @@ TEST(RestPlainHTTP, LeavesOtherServersToTLS) {
     LoopbackServer server([](const LoopbackRequest&) { return LoopbackReply{.body = "ok"}; });
     RestCaller caller;
     caller.settings.verifyPeer = false;
+    caller.settings.connectTimeout = std::chrono::milliseconds(500);  // the server waits for a request, too
     caller.settings.plainHTTPHosts = {server.obtainAuthority("localhost"), "127.0.0.1:1"};
     EXPECT_NE(caller.get("https://" + server.obtainAuthority() + "/").code, 0);
     EXPECT_EQ(server.countRequests(), 0U);
