@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -152,6 +153,21 @@ TEST(RestCancel, PassesItsExceptionThroughAndLeavesThePoolUsable) {
     EXPECT_TRUE(server.waitForOpenConnections(0));
     caller.settings.cancelled = nullptr;
     EXPECT_EQ(caller.get(server.obtainURL("/")).obtainBody(), "ok");
+}
+
+TEST(RestCancel, LeavesNoResponseBehindWhenItThrows) {
+    CMRestSession session;
+    CMRestGlobalSettings settings;
+    settings.cancelled = []() -> bool { throw std::runtime_error("from cancelled"); };
+    ICSAppFactory* const factory = CF::obtainAppFactory();
+    const std::unique_ptr<ICSRestClient> client(
+        factory->obtainRestService()->createRestClient(factory, settings, &session));
+    CMRestGetRequest request;
+    request.setURL("http://127.0.0.1:1/");
+    CMRestResourceResponse former(200, "of another request");
+    CMRestResourceResponse* response = &former;
+    EXPECT_THROW(client->runGet(request, response), std::runtime_error);
+    EXPECT_EQ(response, nullptr);
 }
 
 TEST(RestCancel, PassesTheFirstExceptionThroughWhenTheTraceThrowsToo) {
