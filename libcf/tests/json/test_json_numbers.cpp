@@ -123,6 +123,29 @@ TEST(COJsonNumber, ReadsNumbersOutOfRangeAtAnyPlaceAndBetweenOthers) {
               R"("c":18446744073709551616})");
 }
 
+// The engine reads a number that is too small. It is read anew only where another number of the text is too large.
+TEST(COJsonNumber, ReadsNumbersTooSmallForADoubleBesideThoseTooLarge) {
+    const std::string zeros(400, '0');
+    for (const std::string& text :
+         {std::string("1e-400"), std::string("1000E-400"), std::string("1e-99999999999999999999"),
+          std::string("1e-9223372036854775807"), std::string("0.5e-400"), "0." + zeros + "1", "0." + zeros + "1e+1",
+          "0." + zeros + "1e00", "1" + zeros + "e-800", "1" + zeros + ".5e-0800"}) {
+        EXPECT_EQ(rewrite("[1e400," + text + "]"), "[1.7976931348623157e+308,0]") << text;
+        EXPECT_EQ(rewrite("[1e400,-" + text + "]"), "[1.7976931348623157e+308,-0.0]") << text;
+    }
+}
+
+TEST(COJsonNumber, ReadsNumbersTooLargeForADoubleHoweverTheyAreWritten) {
+    const std::string zeros(400, '0');
+    for (const std::string& text :
+         {std::string("1e+400"), std::string("1E400"), std::string("1e0400"), std::string("1e9223372036854775807"),
+          std::string("1e+99999999999999999999"), std::string("0.5e9223372036854775807"), std::string("100e308"),
+          "0." + zeros + "1e800", "1" + zeros + "e-90", "1" + zeros + ".5e-0", "12" + zeros + "E+9"}) {
+        EXPECT_EQ(readDouble(text), kMost) << text;
+        EXPECT_EQ(readDouble("-" + text), -kMost) << text;
+    }
+}
+
 TEST(COJsonNumber, ReadsNumbersOutOfRangeBesideEscapes) {
     const COJson json(R"(["\\",1e400,"\\\"",1e400,"a\\\\",12345678901234567890123])");
     EXPECT_EQ(json.obtainRoot().obtainSize(), 6U);
