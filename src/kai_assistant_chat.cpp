@@ -10,7 +10,7 @@ namespace kai {
 
 namespace {
 
-/// The text with the first place of the placeholder taken by the value.
+/// The text with the first placeholder replaced by the value.
 std::string expand(std::string_view text, std::string_view placeholder, std::string_view value) {
     std::string expanded(text);
     if (const std::size_t place = expanded.find(placeholder); place != std::string::npos) {
@@ -184,8 +184,8 @@ ChatAnswer ChatAssistant::askForPieces(ChatBody& body, const std::string& model,
     }
 }
 
-// A session of another assistant is refused, whatever its class: its settings may name a host that is not meant to see
-// this assistant's key.
+// Refuses a session of another assistant, whatever its class: its settings may name a host that must not see this
+// assistant's key.
 ChatSession* ChatAssistant::castSession(IKAISession* session) const {
     auto* chat = dynamic_cast<ChatSession*>(session);
     return chat != nullptr && &chat->obtainProperties() == m_properties.get() ? chat : nullptr;

@@ -18,7 +18,7 @@
 
 namespace kai {
 
-/// An assistant whose conversations are kept here: the one flow of all chat-completion providers.
+/// An assistant whose conversations are stored in the process: the common flow of all chat-completion providers.
 class ChatAssistant : public IKAIAssistant {
 public:
     /// @param protocol  lives as long as the program
@@ -45,7 +45,7 @@ private:
     const ChatProtocol& m_protocol;
     HTTP::Params m_queryParams;
     HTTP::Params m_streamParams;
-    // Destroyed from the last to the first: the pool, the REST session, the properties.
+    // Destroyed in reverse order: the pool, the REST session, the properties.
     std::unique_ptr<KAIAssistantProperties> m_properties;
     std::unique_ptr<CMRestSession> m_restSession;
     std::unique_ptr<ICSHTTPPoolCenter> m_poolCenter;

@@ -21,7 +21,7 @@ std::optional<std::vector<std::string>> readModels(const COJson& response) {
     return models;
 }
 
-// The contents of several choices follow one another; a choice of another form adds nothing.
+// Joins the contents of all choices; a choice of another form adds nothing.
 std::optional<std::string> readReply(const COJson& response) {
     const COJsonValue choices = response.obtainMember("choices");
     if (!choices.isArray()) {
@@ -37,7 +37,7 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
-/// Whether the assistant speaks in a choice: only the first piece of one says who does.
+/// Whether a choice is the assistant's. Only the first piece of a choice has the role.
 bool isAssistants(std::int64_t index, std::string_view role, kai::ChatPieces& pieces) {
     std::vector<std::int64_t>& foreign = pieces.foreignChoices;
     if (!role.empty() && role != "assistant") {
@@ -47,13 +47,13 @@ bool isAssistants(std::int64_t index, std::string_view role, kai::ChatPieces& pi
 }
 
 kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
-    // Some servers say {"object":"error",...} in place of an "error".
+    // Some servers send {"object":"error",...} instead of an "error" member.
     if (kai::isErrorValue(event.obtainMember("error")) || event.obtainMember("object").obtainString() == "error") {
         return kai::ChatPieceKind::Error;
     }
     const COJsonValue choices = event.obtainMember("choices");
     if (!choices.isArray()) {
-        // None in the event that counts the tokens.
+        // The event with the token counts has no choices.
         return choices.getIsValidJson() && !choices.isNull() ? kai::ChatPieceKind::Unsupported
                                                              : kai::ChatPieceKind::Nothing;
     }

@@ -4,7 +4,7 @@
 
 namespace {
 
-// Never the raw body: this service's failures come as JSON, and what stands before it may answer in HTML.
+// Never the raw body: this service reports failures as JSON, but a proxy in front of it may answer with HTML.
 std::string readError(CMRestResourceResponse* response) {
     return kai::findErrorMessage(response).value_or(std::string());
 }
@@ -53,7 +53,7 @@ void appendAnswerParts(std::string& text, const COJsonValue& parts) {
     }
 }
 
-// All texts follow one another; a candidate or a part of another form adds nothing.
+// Joins all texts; a candidate or a part of another form adds nothing.
 std::optional<std::string> readReply(const COJson& response) {
     const COJsonValue candidates = response.obtainMember("candidates");
     if (!candidates.isArray()) {
@@ -69,7 +69,7 @@ std::optional<std::string> readReply(const COJson& response) {
     return reply;
 }
 
-// Each event is a response of its own, in which the model's thoughts are no part of the answer.
+// Each event is a complete response. The model's thoughts in it are not part of the answer.
 kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
     if (kai::isErrorValue(event.obtainMember("error"))) {
         return kai::ChatPieceKind::Error;
@@ -102,7 +102,7 @@ constexpr kai::ChatParam kQueryParams[] = {{"key", "{key}"}};
 
 constexpr kai::ChatMember kBody[] = {
     {kai::ChatValue::Temperature, R"("generationConfig":{"temperature":)", "}"},
-    // One object here, where "contents" have an array: the service takes both.
+    // One object here, but an array in "contents": the service accepts both.
     {kai::ChatValue::Instructions, R"("system_instruction":{"parts":{"text":)", "}}"},
     {kai::ChatValue::Messages, R"("contents":[)", "]"},
 };
@@ -114,7 +114,7 @@ constexpr kai::ChatProtocol kProtocol{
     .modelsPath = kModelsPath,
     .chatPath = kChatPath,
     .modelsSuffix = ": g/v1beta/models",
-    // The one error of a turn that names no model: there is none to name.
+    // The only error of a turn that names no model, because the model is empty.
     .emptyModelSuffix = ": p/v1beta/models/generateContent",
     .invalidReplySuffix = ": p/v1beta/models/{model}:generateContent",
     .unsupportedReplySuffix = ": p/v1beta/models/{model}:generateContent",

@@ -3,7 +3,8 @@
 
 #include "kai_assistant_chat.h"
 
-/// An assistant of the Google Generative Language API (Gemini): one "generateContent" call a turn.
+/// An assistant of the Google Generative Language API (Gemini): one call of "generateContent" or
+/// "streamGenerateContent" per turn.
 class KAIAssistant_GOOGLE : public kai::ChatAssistant {
 public:
     KAIAssistant_GOOGLE(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,

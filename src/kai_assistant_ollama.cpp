@@ -4,8 +4,8 @@
 
 namespace {
 
-// A failed model list is reported in the transport's words alone: the server is usually not running then, and what
-// answers in its place has nothing to say about models.
+// A failed model list is reported with the transport's text only: the server is usually not running then, and another
+// server that answers in its place says nothing about models.
 std::string readNoError(CMRestResourceResponse* /*response*/) {
     return {};
 }
@@ -68,7 +68,7 @@ constexpr kai::ChatProtocol kProtocol{
     .chatPath = kChatPath,
     .modelsSuffix = ": g/api/tags",
     .emptyModelSuffix = ": p/api/chat",
-    // Named as a GET although the request is a POST: hosts know the text as it is.
+    // Names a GET although the request is a POST: hosts rely on this text.
     .invalidReplySuffix = ": g/api/chat",
     .unsupportedReplySuffix = ": p/api/chat",
     .body = kBody,

@@ -3,7 +3,7 @@
 
 #include "kai_assistant_chat.h"
 
-/// An assistant of an Ollama server, by default on the local machine, over plain HTTP and without any key.
+/// An assistant of an Ollama server, by default on the local machine, over plain HTTP and without an API key.
 class KAIAssistant_OLLAMA : public kai::ChatAssistant {
 public:
     KAIAssistant_OLLAMA(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host);

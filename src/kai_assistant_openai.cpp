@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Tells an answer as one piece: the service's runs are not streamed.
+/// Passes an answer to the stream as one piece: the service's runs are not streamed.
 void tellWhole(const CMTextStream& stream, IKAIMessage& message) {
     std::string text;
     for (IKAIMessageSection* section : message.obtainSections()) {
@@ -94,7 +94,7 @@ std::optional<std::vector<std::string>> kai::readModelsNewestFirst(const COJsonV
         const COJsonValue id = item.obtainMember("id");
         const COJsonValue created = item.obtainMember("created");
         if (id.isString() && item.obtainMember("object").obtainString() == "model" && created.isNumber()) {
-            // The time is compared as the 32-bit number that hosts have always seen it ordered by.
+            // Times are compared as 32-bit numbers: hosts have always seen the models in this order.
             found.emplace_back(static_cast<std::int32_t>(created.obtainInteger()), std::string(id.obtainString()));
         }
     }
@@ -131,7 +131,7 @@ std::string KAIAssistant_OPENAI::setAssistantProperties(std::function<void(IKAIP
     fill(&candidate);
     candidate.changeSettings(prepareCandidate);
     if (candidate.isAssigned("api_host")) {
-        // At once: the request that follows goes to the new host already, and the change stays if it fails.
+        // Set now: the request below already goes to the new host, and the change stays if the request fails.
         m_properties->changeSettings(
             [&](kai::AssistantSettings& settings) { settings.apiHost = candidate.obtainSettings().apiHost; });
     }
@@ -184,7 +184,7 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::createSession() {
     if (m_assistantID.empty()) {
         return {nullptr, "Assistant not initialized, set assistant properties"};
     }
-    // Whatever may fail here comes before the request: no thread is left on the service that nobody knows of.
+    // Everything that may fail locally comes before the request, so that no unknown thread is left on the service.
     auto session = std::make_unique<KAISession_OPENAI>(*m_properties, m_assistantID);
     m_sessions.reserve(m_sessions.size() + 1);
     auto [threadID, errorText] = m_service.postForID(obtainHost(), {"threads"}, nullptr, ": p/v1/threads");
@@ -215,21 +215,23 @@ std::string KAIAssistant_OPENAI::destroySession(IKAISession* session) {
     if (std::find(m_sessions.begin(), m_sessions.end(), thread) == m_sessions.end()) {
         return "Session not found";
     }
-    // Before the first request: nothing may fail between the end of the last session and that of its assistant.
+    // A copy, made before the first request: nothing may fail between ending the last session and deleting its
+    // assistant.
     std::string assistantID = thread->obtainAssistantID();
     std::string errorText = m_service.deleteResource(obtainHost(), {"threads", thread->obtainThreadID()});
     if (!errorText.empty()) {
         return errorText;
     }
-    // A callback of the host may have created or destroyed sessions meanwhile, this one too.
+    // Meanwhile a callback of the host may have created or destroyed sessions, including this one.
     const auto place = std::find(m_sessions.begin(), m_sessions.end(), thread);
     if (place == m_sessions.end()) {
         return {};
     }
     m_sessions.erase(place);
     if (m_sessions.empty()) {
-        // The assistant on the service lives as long as a session uses it. It counts as gone before it is deleted: a
-        // failure leaves nothing to be done, and a callback that throws must not leave an assistant without a session.
+        // The assistant on the service lives as long as a session uses it. Its id is cleared before the request: if
+        // deleting fails, there is nothing left to do, and a callback that throws must not leave an assistant without a
+        // session.
         m_assistantID.clear();
         destroyAssistant(std::move(assistantID));
     }
@@ -278,7 +280,7 @@ std::pair<std::string, std::string> KAIAssistant_OPENAI::createRun(const std::st
 }
 
 kai::RunState KAIAssistant_OPENAI::lookAtRun(const std::string& threadID, const std::string& runID) {
-    // The suffix names a POST although this is a GET: hosts know the text as it is.
+    // The suffix names a POST although this is a GET: hosts rely on this text.
     kai::ServiceAnswer answer =
         m_service.get(obtainHost(), {"threads", threadID, "runs", runID}, {}, ": p/v1/threads/id/runs/id");
     if (!answer.errorText.empty()) {
@@ -310,7 +312,7 @@ std::pair<IKAIMessage*, std::string> KAIAssistant_OPENAI::fetchAnswer(const std:
     return {message.release(), {}};
 }
 
-// The host may have set blanks on the live properties.
+// The live properties have an empty host if the host program has set blanks.
 std::string KAIAssistant_OPENAI::obtainHost() const {
     const std::string& host = m_properties->obtainSettings().apiHost;
     return host.empty() ? kDefaultHost : host;

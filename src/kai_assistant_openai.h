@@ -18,7 +18,7 @@
 /// Destroying the object sends nothing: sessions that were not ended with destroySession stay on the service.
 class KAIAssistant_OPENAI : public IKAIAssistant {
 public:
-    /// @param clock  waits for runs; borrowed for the assistant's life
+    /// @param clock  used to wait for runs; borrowed for the assistant's life
     KAIAssistant_OPENAI(std::unique_ptr<ICSHTTPPoolCenter> poolCenter, const std::string& host,
                         const std::string& apiKey, kai::PollClock& clock = kai::obtainSystemPollClock());
     KAIAssistant_OPENAI(const KAIAssistant_OPENAI&) = delete;
@@ -26,7 +26,7 @@ public:
 
     std::pair<std::vector<std::string>, std::string> obtainAvailableModels() override;
     std::string setAssistantProperties(std::function<void(IKAIProperties*)> fill) override;
-    /// The assistant's own object, which shows every later change.
+    /// The assistant's own object, which reflects every later change.
     IKAIProperties* obtainAssistantProperties() override;
     std::pair<IKAISession*, std::string> createSession() override;
     std::pair<IKAISession*, std::string> restoreSession(std::string serializedSession) override;
@@ -49,7 +49,7 @@ private:
 
     std::string m_assistantID;
     std::vector<KAISession_OPENAI*> m_sessions;
-    // Destroyed from the last to the first: the pool, the REST session, the properties.
+    // Destroyed in reverse order: the pool, the REST session, the properties.
     std::unique_ptr<KAIAssistantProperties_OPENAI> m_properties;
     std::unique_ptr<CMRestSession> m_restSession;
     std::unique_ptr<ICSHTTPPoolCenter> m_poolCenter;
@@ -59,7 +59,7 @@ private:
 
 namespace kai {
 
-/// The identifiers in a model list, the newest first; nothing when the list has another form.
+/// The identifiers in a model list, newest first; nothing if the list has another form.
 std::optional<std::vector<std::string>> readModelsNewestFirst(const COJsonValue& data);
 
 }  // namespace kai

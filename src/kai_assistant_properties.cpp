@@ -39,7 +39,7 @@ bool setHost(AssistantSettings& settings, const CMVariant& value) {
 }
 
 bool setTemperature(AssistantSettings& settings, const CMVariant& value) {
-    // The check names a double, yet what is taken is a string that spells one. Hosts rely on it.
+    // The check expects a double, but the accepted type is a string that spells one. Hosts rely on both.
     CF_ASSERT(value.getValueType() == CMVariant::ValueType::Double);
     if (value.getValueType() != CMVariant::ValueType::String) {
         return false;
@@ -105,7 +105,7 @@ SavedValue readSavedInstructions(const COJsonValue& value) {
     return instructions.empty() ? SavedValue() : SavedValue(std::move(instructions));
 }
 
-// Stored as they are, and not recorded as assigned: an instruction that was saved empty stays one.
+// Stores the instructions unchanged, including empty ones, and does not record the key as assigned.
 void restoreSystemInstructions(const Property& /*property*/, AssistantSettings& settings, SavedValue value) {
     auto& merged = std::get<CMVariantMap>(value);
     merged.insert(settings.systemInstructions->begin(), settings.systemInstructions->end());
@@ -144,7 +144,7 @@ bool setStructure(AssistantSettings& settings, const CMVariant& value) {
     return value.getValueType() != CMVariant::ValueType::String || setStructureText(settings, value.stringValue());
 }
 
-// As a host sets it, without the copies that a variant would make of a large text.
+// Like setProperty(), but without the copies that a variant would make of a large text.
 void restoreStructure(const Property& property, AssistantSettings& settings, SavedValue value) {
     settings.assignedKeys.insert(property.key);
     setStructureText(settings, std::get<std::string>(std::move(value)));
@@ -166,7 +166,7 @@ bool refuseCombinedInstructions(AssistantSettings& /*settings*/, const CMVariant
 // NOLINTNEXTLINE(performance-unnecessary-value-param): the rows' functions have one form
 void restoreNothing(const Property& /*property*/, AssistantSettings& /*settings*/, SavedValue /*value*/) {}
 
-// In the order in which hosts are told of the keys and session texts hold them.
+// In the order of the descriptions and of session texts.
 constexpr Property kRows[] = {
     {.key = "api_host",
      .describe = kai::describeText,
@@ -250,7 +250,7 @@ void visitRows(std::span<const Property> addedRows, Visitor visit) {
     }
 }
 
-// The sources are the function's own share of the texts: what a report does cannot take them away.
+// The sources are copies that share the texts, so an assertion handler that changes the settings does not free them.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::string combineInstructions(InstructionSources sources, kai::MalformedPlaces& malformed) {
     std::string text;
@@ -276,7 +276,7 @@ std::shared_ptr<const std::string> writeInstructions(const std::string& instruct
     }
     auto written = std::make_shared<std::string>();
     COJsonWriter writer(*written);
-    // Line feeds take two bytes. The text is kept for many turns, so it gets little more room than it needs.
+    // Escaped line feeds take two bytes. The text is kept for many turns, so it gets little spare space.
     writer.reserve(instructions.size() + instructions.size() / 16);
     writer.writeString(instructions);
     writer.finish();

@@ -28,13 +28,14 @@ public:
 
     [[nodiscard]] const kai::AssistantSettings& obtainSettings() const noexcept { return m_settings; }
 
-    /// Replaces the settings: the one place by which they change. What is kept of the former ones is dropped.
+    /// Replaces the settings. All changes go through this function. If the sources of the instructions change, it drops
+    /// the cached instructions.
     void replaceSettings(kai::AssistantSettings&& settings) noexcept;
 
-    /// Takes the settings out of another object, which is not used any more.
+    /// Moves another object's settings here; that object is not used any more.
     void adoptSettings(KAIAssistantProperties&& other) noexcept { replaceSettings(std::move(other.m_settings)); }
 
-    /// Changes the settings, all of what `change` does or nothing.
+    /// Changes the settings. If `change` throws, they stay as they were.
     /// @param change  called with a copy of the settings
     template <class Change>
     void changeSettings(Change change) {
@@ -43,7 +44,7 @@ public:
         replaceSettings(std::move(settings));
     }
 
-    /// The properties that every assistant has, in the order of their descriptions, and those that a provider adds.
+    /// The properties of every assistant, in the order of their descriptions; and those that a provider adds.
     [[nodiscard]] static std::span<const kai::Property> obtainCommonRows() noexcept;
     [[nodiscard]] std::span<const kai::Property> obtainAddedRows() const noexcept { return m_addedRows; }
 
@@ -53,23 +54,23 @@ public:
     /// Copies the fields whose keys the host assigned here, and records those keys in the target.
     void takeOverAssigned(kai::AssistantSettings& target) const;
 
-    /// Writes what the host assigned here into the target, through the target's own rules; the database structure is
-    /// copied as it is, since it was checked when it was set.
+    /// Sets in the target what the host assigned here, by the target's own rules. The database structure is copied
+    /// unchecked, because it was checked when it was set.
     void copyAssignedProperties(KAIAssistantProperties& target);
 
     /// The instruction text for the model: the user's instructions, the system instructions in the order of their
     /// names, and the database structure as statements. Empty when nothing is set.
     [[nodiscard]] std::string obtainCombinedInstructions() const;
 
-    /// The instruction text as a JSON string, quotation marks included, as it stands in a request; null when there is
-    /// none. Written once for the same settings, unless something malformed in the structure was reported: that is
-    /// reported at every call. The caller's share of the text stays as it is whatever happens to the properties.
+    /// The instruction text as a JSON string, including quotation marks, in the form in which requests contain it; null
+    /// if there is none. It is cached while the settings stay the same, unless the structure is malformed: that is
+    /// reported at every call. The returned text stays unchanged when the properties change.
     [[nodiscard]] std::shared_ptr<const std::string> obtainWrittenInstructions() const;
 
     /// The catalogs of the database structure with the statements made from them.
     [[nodiscard]] CMVariantList obtainDatabaseStructure() const;
 
-    /// The statements of the database structure, one a line.
+    /// The statements of the database structure, one per line.
     [[nodiscard]] std::string obtainDatabaseStructureText() const;
 
     /// One CREATE statement; empty when the description is malformed.
@@ -88,7 +89,7 @@ private:
 
     std::span<const kai::Property> m_addedRows;
     kai::AssistantSettings m_settings;
-    // The written instructions, once they were asked for.
+    // The cache of obtainWrittenInstructions().
     mutable std::optional<std::shared_ptr<const std::string>> m_writtenInstructions;
 };
 

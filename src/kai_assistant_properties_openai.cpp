@@ -10,7 +10,7 @@ using kai::Recording;
 
 template <auto field>
 bool storeText(AssistantSettings& settings, const CMVariant& value) {
-    // No guard behind the check: a value of another type is stored as its text.
+    // No guard follows the check: a value of another type is stored as its text.
     CF_ASSERT(value.getValueType() == CMVariant::ValueType::String);
     settings.*field = value.stringValue();
     return true;

@@ -11,8 +11,8 @@
 
 namespace kai {
 
-/// A value that copies of the settings share: it never changes, a setting gets another value instead. So copying the
-/// settings copies no large text.
+/// An immutable value that copies of the settings share, so that copying the settings copies no large text. To change a
+/// setting, give it another value.
 template <class Value>
 class Shared {
 public:
@@ -23,12 +23,12 @@ public:
     const Value& operator*() const noexcept { return m_value ? *m_value : obtainEmpty(); }
     const Value* operator->() const noexcept { return &**this; }
 
-    /// Whether both are one value in memory. Equal values may be two.
+    /// Whether both refer to the same value in memory. This can be false for equal values.
     bool operator==(const Shared& other) const noexcept = default;
 
 private:
     static const Value& obtainEmpty() noexcept {
-        // Never destroyed: a host may still use an assistant while its static objects are.
+        // Never destroyed: the destructors of a host's static objects may still use an assistant.
         union Storage {
             Storage() : value() {}
             ~Storage() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
@@ -43,7 +43,7 @@ private:
 
 using SharedText = Shared<std::string>;
 
-/// The settings that the combined instructions are made from, and from nothing else.
+/// All settings that the combined instructions are made from.
 struct InstructionSources {
     SharedText userInstructions;
     /// Instruction texts by name; every value is a string.
@@ -54,9 +54,9 @@ struct InstructionSources {
     bool operator==(const InstructionSources& other) const noexcept = default;
 };
 
-/// The settings behind the properties, as the providers read them. Copied cheaply.
+/// The settings behind the properties, as the providers read them. Cheap to copy.
 struct AssistantSettings : InstructionSources {
-    /// Every key ever passed to setProperty, whatever came of it.
+    /// The keys passed to setProperty, also with refused values, except those with Recording::Never.
     std::set<std::string, std::less<>> assignedKeys;
     std::string apiHost;
     std::string model;

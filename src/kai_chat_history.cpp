@@ -9,7 +9,7 @@ namespace kai {
 
 namespace {
 
-// A session's text is the same for every provider.
+// Session texts have the same form for every provider.
 constexpr ChatFrame kSessionUser{R"({"role":"user","content":)", "}"};
 constexpr ChatFrame kSessionAssistant{R"({"role":"assistant","content":)", "}"};
 constexpr ChatFrame kSessionUnknown{R"({"role":"","content":)", "}"};
@@ -24,7 +24,7 @@ std::size_t countFree(const std::string& block) noexcept {
     return block.capacity() - block.size();
 }
 
-/// Takes messages from blocks, one after another.
+/// Reads messages from blocks, one after another.
 class MessageReader {
 public:
     explicit MessageReader(const std::vector<std::string>& blocks) : m_block(blocks.begin()), m_left(*m_block) {}
@@ -99,8 +99,8 @@ void ChatHistory::makeRoom(std::size_t messages, std::size_t size) {
     constexpr std::size_t kMostPlaces = 4096;
     constexpr std::size_t kLeastBlock = std::size_t{4} * 1024;
     constexpr std::size_t kMostBlock = std::size_t{64} * 1024;
-    // More than is asked for, in proportion to what there is: a conversation of any length takes few blocks and leaves
-    // little of them unused.
+    // Reserve more than requested, in proportion to the current size: a conversation of any length then takes few
+    // blocks and leaves little of them unused.
     if (m_places.capacity() - m_places.size() < messages) {
         m_places.reserve(m_places.size() + messages + std::clamp(m_places.size() / 16, kLeastPlaces, kMostPlaces));
     }
@@ -120,7 +120,7 @@ void ChatHistory::add(Role role, std::string_view framed) noexcept {
     m_hasUnknownRole = m_hasUnknownRole || role == Role::Unknown;
 }
 
-// While the last block is empty, the one before it may have room.
+// While the last block is empty, the one before it may have free space.
 void ChatHistory::appendBytes(std::string_view bytes) noexcept {
     if (m_blocks.back().empty() && m_blocks.size() > 1) {
         std::string& former = m_blocks[m_blocks.size() - 2];
@@ -150,7 +150,7 @@ void ChatHistory::appendSessionText(std::string& text, SourcePlace rolePlace) co
     if (m_places.empty()) {
         return;
     }
-    // Room for what the caller appends, too: growing again would copy all of it.
+    // Includes space for what the caller appends: growing again would copy the whole text.
     constexpr std::size_t kRoomBehind = 64;
     text.reserve(text.size() + m_size + kRoomBehind);
     if (!m_hasUnknownRole && m_protocol.userMessage == kSessionUser &&
@@ -161,7 +161,7 @@ void ChatHistory::appendSessionText(std::string& text, SourcePlace rolePlace) co
     } else {
         appendReframed(text, rolePlace);
     }
-    text.pop_back();  // the comma behind the last message
+    text.pop_back();  // the comma after the last message
 }
 
 }  // namespace kai

@@ -12,7 +12,7 @@
 
 namespace kai {
 
-/// A place in the sources, as assertions name it.
+/// A source file and line, as an assertion reports them.
 struct SourcePlace {
     const char* sourceFile;
     int line;
@@ -21,35 +21,35 @@ struct SourcePlace {
 /// Appends a text as a JSON string between the two parts of a frame.
 void appendFramed(std::string& target, const ChatFrame& frame, std::string_view text);
 
-/// The messages of a conversation, oldest first, kept as they stand in a request: framed, escaped, and each followed by
-/// a comma. A request sends these bytes from where they lie.
+/// The messages of a conversation, oldest first, in the form in which a request contains them: framed, escaped, and
+/// each followed by a comma. A request sends these bytes without copying them.
 ///
-/// What was appended is never moved or changed, so views of it are valid as long as the history lives. One thread at a
+/// Appended bytes are never moved or changed, so views of them are valid as long as the history lives. One thread at a
 /// time.
 class ChatHistory {
 public:
-    /// @param expectedSize  the size that all messages will come to, as far as it is known; a hint
+    /// @param expectedSize  the expected size of all messages together, in bytes; a hint
     explicit ChatHistory(const ChatProtocol& protocol, std::size_t expectedSize = 0)
         : m_protocol(protocol), m_expectedSize(expectedSize) {}
 
-    /// Appends the text of the message's first section. Throws std::out_of_range ("invalid vector subscript") when it
-    /// has none. All or nothing.
+    /// Appends a message with the text of its first section. Throws std::out_of_range ("invalid vector subscript") if
+    /// it has no section. An exception leaves the history unchanged.
     void appendMessage(IKAIMessage& message);
     void appendMessage(std::int32_t role, std::string_view text);
-    /// @param buffer  for the message while it is written; one for many messages saves allocations
+    /// @param buffer  a work buffer; reusing one for many messages saves allocations
     void appendMessage(std::int32_t role, std::string_view text, std::string& buffer);
 
-    /// Appends what the user said, framed already, and the answer to it, as appendMessage() does. All or nothing.
+    /// Appends the user's message, which is already framed, and its answer. An exception leaves the history unchanged.
     void appendTurn(std::string_view framedUserMessage, IKAIMessage& answer);
 
-    /// The bytes in their order, as few views as there are.
+    /// The bytes of all messages, in order.
     [[nodiscard]] const std::vector<std::string>& obtainBlocks() const noexcept { return m_blocks; }
 
-    /// Appends the messages, separated by commas, as they stand in a session's text.
-    /// @param rolePlace  the place that a report of a message with an unknown role names
+    /// Appends the messages in the form of a session's text, separated by commas.
+    /// @param rolePlace  the place to report for a message with an unknown role
     void appendSessionText(std::string& text, SourcePlace rolePlace) const;
 
-    /// Who speaks in a message, as far as it matters here.
+    /// The role of a message.
     enum class Role : std::uint8_t { User, Assistant, Unknown };
 
 private:
@@ -67,8 +67,8 @@ private:
     void appendReframed(std::string& text, SourcePlace rolePlace) const;
 
     const ChatProtocol& m_protocol;
-    // A block is filled up to the capacity that it was made with, so its bytes stay where they are. A message may begin
-    // in one block and end in the next.
+    // A block never grows beyond its first capacity, so its bytes never move. A message may begin in one block and end
+    // in the next.
     std::vector<std::string> m_blocks;
     std::vector<Place> m_places;
     std::size_t m_size = 0;

@@ -23,7 +23,7 @@ struct ChatParam {
     std::string_view value;
 };
 
-/// JSON text around a text, which is written between the two as a JSON string.
+/// The JSON text before and after a string. The string is written between the two as a JSON string.
 struct ChatFrame {
     std::string_view start;
     std::string_view end;
@@ -31,14 +31,14 @@ struct ChatFrame {
     bool operator==(const ChatFrame&) const = default;
 };
 
-/// What a member of a request's body holds between the start and the end of its row.
+/// What stands between `start` and `end` in a member of a request's body.
 enum class ChatValue : std::uint8_t {
-    None,          ///< nothing: the row says all
-    WhenWhole,     ///< nothing; the member is left out of a request for an answer in pieces
-    WhenStreamed,  ///< nothing; the member is left out of a request for a whole answer
+    None,          ///< nothing
+    WhenWhole,     ///< nothing; the member is only in requests for a whole answer
+    WhenStreamed,  ///< nothing; the member is only in requests for a streamed answer
     Model,         ///< the model's name as a string
-    Temperature,   ///< a number; the member is left out unless the host assigned the temperature
-    Instructions,  ///< the combined instructions as a string; the member is left out where there are none
+    Temperature,   ///< a number; without the member if the host did not assign the temperature
+    Instructions,  ///< the combined instructions as a string; without the member if there are none
     Messages,      ///< the messages, separated by commas: the history and the user's text
 };
 
@@ -49,49 +49,49 @@ struct ChatMember {
     std::string_view end = {};
 };
 
-/// How the pieces of an answer stand in a response's body.
+/// How a response's body contains the pieces of a streamed answer.
 enum class ChatStreamFraming : std::uint8_t {
-    None,    ///< answers come whole only
-    Events,  ///< server-sent events, each of whose data is JSON
-    Lines,   ///< a JSON document a line
+    None,    ///< the service sends whole answers only
+    Events,  ///< server-sent events with JSON as data
+    Lines,   ///< one JSON document per line
 };
 
-/// What an event of a streamed answer is.
+/// The kind of an event in a streamed answer.
 enum class ChatPieceKind : std::uint8_t {
     Nothing,      ///< no part of the answer
     Text,         ///< a part of the answer, which may be empty
-    Finished,     ///< one with the reason for which the model stopped: complete when the body comes to its end
-    Last,         ///< one that says that it is the last: complete
-    Error,        ///< the service says that it failed
-    Unsupported,  ///< of another form than the provider's
+    Finished,     ///< has the reason why the model stopped: the answer is complete when the body ends
+    Last,         ///< is marked as the last event: the answer is complete
+    Error,        ///< the service reports a failure
+    Unsupported,  ///< has an unexpected form
 };
 
-/// What came of an answer so far.
+/// The pieces of an answer received so far.
 struct ChatPieces {
     std::string text;
-    /// The choices in which somebody else than the assistant speaks.
+    /// The indexes of the choices whose role is not the assistant's.
     std::vector<std::int64_t> foreignChoices;
 };
 
-/// How an answer in pieces is asked for and read. The members WhenStreamed of the body belong to it.
+/// How a streamed answer is requested and read. The body's WhenStreamed members belong to it.
 struct ChatStreaming {
     ChatStreamFraming framing = ChatStreamFraming::None;
-    /// Empty: that of a whole answer.
+    /// Empty: the path of a whole answer.
     std::span<const std::string_view> path = {};
-    /// Sent before those of every request.
+    /// Sent before the parameters of every request.
     std::span<const ChatParam> queryParams = {};
-    /// The data of the event behind the last piece; empty: there is none.
+    /// The data of the event after the last piece; empty: there is no such event.
     std::string_view endMark = {};
     /// Appends an event's part of the answer.
     ChatPieceKind (*readPiece)(const COJson& event, ChatPieces& pieces) = nullptr;
 };
 
-/// Whether a value is the "error" with which a service says that it failed.
+/// Whether the value of an "error" member reports a failure.
 [[nodiscard]] inline bool isErrorValue(const COJsonValue& error) noexcept {
     return error.getIsValidJson() && !error.isNull();
 }
 
-/// The temperatures that a service takes.
+/// The temperatures that a service accepts.
 struct ChatTemperatures {
     double lowest;
     double highest;
@@ -99,11 +99,11 @@ struct ChatTemperatures {
 
 struct ChatProtocol;
 
-/// Makes the session of a provider that has no session class of its own.
+/// Creates the session for a provider without a session class of its own.
 std::unique_ptr<ChatSession> createPlainChatSession(KAIAssistantProperties& properties, const ChatProtocol& protocol);
 
-/// Everything that sets one chat-completion provider apart: one row of data and a few pure functions, which are tested
-/// without a socket. The flow around it is ChatAssistant's. A constant that needs no destruction: a host may use an
+/// Everything that is specific to one chat-completion provider: data and a few pure functions, which are tested without
+/// a socket. ChatAssistant has the common flow. A protocol is a constant without a destructor: a host may use an
 /// assistant while its static objects are destroyed.
 ///
 /// "{model}" in a path or a suffix stands for the model's name.
@@ -120,7 +120,7 @@ struct ChatProtocol {
     std::span<const std::string_view> modelsPath;
     std::span<const std::string_view> chatPath;
 
-    /// What follows the localized message of each error of the library's own, ": g/" naming a GET, ": p/" a POST.
+    /// Appended to the localized messages of the library's own errors. ": g/" names a GET, ": p/" a POST.
     std::string_view modelsSuffix;
     std::string_view emptyModelSuffix;
     std::string_view invalidReplySuffix;
@@ -130,19 +130,20 @@ struct ChatProtocol {
 
     /// The members of a chat request's body, in order.
     std::span<const ChatMember> body;
-    /// The messages in the list of messages.
+    /// The frames of messages.
     ChatFrame userMessage;
     ChatFrame assistantMessage;
-    /// The instructions as the first message; empty: they are not a message, but a member of the body.
+    /// The frame of the instructions as the first message; empty: the instructions are not a message but a member of
+    /// the body.
     ChatFrame systemMessage = {};
 
-    /// What a failed response says for itself; empty: the transport's own text is reported.
+    /// The service's error text in a failed response; if it is empty, the transport's text is reported.
     std::string (*readModelsError)(CMRestResourceResponse* response);
     std::string (*readChatError)(CMRestResourceResponse* response);
 
-    /// The identifiers in a model list; nothing when it has another form than the provider's.
+    /// The identifiers in a model list; nothing if the list has an unexpected form.
     std::optional<std::vector<std::string>> (*readModels)(const COJson& response);
-    /// The text of a reply; nothing when it has another form than the provider's.
+    /// The text of a reply; nothing if the reply has an unexpected form.
     std::optional<std::string> (*readReply)(const COJson& response);
 
     ChatStreaming streaming = {};

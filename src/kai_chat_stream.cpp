@@ -57,8 +57,8 @@ void ChatStreamReader::readLine(std::string_view line) {
     }
 }
 
-// A document is told from pieces by its first line: an event begins with the name of a field, and a line of JSON is
-// JSON by itself.
+// The first line shows whether the answer is streamed: an event begins with the name of a field, and a line of a
+// streamed answer in lines is JSON by itself.
 void ChatStreamReader::recogniseForm(std::string_view line) {
     if (isBlank(line)) {
         return;
@@ -122,7 +122,7 @@ void ChatStreamReader::readEvent() {
     }
 }
 
-// The document of a service that does not stream.
+// Reads the document of a service that does not stream.
 void ChatStreamReader::readWhole() {
     const COJson json = COJson::readInPlace(m_line);
     if (!json.getIsValidJson()) {

@@ -11,50 +11,50 @@
 
 namespace kai {
 
-/// What came of a question.
+/// The result of asking for an answer.
 struct ChatAnswer {
     enum class Outcome : std::uint8_t {
-        Complete,     ///< `text` is the answer's
+        Complete,     ///< `text` is the answer
         Failed,       ///< `text` is the error text, of the service or the transport
-        Invalid,      ///< the response is not JSON, or broke off
-        Unsupported,  ///< the response has another form than the provider's
+        Invalid,      ///< the response is not JSON or is truncated
+        Unsupported,  ///< the response has an unexpected form
     };
     Outcome outcome = Outcome::Invalid;
     std::string text{};
 };
 
-/// Reads an answer that comes in pieces, and tells a stream of each as soon as its bytes are there.
+/// Reads a streamed answer and passes each piece to a stream as soon as its bytes have arrived.
 ///
-/// It holds the answer's text and one event, nothing else. A service that answers whole,
-/// though it was asked for pieces, gives one piece.
+/// It stores the answer's text and one event, nothing else. If the service sends the whole answer although a streamed
+/// one was requested, the stream gets it as one piece.
 class ChatStreamReader {
 public:
-    /// Thrown by read() when nothing that follows can make the answer complete, to end the exchange.
+    /// Thrown by read() to end the exchange when the answer can no longer become complete.
     struct Ended {};
 
-    /// @param protocol  one that says how answers come in pieces
+    /// @param protocol  must support streaming
     ChatStreamReader(const ChatProtocol& protocol, const CMTextStream& stream)
         : m_protocol(protocol), m_stream(stream) {}
 
-    /// Takes bytes of the response's body as they come, cut anywhere. Throws Ended, and what the stream's function
+    /// Reads the next bytes of the response's body; they may end anywhere. Throws Ended, and what the stream's function
     /// throws.
     void read(std::string_view bytes);
 
-    /// What the body said. To be called once, after its last byte.
-    /// @param isWhole  whether the body came to its end; otherwise only the protocol's end mark makes it complete
+    /// The result. Must be called once, after the body's last byte.
+    /// @param isWhole  whether the body is complete; if not, the answer is complete only if its last event has arrived
     [[nodiscard]] ChatAnswer takeAnswer(bool isWhole);
 
 private:
     enum class Form : std::uint8_t {
-        Unknown,  ///< no line yet that tells
+        Unknown,  ///< no line read yet that shows it
         Pieces,
         Whole,  ///< one JSON document
     };
     enum class State : std::uint8_t {
         Open,
-        Finished,  ///< the service said why it stopped
-        Ended,     ///< the end mark came
-        Broken,    ///< m_answer says how
+        Finished,  ///< the reason why the model stopped has arrived
+        Ended,     ///< the last event has arrived
+        Broken,    ///< failed; m_answer has the outcome
     };
 
     void readLine(std::string_view line);
@@ -64,7 +64,7 @@ private:
     void recogniseForm(std::string_view line);
     void readRest();
     void fail(ChatAnswer::Outcome outcome);
-    /// Fails as the service says in a document.
+    /// Fails with the service's error text in a document.
     void failAsToldIn(const std::string& body);
     [[nodiscard]] bool isOver() const noexcept { return m_state == State::Ended || m_state == State::Broken; }
 
@@ -74,9 +74,9 @@ private:
     State m_state = State::Open;
     bool m_hasEvent = false;
     bool m_hasAnswer = false;
-    std::string m_line;   // what came of a line that is not complete; of a whole document, all of it
-    std::string m_event;  // the data of an event that is not complete
-    COJson m_json;        // an event as it is read
+    std::string m_line;   // the start of an incomplete line; for Form::Whole, the document
+    std::string m_event;  // the data of an incomplete event
+    COJson m_json;        // the event being read
     ChatPieces m_pieces;
     ChatAnswer m_answer;
 };

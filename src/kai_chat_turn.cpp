@@ -6,7 +6,7 @@ namespace kai {
 
 namespace {
 
-/// Whether the member stands in the body of this turn.
+/// Whether the member is part of this turn's body.
 bool isNeeded(ChatValue value, const KAIAssistantProperties& properties, bool hasInstructions, bool isStreamed) {
     switch (value) {
         case ChatValue::Temperature:

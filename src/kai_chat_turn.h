@@ -13,20 +13,20 @@
 
 namespace kai {
 
-/// The body of a turn's request. Only what the turn adds is written; the instructions and the history are sent from
-/// where they lie, and are kept alive by the body and by its pieces.
+/// The body of a turn's request. Only what is new in the turn is written. The instructions and the history are sent
+/// without copying; the body and its pieces keep them alive.
 class ChatBody : public ICOJsonValue {
 public:
-    /// @param text        what the user says now
-    /// @param isStreamed  whether the answer is asked for in pieces
+    /// @param text        the user's new message
+    /// @param isStreamed  whether a streamed answer is requested
     ChatBody(const ChatProtocol& protocol, const KAIAssistantProperties& properties,
              std::shared_ptr<const ChatHistory> history, std::string_view text, bool isStreamed = false);
 
-    /// Reads the pieces and writes them again: slow, and not what a request is made of.
+    /// Parses the pieces and writes them again: slow, and not used for requests.
     void writeJson(COJsonWriter& writer) const override;
     [[nodiscard]] std::vector<COJsonPiece> obtainJsonPieces() const override;
 
-    /// The user's text as it stands in the body, valid as long as the body.
+    /// The user's message with its frame, as in the body; valid as long as the body.
     [[nodiscard]] std::string_view obtainUserMessage() const noexcept {
         return std::string_view(*m_written).substr(m_userStart, m_userEnd - m_userStart);
     }
@@ -34,7 +34,7 @@ public:
 private:
     enum class Part : std::uint8_t { Instructions, History };
 
-    /// Where in m_written a part belongs.
+    /// Where in m_written a part is inserted.
     struct Insertion {
         std::size_t place;
         Part part;
@@ -47,7 +47,7 @@ private:
 
     std::shared_ptr<const std::string> m_instructions;
     std::shared_ptr<const ChatHistory> m_history;
-    // All that is neither the instructions nor the history.
+    // The body without the instructions and the history.
     std::shared_ptr<std::string> m_written = std::make_shared<std::string>();
     std::array<Insertion, 2> m_insertions{};
     std::size_t m_insertionCount = 0;

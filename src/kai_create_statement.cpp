@@ -10,8 +10,8 @@ namespace kai {
 
 namespace {
 
-/// Appends pieces to a text. They are gathered on the stack first: a statement has a hundred short ones, and appending
-/// each to a string costs several times what copying it does.
+/// Appends pieces to a text. The pieces are collected on the stack first: a statement has about a hundred short ones,
+/// and appending each to a string costs several times as much as copying it.
 class PieceAppender {
 public:
     explicit PieceAppender(std::string& text) : m_text(text) {}
@@ -28,7 +28,7 @@ public:
         }
     }
 
-    /// Puts what was gathered into the text. What is not put there is lost.
+    /// Appends the collected pieces to the text. Without this call they are lost.
     void flush() {
         m_text.append(m_gathered, m_size);
         m_size = 0;
@@ -42,7 +42,7 @@ private:
         }
     }
 
-    // A literal's length is part of its type, so nothing is counted when the program runs.
+    // A literal's length is part of its type, so it is known at compile time.
     template <std::size_t Size>
     static constexpr std::size_t measure(const char (&/*literal*/)[Size]) {
         return Size - 1;
@@ -64,7 +64,7 @@ private:
     char m_gathered[1024];
 };
 
-// In the functions below only a text that is not there has no data().
+// In the functions below, only a missing text has a null data().
 
 bool appendNames(PieceAppender& out, const COJsonValue& names) {
     for (const COJsonValue item : names.obtainItems()) {

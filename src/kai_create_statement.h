@@ -9,7 +9,7 @@
 
 namespace kai {
 
-/// Is told of each malformed place in the description of a database.
+/// Counts and reports the malformed places in the description of a database.
 class MalformedPlaces {
 public:
     /// @param reporter  called once for each place
@@ -27,10 +27,10 @@ private:
     std::size_t m_count = 0;
 };
 
-/// Appends the statement of one table or view; nothing when its description is malformed.
+/// Appends the statement of one table or view; nothing if its description is malformed.
 ///
-/// Names and types are written as they came. The columns of a key follow one another with no separator between them:
-/// a deliberate saving, and hosts and their prompts count on the exact text.
+/// Names and types are written unchanged. The columns of a key have no separator between them. This deliberately saves
+/// text, and hosts and their prompts rely on the exact text.
 void appendCreateStatement(std::string& text, std::string_view qualifier, std::string_view kind,
                            const COJsonValue& description, MalformedPlaces& malformed);
 

@@ -161,7 +161,7 @@ COJson buildDatabaseStructureTemplate() {
     schema.addKeyValue("schema_id").setString("optional");
     schema.addKeyValue("schema_name").setString("optional");
     fillTableTemplate(addObjectInArray(schema.addKeyValue("tables")));
-    // Views have the form of tables: one item that is left unset stands for it.
+    // Views have the form of tables, which one null item stands for.
     for (const char* key : {"views", "mviews"}) {
         COJsonValue views = schema.addKeyValue(key);
         views.setArray();

@@ -33,7 +33,7 @@ KAICallbackLocalizationInfo& KAICallbackLocalizationInfo::operator=(const KAICal
     return *this;
 }
 
-// Moving is copying: the pointer is borrowed and the buffer is the record's own.
+// Moving copies: the pointer is borrowed, and the buffer is part of the object.
 KAICallbackLocalizationInfo& KAICallbackLocalizationInfo::operator=(KAICallbackLocalizationInfo&& other) {
     return *this = static_cast<const KAICallbackLocalizationInfo&>(other);
 }

@@ -14,7 +14,7 @@ void setHostCallback(HostCallback callback) noexcept;
 }  // namespace kai
 
 /// Offers a message of the library to the host for translation.
-/// @return the host's translation, or the text itself where there is no callback or it left the answer empty
+/// @return the host's translation, or the text itself if there is no callback or the callback left the answer empty
 std::string localizeString(const std::string& text);
 
 #endif

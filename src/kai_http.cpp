@@ -6,10 +6,10 @@
 
 namespace {
 
-// libcf's requests carry a mark of their creator; this is the library's.
+// The label of requests that this library creates.
 constexpr std::uint32_t kRequestMark = 2062955722;
 
-// Not destroyed with the other static objects: a host may still use an assistant while its own are.
+// Not destroyed with the other static objects: the destructors of a host's static objects may still use an assistant.
 union SettingsStorage {
     SettingsStorage() : settings() {}
     ~SettingsStorage() {}  // NOLINT(modernize-use-equals-default): a defaulted one would be deleted
@@ -21,7 +21,7 @@ CMRestGlobalSettings& changeGlobalSettings() {
     return storage.settings;
 }
 
-// Made when the library is loaded, not in the first request.
+// Creates the settings when the library is loaded, not in the first request.
 [[maybe_unused]] const CMRestGlobalSettings& s_settingsOfLoadTime = changeGlobalSettings();
 
 bool s_isProcessEnding = false;
@@ -30,9 +30,9 @@ struct EndOfProcess {
     ~EndOfProcess() { s_isProcessEnding = true; }
 };
 
-// Runs behind the destructors of the program's static objects, which may still use an assistant, and when the library
-// is unloaded. Then nothing of the host's functions and of what they hold is left behind; at the end of the process
-// they are left alone, since what they refer to may be gone already.
+// Runs when the library is unloaded, and then destroys the host's functions with all that they own. Also runs at the
+// end of the process, after the destructors of the program's static objects, which may still use an assistant. The
+// functions are then left alone, because what they refer to may be destroyed already.
 [[gnu::destructor]] void releaseSettings() {
     if (!s_isProcessEnding) {
         changeGlobalSettings().~CMRestGlobalSettings();
@@ -71,8 +71,8 @@ HTTP::Result runRequest(CMRestSession* session, const Request& request, RunOpera
 
 void HTTP::setGlobalSettings(const CMRestGlobalSettings& settings) {
     changeGlobalSettings() = settings;
-    // Made here and not when the library is loaded: so it is destroyed before releaseSettings runs where the process
-    // ends, and behind it where the library is unloaded.
+    // Created here and not when the library is loaded. So it is destroyed before releaseSettings() runs when the
+    // process ends, and after it when the library is unloaded.
     static const EndOfProcess endOfProcess;
 }
 

@@ -13,7 +13,7 @@
 /// Who speaks in a message.
 enum KAIRole : std::int32_t { KAI_ROLE_USER = 0, KAI_ROLE_ASSISTANT = 1 };
 
-/// A section that holds a text, the only kind there is.
+/// A section with a text, the only kind of section.
 class KAIMessageTextSection : public IKAIMessageSection {
 public:
     explicit KAIMessageTextSection(std::string text);
@@ -25,7 +25,7 @@ private:
     std::string m_text;
 };
 
-/// A message with its sections. A new one speaks for the assistant, at no known time, and has no section yet.
+/// A message with its sections. A new one has the assistant's role, an unknown time and no sections.
 class KAIMessage final : public IKAIMessage {
 public:
     KAIMessage() = default;
@@ -54,7 +54,7 @@ namespace kai {
 std::unique_ptr<KAIMessage> createTextMessage(std::int32_t role, std::int64_t time, std::string text);
 
 /// The text of the first section, valid as long as the section. Throws std::out_of_range ("invalid vector subscript")
-/// when there is none.
+/// if there is none.
 std::string_view obtainFirstText(IKAIMessage& message);
 
 /// The current time in whole seconds since the Unix epoch.

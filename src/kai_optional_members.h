@@ -5,7 +5,7 @@
 
 namespace kai {
 
-// What the value of a member that may be left out has to be where it is there.
+// Type checks of optional members: a missing member is accepted.
 
 inline bool isStringOrMissing(const COJsonValue& value) {
     return value.isString() || !value.getIsValidJson();

@@ -46,7 +46,7 @@ SavedValue readSavedText(const COJsonValue& value) {
     if (!value.isString()) {
         return {};
     }
-    // Room behind the text, so that a structure can be checked where it lies.
+    // Spare capacity after the text, so that a structure can be parsed in place.
     constexpr std::size_t kRoomToReadInPlace = 64;
     const std::string_view view = value.obtainString();
     std::string text;

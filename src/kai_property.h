@@ -12,37 +12,37 @@ class KAIAssistantProperties;
 
 namespace kai {
 
-/// The value of a setting in a session's text, taken out of the document; nothing where the member is missing or of
-/// another type than the property's.
+/// The value of a setting in a session's text, copied out of the document; std::monostate if the member is missing or
+/// has another type than the property.
 using SavedValue = std::variant<std::monostate, std::string, double, CMVariantMap>;
 
 /// Whether a key that is set is recorded as assigned.
 enum class Recording { Never = 1, Always };
 
-/// One property: all that the library does with a key. A key that stands in a table of properties works everywhere; a
-/// row that leaves something out does not compile (see isComplete).
+/// One property: everything that the library does with a key. A key in a table of properties works everywhere; an
+/// incomplete row does not compile (see isComplete).
 struct Property {
     const char* key;
     /// The description of its type.
     std::string (*describe)();
     CMVariant (*read)(const KAIAssistantProperties& properties);
     Recording recording;
-    /// Takes a value that the host sets.
-    /// @return false for a refused value; the settings are then as they were
+    /// Sets a value that comes from the host.
+    /// @return false if the value is refused; the settings are then unchanged
     bool (*set)(AssistantSettings& settings, const CMVariant& value);
-    /// Copies the value as it is from settings in which the host assigned the key, and records the key.
+    /// Copies the value unchecked from settings in which the host assigned the key, and records the key.
     void (*takeOver)(const Property& property, AssistantSettings& target, const AssistantSettings& source);
-    /// Copies the value to other properties, where the host assigned the key in these.
+    /// Copies the value to other properties. Called if the host assigned the key in `source`.
     void (*copy)(const Property& property, KAIAssistantProperties& target, KAIAssistantProperties& source);
     /// Writes the value into a session's text.
     void (*write)(COJsonWriter& writer, const char* key, const AssistantSettings& settings);
-    /// Takes the value out of a session's text.
+    /// Reads the value from a session's text.
     SavedValue (*readSaved)(const COJsonValue& value);
-    /// Restores a value that readSaved gave.
+    /// Restores a value that readSaved returned.
     void (*restore)(const Property& property, AssistantSettings& settings, SavedValue value);
 };
 
-/// Whether a row says everything.
+/// Whether a row has all members.
 constexpr bool isComplete(const Property& row) {
     return row.key != nullptr && row.describe != nullptr && row.read != nullptr && row.recording != Recording{} &&
            row.set != nullptr && row.takeOver != nullptr && row.copy != nullptr && row.write != nullptr &&
@@ -59,10 +59,10 @@ constexpr bool areComplete(const Rows& rows) {
     return true;
 }
 
-/// Sets a property as a host does: records its key, and takes or refuses the value.
+/// Sets a property as a host does: records its key, and accepts or refuses the value.
 bool setByRule(const Property& property, AssistantSettings& settings, const CMVariant& value);
 
-// What rows are made of.
+// The functions that rows are made of.
 
 std::string describeText();
 std::string describeNumber();
@@ -90,9 +90,9 @@ void takeOverField(const Property& property, AssistantSettings& target, const As
 }
 void takeOverNothing(const Property& property, AssistantSettings& target, const AssistantSettings& source);
 
-/// Sets the property of the same key, by the target's own rules.
+/// Sets the target's property with the same key, by the target's own rules.
 void copyByRule(const Property& property, KAIAssistantProperties& target, KAIAssistantProperties& source);
-/// Takes the value over as it is.
+/// Copies the value unchecked.
 void copyAsItIs(const Property& property, KAIAssistantProperties& target, KAIAssistantProperties& source);
 void copyNothing(const Property& property, KAIAssistantProperties& target, KAIAssistantProperties& source);
 

@@ -15,7 +15,7 @@ using std::chrono::milliseconds;
 constexpr milliseconds kFirstDelay{250};
 constexpr milliseconds kLongestDelay{1000};
 constexpr int kMostAttempts = 100;
-// Twice as often as a host is promised to be asked, since a sleep may take longer than it should.
+// Half of the promised interval between calls of `cancelled`, because a sleep may take longer than requested.
 constexpr milliseconds kLongestSleepBetweenQuestions{50};
 
 class SystemPollClock : public PollClock {
@@ -28,7 +28,7 @@ public:
 /// @return whether the whole delay has passed
 bool sleepWhole(PollClock& clock, milliseconds delay) {
     using Duration = std::chrono::steady_clock::duration;
-    // A copy: the host's function may replace the settings that hold it.
+    // A copy: the host's function may replace the settings that contain it.
     const std::function<bool()> cancelled = HTTP::obtainGlobalSettings().cancelled;
     const Duration longestSleep = cancelled ? kLongestSleepBetweenQuestions : delay;
     const auto end = clock.obtainNow() + delay;
@@ -62,7 +62,7 @@ RunState readFailure(const COJson& run) {
 }  // namespace
 
 PollClock& obtainSystemPollClock() {
-    // Never destroyed: a host may still wait for a run while its static objects are.
+    // Never destroyed: the destructors of a host's static objects may still wait for a run.
     static auto* const clock = new SystemPollClock;
     return *clock;
 }
@@ -95,7 +95,7 @@ std::string waitForRun(PollClock& clock, const std::function<RunState()>& look) 
         if (state.kind == RunState::Kind::Failed) {
             return std::move(state.errorText);
         }
-        // A run that expired is reported in the same word as one that was waited for too long.
+        // An expired run is reported with the same text as one that took too long.
         if (attempts > kMostAttempts || state.kind == RunState::Kind::Expired) {
             return localizeString("Timeout");
         }

@@ -9,37 +9,37 @@
 
 namespace kai {
 
-/// The time by which a poll waits; tests put their own in place of the real one.
+/// The clock for polling; tests replace it with their own.
 class PollClock {
 public:
     virtual ~PollClock() = default;
     virtual std::chrono::steady_clock::time_point obtainNow() = 0;
-    /// Sleeps about so long; it may wake early.
+    /// Sleeps for about this time; it may wake early.
     virtual void sleepFor(std::chrono::steady_clock::duration duration) = 0;
 };
 
 /// The steady clock and the calling thread's sleep.
 PollClock& obtainSystemPollClock();
 
-/// What one look at a run told.
+/// The result of one poll of a run.
 struct RunState {
     enum class Kind {
-        Pending,    ///< queued, in progress or another state that is not an end
+        Pending,    ///< queued, in progress or another state that is not final
         Completed,  ///< the answer can be fetched
         Expired,    ///< the service gave up
-        Failed,     ///< `errorText` says why; so does an exchange that failed
+        Failed,     ///< the run or the exchange failed; `errorText` says why
     };
     Kind kind = Kind::Pending;
     std::string errorText;
 };
 
-/// Reads a run as the service describes it.
+/// Reads the service's description of a run.
 RunState readRunState(const COJson& run);
 
-/// Looks at a run again and again until it ends: after 250 ms, then each time 1.3 times the last delay, at most 1 s;
-/// 102 looks at most. While it waits, the host's `cancelled` is asked as often as during an exchange.
+/// Polls a run until it ends: at once, after 250 ms, then each time after 1.3 times the last delay, which is at most 1
+/// s; at most 102 times. While it waits, it calls the host's `cancelled` as often as during an exchange.
 /// @param look  asks the service for the run's state
-/// @return empty when the run completed, otherwise the error text; the transport's own where the host cancelled
+/// @return empty if the run completed, otherwise the error text; the transport's text if the host cancelled
 std::string waitForRun(PollClock& clock, const std::function<RunState()>& look);
 
 }  // namespace kai

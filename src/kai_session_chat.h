@@ -11,22 +11,23 @@
 
 namespace kai {
 
-/// A conversation that is kept here and sent whole with every turn: the session of every chat-completion provider.
+/// A conversation that is stored in the process and sent completely with every turn: the session of every
+/// chat-completion provider.
 class ChatSession : public IKAISession {
 public:
     /// @param properties  the assistant's own, borrowed for the session's life
     /// @param protocol    the assistant's; lives as long as the program
-    /// @param rolePlace   the place that a report of a message with an unknown role names
+    /// @param rolePlace   the place to report for a message with an unknown role
     ChatSession(KAIAssistantProperties& properties, const ChatProtocol& protocol, SourcePlace rolePlace);
 
     std::string serializeSession() override;
 
-    /// Fills the session, and the assistant's properties, from the text of serializeSession. The provider's default
-    /// host stands in for a blank one.
-    /// @return false, with nothing changed, when the text is not JSON; whatever else is wrong in it is passed over
+    /// Restores the session and the assistant's properties from the text of serializeSession. If the host is empty, the
+    /// provider's default host is used.
+    /// @return false if the text is not JSON; nothing has changed then. Other errors in the text are ignored
     bool loadSession(const std::string& serializedSession);
 
-    /// The messages. A turn that runs keeps them alive, so that a host's callback may free the session meanwhile.
+    /// The messages. A running turn keeps them alive, so a host's callback may free the session during the turn.
     [[nodiscard]] const std::shared_ptr<ChatHistory>& obtainHistory() const noexcept { return m_history; }
     [[nodiscard]] const KAIAssistantProperties& obtainProperties() const noexcept { return m_properties; }
 

@@ -53,7 +53,7 @@ bool KAISession_OPENAI::loadSession(const std::string& serializedSession, std::s
     if (!saved) {
         return false;
     }
-    // Whatever may run out of memory comes before the first change.
+    // Everything that may run out of memory comes before the first change.
     kai::AssistantSettings restored = kai::restoreSettings(m_properties.obtainSettings(), std::move(saved->settings));
     if (restored.apiHost.empty()) {
         restored.apiHost = defaultHost;

@@ -8,20 +8,21 @@
 #include "kai.h"
 #include "kai_assistant_properties_openai.h"
 
-/// A thread on the service, and the assistant there that it was made for.
+/// A thread on the service, and the assistant on the service to which it belongs.
 class KAISession_OPENAI : public IKAISession {
 public:
-    /// A session without a thread as yet.
+    /// A session that has no thread yet.
     /// @param properties   the assistant's own, borrowed for the session's life
-    /// @param assistantID  the assistant on the service that it is made for
+    /// @param assistantID  the id of its assistant on the service
     KAISession_OPENAI(KAIAssistantProperties_OPENAI& properties, std::string assistantID);
 
     std::string serializeSession() override;
 
-    /// Takes the ids, and the assistant's settings, from the text of serializeSession. All or nothing.
-    /// @param defaultHost  stands in for a blank host
+    /// Restores the ids and the assistant's settings from the text of serializeSession.
+    /// @param defaultHost  used if the host is empty
     /// @param assistantID  receives the assistant's id too
-    /// @return false, with nothing changed, when the text is not JSON, or an id is missing or cannot stand in a path
+    /// @return false if the text is not JSON, or an id is missing or cannot be a segment of a path; nothing has changed
+    ///         then
     bool loadSession(const std::string& serializedSession, std::string_view defaultHost, std::string& assistantID);
 
     void setThreadID(std::string threadID) noexcept { m_threadID = std::move(threadID); }

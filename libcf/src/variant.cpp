@@ -11,7 +11,7 @@
 
 namespace {
 
-// std::from_chars takes no leading plus sign, which people do write.
+// std::from_chars rejects a leading plus sign, but people write one.
 std::string_view skipPlusSign(std::string_view text) noexcept {
     const bool isSignOfNumber = text.size() > 1 && text[0] == '+' && (text[1] == '.' || cf::isDigit(text[1]));
     return isSignOfNumber ? text.substr(1) : text;
@@ -43,7 +43,7 @@ CMVariant::CMVariant(CMVariantMap map) noexcept : m_value(std::move(map)) {}
 CMVariant::CMVariant(const CMVariant& other) = default;
 CMVariant::CMVariant(CMVariant&& other) noexcept = default;
 
-// Through a copy: `other` may be an item of the very list or map that this value holds.
+// Copies first: `other` may be an item of the list or map that this value holds.
 CMVariant& CMVariant::operator=(const CMVariant& other) {
     auto copy = other.m_value;
     m_value = std::move(copy);

@@ -11,19 +11,19 @@ using CFAssertionHandler = void (*)(const char* condition, const char* sourceFil
 
 /// Replaces the process-wide assertion handler.
 ///
-/// Execution goes on after the handler returns: every check is followed by a guard that refuses softly, so a handler
+/// Execution continues after the handler returns: a guard after every check handles the failed condition. So a handler
 /// may log, count or stop in a debugger. The handler runs on the thread whose check failed.
 /// @param handler  the new handler; null restores the default, which writes one line to standard error
 CF_EXPORT void cfSetAssertionHandler(CFAssertionHandler handler);
 
-/// Reports a failed check to the current handler. Called by CF_ASSERT; call it directly where the place of the check
-/// is data. Any thread.
+/// Reports a failed check to the current handler. CF_ASSERT calls it; call it directly if file and line are data. Any
+/// thread.
 CF_EXPORT void cfReportAssertion(const char* condition, const char* sourceFile, int line);
 
-/// Checks an internal invariant: reports the condition's text and place when it does not hold, then goes on.
-/// Compiled out (the condition is not evaluated) where CF_NO_ASSERTIONS is defined.
+/// Checks an internal invariant: if it does not hold, reports the condition's text and place, and continues. Compiled
+/// out (the condition is not evaluated) where CF_NO_ASSERTIONS is defined.
 ///
-/// CF_ASSERT_AT does the same for a check whose text and place are data.
+/// CF_ASSERT_AT does the same for a check whose text, file and line are arguments.
 #ifdef CF_NO_ASSERTIONS
 #define CF_ASSERT(condition) static_cast<void>(sizeof(!(condition)))
 #define CF_ASSERT_AT(condition, text, sourceFile, line) \

@@ -13,22 +13,22 @@
 #include "cf/export.h"
 #include "cf/variant.h"
 
-/// Writes one JSON value as compact text, straight into a string: no tree is built and no text is copied twice.
+/// Writes one JSON value as compact text, directly into a string: it builds no tree and copies no text twice.
 ///
-/// The caller says the structure in order (a key before each member's value); separators are the writer's work. Texts
-/// are escaped as JSON asks for; each ill-formed UTF-8 sequence becomes U+FFFD, so the result is always valid JSON.
-/// The text stands in the target string when finish() has returned or the writer was destroyed, not before.
-/// The target must outlive the writer and must not be touched meanwhile. One thread at a time.
+/// The caller writes the structure in order (a key before each member's value); the writer adds the separators. It
+/// escapes strings and replaces each ill-formed UTF-8 sequence by U+FFFD, so the result is always valid JSON. The
+/// target string holds the text only after finish() or the writer's destructor. Until then the target must live and
+/// must not be accessed. One thread at a time.
 /// Errors: allocation failure throws std::bad_alloc or std::length_error; the target is then still a valid string.
 class CF_EXPORT COJsonWriter {
 public:
-    /// @param target  receives the text behind what it already holds; borrowed
+    /// @param target  the string to append to; borrowed
     explicit COJsonWriter(std::string& target);
     ~COJsonWriter();
     COJsonWriter(const COJsonWriter&) = delete;
     COJsonWriter& operator=(const COJsonWriter&) = delete;
 
-    /// Makes room for `size` more bytes at once. A hint: the writer grows by itself where it is too small.
+    /// Reserves space for `size` more bytes. A hint: if the space is too small, the writer grows the target.
     void reserve(std::size_t size);
 
     /// Begins an object; its members follow, each a key and a value.
@@ -44,7 +44,7 @@ public:
     void writeKey(std::string_view key);
     /// Writes a string, escaped.
     void writeString(std::string_view text);
-    /// Writes the shortest decimal form that reads back as the same double; a number that is not finite as null.
+    /// Writes the shortest decimal form that reads back as the same double; null for a number that is not finite.
     void writeDouble(double number);
     /// Writes a whole number.
     void writeInteger(std::int64_t number);
@@ -53,15 +53,14 @@ public:
     /// Writes null.
     void writeNull();
 
-    /// A member whose value is a string.
+    /// Writes a member whose value is a string.
     void writeMember(std::string_view key, std::string_view text);
 
-    /// A value of which everything but one string is fixed, written at once: `before` and `after` are JSON text and
-    /// go out as they are, around the string. `writeFramed(R"({"role":"user","content":)", text, "}")` writes an object
-    /// of two members.
+    /// Writes a value that is fixed except for one string: `before` and `after` are JSON text, written unchanged around
+    /// the string. `writeFramed(R"({"role":"user","content":)", text, "}")` writes an object of two members.
     void writeFramed(std::string_view before, std::string_view text, std::string_view after);
 
-    /// Ends the text: the target string now holds all of it. Writing more needs a new writer.
+    /// Ends the text: the target string now holds all of it. To write more, create a new writer.
     void finish();
 
 private:
@@ -70,8 +69,8 @@ private:
 
     void writeUnsigned(std::uint64_t number);
 
-    // Where the next character goes, and the end of the room for it; both in the target, which is kept longer than
-    // the text while it is written.
+    // The position of the next character, and the end of the free space. Both point into the target, which is longer
+    // than the text until finish().
     std::string& m_target;
     char* m_end;
     char* m_limit;
@@ -81,23 +80,23 @@ private:
 /// A part of a JSON text. Shares the ownership of the memory that holds it.
 struct COJsonPiece {
     std::string_view text;              ///< unchanged as long as `owner` lives
-    std::shared_ptr<const void> owner;  ///< keeps `text` valid; null where the text lives as long as the process
+    std::shared_ptr<const void> owner;  ///< keeps `text` valid; null if the text lives as long as the process
 };
 
 /// Anything that can be written as one JSON value. A request takes its body through this interface, so a body can be
-/// written straight from the data that it is about.
+/// written directly from the caller's data.
 class CF_EXPORT ICOJsonValue {
 public:
     virtual ~ICOJsonValue();
 
-    /// Writes the whole value. Throws nothing but what allocation throws.
+    /// Writes the whole value. Throws only what memory allocation throws.
     virtual void writeJson(COJsonWriter& writer) const = 0;
 
     /// The value as compact JSON text.
     [[nodiscard]] std::string obtainJsonString() const;
 
-    /// The same text in pieces, to be joined in their order. They stay valid whatever becomes of this value, so a
-    /// request sends them from where they lie. Unless overridden: one piece, written now.
+    /// The same text in pieces, to be joined in order. They stay valid when this value changes or is destroyed, so a
+    /// request can send them without copying. The default implementation writes one piece, now.
     [[nodiscard]] virtual std::vector<COJsonPiece> obtainJsonPieces() const;
 };
 
@@ -105,9 +104,9 @@ class COJson;
 class COJsonItems;
 class COJsonMembers;
 
-/// A place in a JSON document: a light handle, copied freely, that refers into its COJson and is valid while that
-/// document lives at its address and is not moved from. An undefined handle (a missing member, an index past the end)
-/// answers every read as empty and gives undefined handles again, so reads can be chained without tests.
+/// A value in a JSON document: a small handle, cheap to copy, that refers to data of its COJson. It is valid until that
+/// document is destroyed, moved or given another text. An undefined handle (of a missing member, for example) returns
+/// an empty result or an undefined handle from every read, so reads can be chained without checks.
 class CF_EXPORT COJsonValue {
 public:
     /// The types of JSON values.
@@ -139,22 +138,22 @@ public:
     /// Whether this is an object.
     [[nodiscard]] bool isObject() const noexcept { return obtainType() == Type::Object; }
 
-    /// The text of a string, unescaped, valid as long as the document; empty for another type. Only for another type
-    /// is its data() null, so that one call reads a text and tells whether there is one.
+    /// The unescaped text of a string, valid as long as the document; empty for another type. Its data() is null only
+    /// for another type, so one call reads a string and tells whether there is one.
     [[nodiscard]] std::string_view obtainString() const noexcept;
     /// The number, 0.0 for another type. Integers beyond 2^53 are rounded.
     [[nodiscard]] double obtainDouble() const noexcept;
-    /// The number with its fraction cut off; 0 where it lies outside 64 bits (signed) and for another type.
+    /// The number without its fraction; 0 if it does not fit into 64 bits (signed), and for another type.
     [[nodiscard]] std::int64_t obtainInteger() const noexcept;
     /// The truth value; false for another type.
     [[nodiscard]] bool obtainBoolean() const noexcept;
 
     /// The first member of an object with exactly this key (bytes compared); undefined if there is none.
     [[nodiscard]] COJsonValue obtainMember(std::string_view key) const noexcept;
-    /// The members with these keys, each as obtainMember() gives it, found in one pass over the object:
-    /// `const auto [name, type] = field.obtainMemberValues({"name", "type"});`. Fastest where the keys are given in the
-    /// order in which the members usually stand.
-    /// @param keys  different from each other
+    /// The members with these keys, each as obtainMember() returns it, found in one pass over the object:
+    /// `const auto [name, type] = field.obtainMemberValues({"name", "type"});`. Fastest if the keys are in the order in
+    /// which the members usually stand.
+    /// @param keys  all different
     template <std::size_t Count>
     [[nodiscard]] std::array<COJsonValue, Count> obtainMemberValues(
         const std::string_view (&keys)[Count]) const noexcept {
@@ -164,11 +163,11 @@ public:
     }
     /// The number of an array's items or an object's members; 0 for another type. May walk the whole array or object.
     [[nodiscard]] std::size_t obtainSize() const noexcept;
-    /// An array's items, in order; none for another type.
+    /// An array's items, in order; empty for another type.
     [[nodiscard]] COJsonItems obtainItems() const noexcept;
-    /// An object's members, in the order in which they were read or added; none for another type.
+    /// An object's members, in the order in which they were read or added; empty for another type.
     [[nodiscard]] COJsonMembers obtainMembers() const noexcept;
-    /// The keys of an object, in the order of its members; none for another type.
+    /// The keys of an object, in the order of its members; empty for another type.
     [[nodiscard]] std::vector<std::string> obtainJsonKeys() const;
 
     /// The value as compact JSON text; empty for an undefined handle.
@@ -177,9 +176,10 @@ public:
     void writeJson(COJsonWriter& writer) const;
 
     // Building. Only a document made by COJson's default constructor (or by cfCreateCOJsonFromCMVariant) can be
-    // changed; on a handle into a parsed document, or an undefined one, these do nothing and give undefined handles.
+    // changed. On a handle into a parsed document, or an undefined one, these functions do nothing and return undefined
+    // handles.
 
-    /// Makes this value a string. Like every change of the type, it drops what the value held.
+    /// Makes this value a string. Like all these functions, it drops the former content.
     void setString(std::string_view text);
     /// Makes this value a number; null if the number is not finite.
     void setDouble(double number);
@@ -191,9 +191,9 @@ public:
     void setArray();
     /// Makes this value an empty object.
     void setObject();
-    /// Appends a member, null at first, to this object and gives its value's handle.
+    /// Appends a member with the value null to this object. Returns the value's handle.
     COJsonValue addKeyValue(std::string_view key);
-    /// Appends an item, null at first, to this array and gives its handle.
+    /// Appends a null item to this array. Returns its handle.
     COJsonValue addItem();
 
 private:
@@ -202,8 +202,8 @@ private:
 
     void findMembers(const std::string_view* keys, COJsonValue* values, std::size_t count) const noexcept;
 
-    // Two words whose meaning belongs to the implementation: where a parsed document keeps the value, or (with a null
-    // first word) the node of a built one.
+    // Two words for the implementation: the place of the value in a parsed document, or (if the first word is null) the
+    // node of a built one.
     const void* m_document = nullptr;
     std::uintptr_t m_place = 0;
 };
@@ -211,19 +211,19 @@ private:
 /// The items of an array, for a range-based for loop. Valid as long as the document.
 class CF_EXPORT COJsonItems {
 public:
-    /// Walks forward once; what it gives is made anew at each read.
+    /// Goes forward only, and returns its items by value.
     class CF_EXPORT Iterator {
     public:
-        /// The item that the iterator has reached.
+        /// The current item.
         COJsonValue operator*() const noexcept {
             COJsonValue item;
             item.m_document = m_document;
             item.m_place = m_place;
             return item;
         }
-        /// Goes on to the next one.
+        /// Goes to the next one.
         Iterator& operator++() noexcept;
-        /// Whether two iterators of one loop stand at different places.
+        /// Whether two iterators of one loop are at different places.
         bool operator!=(const Iterator& other) const noexcept { return m_place != other.m_place; }
 
     private:
@@ -235,7 +235,7 @@ public:
 
     /// The first one.
     [[nodiscard]] Iterator begin() const noexcept { return m_begin; }
-    /// Behind the last one.
+    /// After the last one.
     [[nodiscard]] Iterator end() const noexcept { return m_end; }
 
 private:
@@ -254,14 +254,14 @@ struct COJsonMember {
 /// The members of an object, for a range-based for loop. Valid as long as the document.
 class CF_EXPORT COJsonMembers {
 public:
-    /// Walks forward once; what it gives is made anew at each read.
+    /// Goes forward only, and returns its items by value.
     class CF_EXPORT Iterator {
     public:
-        /// The member that the iterator has reached.
+        /// The current member.
         COJsonMember operator*() const noexcept;
-        /// Goes on to the next one.
+        /// Goes to the next one.
         Iterator& operator++() noexcept;
-        /// Whether two iterators of one loop stand at different places.
+        /// Whether two iterators of one loop are at different places.
         bool operator!=(const Iterator& other) const noexcept { return m_place != other.m_place; }
 
     private:
@@ -273,7 +273,7 @@ public:
 
     /// The first one.
     [[nodiscard]] Iterator begin() const noexcept { return m_begin; }
-    /// Behind the last one.
+    /// After the last one.
     [[nodiscard]] Iterator end() const noexcept { return m_end; }
 
 private:
@@ -283,38 +283,38 @@ private:
     Iterator m_end;
 };
 
-/// A JSON document that owns its values: read from a text, or built member by member.
+/// A JSON document that owns its values: parsed from a text, or built member by member.
 ///
 /// Valid JSON here is RFC 8259 JSON in UTF-8, at most 512 levels deep, with an optional byte-order mark before it. A
 /// number beyond the range of a double becomes the nearest finite one. In strings each lone surrogate escape and each
 /// ill-formed UTF-8 sequence is read as U+FFFD; elsewhere ill-formed bytes make the text invalid.
-/// Movable (handles into it become invalid), not copyable. Reads may run on several threads at once, changes on one.
-/// Errors: no input throws; allocation failure does (std::bad_alloc).
+/// Movable (its handles become invalid), not copyable. Several threads may read it at once; only one may change it, and
+/// none may read it meanwhile. Errors: no input makes it throw; allocation failure throws std::bad_alloc.
 class CF_EXPORT COJson : public ICOJsonValue {
 public:
-    /// An empty object, to be built.
+    /// An empty object, to which members can be added.
     COJson();
-    /// Reads a text, and keeps nothing of it. getIsValidJson() tells whether it was JSON.
+    /// Parses a text and keeps no reference to it. getIsValidJson() tells whether it was valid JSON.
     explicit COJson(std::string_view text);
-    /// Reads a text without copying it first, which the constructor has to do, where the string's capacity is 64 bytes
-    /// or more beyond its size; the memory there is overwritten. The text is left as it is, and not kept.
+    /// Parses a text without the copy that the constructor makes, if the string's capacity is 64 bytes or more beyond
+    /// its size; that spare memory is overwritten. The text itself stays unchanged, and no reference to it is kept.
     [[nodiscard]] static COJson readInPlace(std::string& text);
-    /// Reads another text, as readInPlace() does, into the memory that this document holds. For many small texts, one
-    /// after another: it allocates only where a text needs more than those before. Handles into the former content
-    /// become invalid. Also for a document that is not valid JSON.
+    /// Parses another text, as readInPlace() does, and reuses the memory of this document: it allocates only if the
+    /// text needs more than those before. Useful for many small texts, one after another. Handles into the former
+    /// content become invalid. The document need not be valid JSON before.
     /// @return getIsValidJson()
     bool rereadInPlace(std::string& text);
     ~COJson() override;
-    /// Takes the values over; the other document is then not valid JSON.
+    /// Moves the values; the other document is then not valid JSON.
     COJson(COJson&& other) noexcept;
-    /// Takes the values over; the other document is then not valid JSON.
+    /// Moves the values; the other document is then not valid JSON.
     COJson& operator=(COJson&& other) noexcept;
     COJson(const COJson&) = delete;
     COJson& operator=(const COJson&) = delete;
 
-    /// Whether the document holds a value: always for a built one, for a read one if the text was valid JSON.
+    /// Whether the document has a value: true for a built one; for a parsed one, whether the text was valid JSON.
     [[nodiscard]] bool getIsValidJson() const noexcept;
-    /// The outermost value; undefined when the text was not valid JSON.
+    /// The outermost value; undefined if the text was not valid JSON.
     [[nodiscard]] COJsonValue obtainRoot() const noexcept;
 
     /// The type of the outermost value.
@@ -328,7 +328,7 @@ public:
     /// As COJsonValue::addKeyValue on the outermost value.
     COJsonValue addKeyValue(std::string_view key) { return obtainRoot().addKeyValue(key); }
 
-    /// Writes the outermost value; null when the text was not valid JSON.
+    /// Writes the outermost value; null if the text was not valid JSON.
     void writeJson(COJsonWriter& writer) const override;
 
 private:
@@ -339,8 +339,8 @@ private:
     std::unique_ptr<Document> m_document;
 };
 
-/// A document built from a variant: null, string, number (null where it is not finite), array, object with its members
-/// in ascending order of the names. Values nested deeper than 512 levels are written as null.
+/// Builds a document from a variant. A number that is not finite becomes null, and so do arrays and objects nested
+/// deeper than 512 levels. The members of an object are in ascending order of their names.
 [[nodiscard]] CF_EXPORT COJson cfCreateCOJsonFromCMVariant(const CMVariant& value);
 
 #endif

@@ -6,18 +6,18 @@
 
 #include "cf/export.h"
 
-/// A scope in which answers arrive in pieces. While one lives, turns that its thread begins ask the service for the
-/// answer in pieces, and the function given to it is called with each piece as it comes. Without one, turns ask for the
+/// A scope in which answers are streamed. While such an object lives, turns begun on its thread ask the service for a
+/// streamed answer, and the object's function is called with each piece as it arrives. Without one, turns ask for the
 /// whole answer.
 ///
-/// Scopes may be nested: the innermost one is used. While the function runs none is used, so a turn that it begins is
-/// not streamed unless it opens a scope of its own. A local variable: created and destroyed on one thread, the inner
-/// scope before the outer one.
+/// Scopes may be nested: the innermost one is used. While the function runs, no scope is in use, so a turn that it
+/// begins is not streamed unless it opens a scope of its own. Use a local variable: create and destroy it on one
+/// thread, and destroy the inner scope before the outer one.
 class CF_EXPORT CMTextStream {
 public:
-    /// @param receive  called on the thread of the turn with each piece: whole UTF-8 characters, valid during the call.
-    ///                 The pieces of a successful turn joined are the answer's text; after an error they are not. What
-    ///                 it throws ends the turn and passes through to the turn's caller.
+    /// @param receive  called on the turn's thread with each piece: whole UTF-8 characters, valid during the call. The
+    ///                 joined pieces of a successful turn are the answer's text; after an error they are not. An
+    ///                 exception that it throws ends the turn and reaches the turn's caller.
     explicit CMTextStream(std::function<void(std::string_view piece)> receive);
     ~CMTextStream();
     CMTextStream(const CMTextStream&) = delete;
@@ -26,7 +26,7 @@ public:
     /// Calls the function with a piece. Throws what it throws.
     void tell(std::string_view piece) const;
 
-    /// The scope that turns begun now on this thread use; null when there is none.
+    /// The scope that a turn begun now on this thread would use; null if there is none.
     [[nodiscard]] static const CMTextStream* obtainCurrent() noexcept;
 
 private:

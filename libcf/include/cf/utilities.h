@@ -7,8 +7,8 @@
 
 #include "cf/export.h"
 
-/// Runs a function when it goes out of scope, on every way out of the scope, an exception included.
-/// The function must not throw: it runs in a destructor.
+/// Runs a function when this object goes out of scope, also when an exception leaves the scope. The function must not
+/// throw: it runs in a destructor.
 class CF_EXPORT CODefer {
 public:
     /// @param action  run once by the destructor; an empty function is allowed and does nothing
@@ -21,8 +21,8 @@ private:
     std::function<void()> m_action;
 };
 
-/// Joins the parts of a URL with one "/" between two parts. The parts are taken as they are: a slash that a part
-/// begins or ends with is not doubled, and nothing is percent-encoded.
+/// Joins the parts of a URL with one "/" between two parts. A slash at the end or start of a part is not doubled, and
+/// nothing is percent-encoded.
 /// @return the joined text; empty for no parts
 [[nodiscard]] CF_EXPORT std::string cfConcatURL(const std::vector<std::string>& parts);
 

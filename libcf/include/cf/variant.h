@@ -17,11 +17,11 @@ using CMVariantList = std::vector<CMVariant>;
 /// Values by name, in ascending byte order of the names.
 using CMVariantMap = std::map<std::string, CMVariant>;
 
-/// One value of a type that is known at run time: nothing, a text, a number, a list or a map.
+/// One value whose type is known at run time: null, a text, a number, a list or a map.
 ///
-/// A copyable and movable value that owns all it holds. Reads never throw for a value of another type: they convert
-/// or give an empty result as told at each of them. One object is used from one thread at a time; separate objects
-/// (copies included) are independent.
+/// A copyable and movable value that owns all its content. Reading a value as another type never throws: it converts
+/// the value or returns an empty result, as each function describes. Use one object from one thread at a time; separate
+/// objects (copies included) are independent.
 class CF_EXPORT CMVariant {
 public:
     /// The types of values.
@@ -46,25 +46,25 @@ public:
     /// A map.
     CMVariant(CMVariantMap map) noexcept;
 
-    /// A copy of all that the other value holds.
+    /// Copies the other value with all its content.
     CMVariant(const CMVariant& other);
-    /// Takes over what the other value holds; that one may then be assigned or destroyed.
+    /// Moves the other value's content; the other value may then be assigned or destroyed.
     CMVariant(CMVariant&& other) noexcept;
     /// Replaces this value by a copy of the other one.
     CMVariant& operator=(const CMVariant& other);
-    /// Replaces this value by what the other one holds.
+    /// Replaces this value by the other one's content.
     CMVariant& operator=(CMVariant&& other) noexcept;
     ~CMVariant();
 
-    /// The type of the value now held.
+    /// The type of the current value.
     [[nodiscard]] ValueType getValueType() const noexcept;
 
-    /// The text of a string; of a double the shortest text that reads back as the same double (C locale); otherwise
+    /// For a string its text; for a double the shortest text that reads back as the same double (C locale); otherwise
     /// empty.
     [[nodiscard]] std::string stringValue() const;
 
-    /// The number of a double; of a string the finite number that it spells in whole (C locale, blanks around it
-    /// allowed), 0.0 where it spells none; otherwise 0.0.
+    /// For a double its number; for a string the finite number that the whole string spells (C locale, blanks around it
+    /// allowed), or 0.0 if it spells none; otherwise 0.0.
     [[nodiscard]] double doubleValue() const noexcept;
 
     /// The items of a list; empty for another type. Valid until this value is changed or destroyed.

@@ -3,13 +3,13 @@
 #include "json/json_access.h"
 #include "json/json_reader.h"
 
-/// What a document owns: the tape of a text, or a built tree.
+/// What a document owns: the tape of a parsed text, or a built tree.
 struct COJson::Document {
     cf::ParsedDocument parsed;
     cf::JsonTree built;
     COJsonValue root;
     bool isValid = true;
-    /// Kept where texts are read one after another.
+    /// Null until rereadInPlace(), which reuses it.
     std::unique_ptr<simdjson::dom::parser> parser;
 };
 
@@ -36,7 +36,7 @@ COJson::COJson() : m_document(std::make_unique<Document>()) {
 
 namespace {
 
-/// Appends padding to a text, where its capacity has room for it, for the lifetime of this object.
+/// Appends padding to a text for the lifetime of this object, if the text's capacity allows it.
 class Padding {
 public:
     explicit Padding(std::string& text) : m_text(text), m_size(text.size()) {

@@ -9,8 +9,8 @@
 #include "json/json_tape.h"
 #include "json/json_tree.h"
 
-/// Turns handles and iterators into what they stand for, and back. One into a parsed document has the bytes of a place
-/// on its tape; one into a built tree has a null first word and its node's address in the second.
+/// Converts handles and iterators to tape places or tree nodes, and back. A handle into a parsed document has the bytes
+/// of a TapePlace; a handle into a built tree has a null first word and its node's address in the second.
 struct COJsonAccess {
     static_assert(std::is_trivially_copyable_v<cf::TapePlace> && sizeof(cf::TapePlace) == sizeof(COJsonValue));
 
@@ -24,7 +24,7 @@ struct COJsonAccess {
         return std::bit_cast<cf::TapePlace>(handle);
     }
 
-    /// The node of a handle into a built tree; null for any other.
+    /// The node of a handle into a built tree; null for any other handle.
     template <typename Handle>
     [[nodiscard]] static cf::JsonNode* obtainNode(const Handle& handle) noexcept {
         return isParsed(handle) ? nullptr : reinterpret_cast<cf::JsonNode*>(handle.m_place);
@@ -43,7 +43,7 @@ struct COJsonAccess {
         return handle;
     }
 
-    /// The children of a container, as COJsonItems or COJsonMembers; none for a value that is not of the type.
+    /// The children of a container, as COJsonItems or COJsonMembers; empty if the value is of another type.
     template <typename Range>
     [[nodiscard]] static Range makeRange(const COJsonValue& container, COJsonValue::Type type) noexcept {
         using Iterator = typename Range::Iterator;

@@ -85,7 +85,8 @@ void setFromMap(COJsonValue target, const CMVariantMap& map, std::size_t level) 
     }
 }
 
-/// Sets a null target; an array or object inside `level` others that may hold none stays null.
+/// Sets a target that is null. An array or object that is nested too deeply stays null.
+/// @param level  the number of arrays and objects around the target
 void setFromVariant(COJsonValue target, const CMVariant& value, std::size_t level) {
     switch (value.getValueType()) {
         case CMVariant::ValueType::String:

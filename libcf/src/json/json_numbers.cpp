@@ -13,7 +13,7 @@ namespace cf {
 
 namespace {
 
-/// A number token cut into its parts, as far as JSON's grammar allows.
+/// A number token split into its parts, up to the first violation of JSON's grammar.
 struct NumberParts {
     bool isNegative = false;
     std::string_view whole;
@@ -38,7 +38,7 @@ bool takeCharacter(std::string_view& rest, std::string_view allowed) noexcept {
     return true;
 }
 
-/// @return whether an exponent's marker is followed by digits, or there is none
+/// @return false for an exponent marker without digits
 bool takeExponent(std::string_view& rest, NumberParts& parts) noexcept {
     if (!takeCharacter(rest, "eE")) {
         return true;
@@ -84,7 +84,7 @@ std::int64_t readExponent(std::string_view exponent) noexcept {
     return isNegative ? -value : value;
 }
 
-/// Whether a number that no double can hold is too large (rather than too small).
+/// Whether a number that no double can hold is too large, not too small.
 bool isHuge(const NumberParts& parts) noexcept {
     std::int64_t magnitude = readExponent(parts.exponent);
     if (parts.whole != "0") {
@@ -106,7 +106,7 @@ bool isInteger64(std::string_view token) noexcept {
 
 void appendDouble(std::string& out, double number) {
     char buffer[kNumberTextSize];
-    // Scientific form always has an exponent, so that no integer is made of it.
+    // The scientific form always has an exponent, so the engine reads a double and not an integer.
     const auto result = std::to_chars(buffer, buffer + kNumberTextSize, number, std::chars_format::scientific);
     out.append(buffer, result.ptr);
 }

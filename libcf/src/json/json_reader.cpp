@@ -17,7 +17,7 @@ using simdjson::dom::document;
 
 constexpr std::size_t kMinimumCapacity = 32;
 
-/// A text for the engine to read, and the engine.
+/// A text to parse, and the parser.
 struct Source {
     std::string_view text;
     bool isPadded;
@@ -28,7 +28,7 @@ error_code parse(const Source& source, std::size_t depthLimit, document& target)
     simdjson::dom::parser& parser = source.parser;
     error_code error = simdjson::SUCCESS;
     if (parser.capacity() < source.text.size() || parser.max_depth() != depthLimit || parser.capacity() == 0) {
-        // A parser that is used again grows by half, so that texts of growing lengths do not each make it grow.
+        // A reused parser grows by half, so that not every longer text makes it grow.
         const std::size_t grown = parser.capacity() + parser.capacity() / 2;
         error = parser.allocate(std::max({source.text.size(), kMinimumCapacity, grown}), depthLimit);
     }
@@ -41,7 +41,7 @@ error_code parse(const Source& source, std::size_t depthLimit, document& target)
     return error;
 }
 
-/// The depth of the deepest array or object, an empty one counted too.
+/// The depth of the deepest array or object, including empty ones.
 std::size_t measureDepth(const document& source) noexcept {
     constexpr unsigned kTypeShift = 56;
     const std::uint64_t* const tape = source.tape.get();
@@ -61,7 +61,7 @@ std::size_t measureDepth(const document& source) noexcept {
             case 'l':
             case 'u':
             case 'd':
-                ++place;  // the number itself stands in the next word
+                ++place;  // the number itself is in the next word
                 break;
             default:
                 break;
@@ -82,8 +82,8 @@ error_code parseToDepth(const Source& source, document& target) {
     return isTooDeep ? simdjson::DEPTH_ERROR : deeperError;
 }
 
-/// Whether the engine may have refused what is valid JSON here. It reports a number that its types cannot hold like one
-/// that is malformed, and one character that is not UTF-8 wherever it stands.
+/// Whether simdjson may have rejected a text that COJson accepts. It reports the same error for a number out of range
+/// as for a malformed one, and the same error for ill-formed UTF-8 in strings and elsewhere.
 bool isRepairable(error_code error) noexcept {
     return error == simdjson::NUMBER_ERROR || error == simdjson::STRING_ERROR || error == simdjson::UTF8_ERROR;
 }

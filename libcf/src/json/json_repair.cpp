@@ -70,7 +70,7 @@ Part measurePart(std::string_view text) noexcept {
     return {sequence.size, !sequence.isWellFormed};
 }
 
-/// Appends a string token, quotes included, and removes it from the text that it begins.
+/// Moves the string token at the start of the text, including its quotes, to `out`.
 void appendString(std::string& out, std::string_view& text) {
     out += '"';
     text.remove_prefix(1);

@@ -12,10 +12,9 @@ struct RepairedJson {
     bool hasHugeIntegers = false;
 };
 
-/// Copies a JSON text that the engine refuses, with what it is too strict about replaced: a number that no 64-bit
-/// integer and no double can hold by the nearest finite double; in strings, each lone surrogate escape and each
-/// ill-formed UTF-8 sequence by U+FFFD. Whatever else is wrong is copied, so a text that is not JSON does not become
-/// JSON.
+/// Copies a JSON text that the engine rejects, and replaces what COJson accepts but the engine does not: a number that
+/// fits neither a 64-bit integer nor a double by the nearest finite double; in strings, each lone surrogate escape and
+/// each ill-formed UTF-8 sequence by U+FFFD. Other errors are copied, so a text that is not JSON does not become JSON.
 [[nodiscard]] RepairedJson repairJson(std::string_view text);
 
 }  // namespace cf

@@ -28,13 +28,13 @@ std::int64_t TapePlace::obtainInteger() const noexcept {
         return 0;
     }
     const auto number = next_tape_value<double>();
-    // An integer just below the smallest that fits is rounded to that one.
+    // An integer slightly below -2^63 became -2^63 when it was rounded to a double.
     const bool wasHuge = static_cast<const ParsedDocument*>(doc)->hasHugeIntegers && number == -0x1p63;
     return wasHuge ? 0 : truncateToInteger(number);
 }
 
 std::size_t TapePlace::countChildren() const noexcept {
-    constexpr std::size_t kCountLimit = 0xFFFFFF;  // the tape counts no further
+    constexpr std::size_t kCountLimit = 0xFFFFFF;  // the tape's counter stops here
     const std::size_t count = scope_count();
     if (count < kCountLimit) {
         return count;

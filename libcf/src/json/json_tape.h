@@ -11,12 +11,12 @@
 
 namespace cf {
 
-/// The most levels of arrays and objects that a document may have.
+/// The maximum number of nested arrays and objects in a document.
 inline constexpr std::size_t kMaximumDepth = 512;
 
-/// What the engine makes of a text: a tape with all values in the order of the text, and a buffer with their strings.
+/// A parsed text: a tape with all values in the order of the text, and a buffer with their strings.
 struct ParsedDocument : simdjson::dom::document {
-    /// Whether the text held an integer beyond 64 bits: such a one stands on the tape as the nearest double.
+    /// Whether the text contains an integer beyond 64 bits; the tape holds it as the nearest double.
     bool hasHugeIntegers = false;
 };
 
@@ -38,13 +38,13 @@ public:
     [[nodiscard]] bool obtainBoolean() const noexcept { return is_true(); }
     /// The number as a double; 0.0 for another type.
     [[nodiscard]] double obtainDouble() const noexcept;
-    /// The number without its fraction; 0 where it lies outside 64 bits and for another type.
+    /// The number without its fraction; 0 if it does not fit into 64 bits (signed), and for another type.
     [[nodiscard]] std::int64_t obtainInteger() const noexcept;
-    /// Writes this value and all under it.
+    /// Writes this value with all its content.
     void writeJson(COJsonWriter& writer) const;
 
-    // Of an array or an object: from obtainFirst() to obtainEnd(), by obtainNext(). In an object each member is a key,
-    // which is a string, and its value behind it.
+    // For an array or an object: go from obtainFirst() to obtainEnd() with obtainNext(). A member of an object is a
+    // key, which is a string, followed by its value.
 
     [[nodiscard]] TapePlace obtainFirst() const noexcept { return {doc, json_index + 1}; }
     [[nodiscard]] TapePlace obtainEnd() const noexcept { return {doc, std::size_t{matching_brace_index()} - 1}; }

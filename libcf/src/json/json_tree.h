@@ -27,7 +27,7 @@ struct JsonNode {
     std::string text;
     std::string key;
 
-    /// Makes this a value of the given type, empty, false or zero; its children are no longer part of the document.
+    /// Gives this value a new type and makes it empty, false or zero. Its children are no longer part of the document.
     void reset(COJsonValue::Type newType) noexcept;
     /// The first member with this key; null if there is none or this is no object.
     [[nodiscard]] JsonNode* findMember(std::string_view memberKey) noexcept;
@@ -49,7 +49,7 @@ private:
     std::forward_list<JsonNode> m_nodes;
 };
 
-/// Writes a node with all under it, without recursion: a tree may be deeper than the stack.
+/// Writes a node with all its content, without recursion: a tree may be deeper than the stack allows.
 void writeTree(const JsonNode& root, COJsonWriter& writer);
 
 }  // namespace cf

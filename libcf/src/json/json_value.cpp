@@ -16,8 +16,8 @@ Word loadWord(const char* bytes) noexcept {
     return word;
 }
 
-/// Whether two texts of one size have the same first and last sizeof(Word) bytes. In texts of sizeof(Word) to twice
-/// that size these are all bytes.
+/// Whether two texts of equal size have the same first and last sizeof(Word) bytes. For sizes from sizeof(Word) to
+/// twice that, these are all bytes.
 template <typename Word>
 bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
     const std::size_t last = left.size() - sizeof(Word);
@@ -40,14 +40,14 @@ bool hasSameEnds(std::string_view left, std::string_view right) noexcept {
     return left == right;
 }
 
-/// What is looked for in an object, and where it goes.
+/// The keys to find in an object, and where to store their values.
 struct MemberSearch {
     const std::string_view* keys;
     COJsonValue* values;
     std::size_t count;
 };
 
-/// Searches from `member` to the end of the object. Of two members with one key the first is kept.
+/// Searches from `member` to the end of the object. If a key occurs twice, its first member counts.
 [[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, cf::TapePlace member, cf::TapePlace end) noexcept {
     for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
         const std::string_view key = member.obtainString();
@@ -59,8 +59,8 @@ struct MemberSearch {
     }
 }
 
-/// Searches members that usually stand in the order of the keys: stops at the last of them, and continues with
-/// findInAnyOrder() at the first that differs.
+/// Fast search for members in the order of the keys: stops after the last key, and continues with findInAnyOrder() at
+/// the first member that differs.
 void findInOrder(const MemberSearch& search, cf::TapePlace object) noexcept {
     const cf::TapePlace end = object.obtainEnd();
     cf::TapePlace member = object.obtainFirst();

@@ -9,12 +9,13 @@
 
 namespace {
 
-// Free space that is always kept behind a text, so that a separator, quotes, a number or one escape need no check.
+// Free space that is always kept after the text, so that writing a separator, quotes, a number or one escape needs no
+// check.
 constexpr std::size_t kSlack = 64;
 static_assert(kSlack >= 2 * cf::kNumberTextSize);
 
 char* append(char* out, std::string_view text) noexcept {
-    // An empty view may have no address, which memcpy does not take.
+    // The address of an empty view may be null, which memcpy does not allow.
     if (!text.empty()) {
         std::memcpy(out, text.data(), text.size());
     }
@@ -23,16 +24,16 @@ char* append(char* out, std::string_view text) noexcept {
 
 }  // namespace
 
-/// The functions that write. Each appends at `out`, the end of the text, and returns the new end. A member of the
-/// writer would be loaded and stored again for each character, since the compiler must assume that a char* may point to
-/// it.
+/// The functions that write. Each appends at `out`, the end of the text, and returns the new end. `out` is not a member
+/// of the writer, because the compiler would load and store it again for each character: it must assume that a char*
+/// may point to it.
 struct COJsonWriter::Text {
     static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
         const auto room = static_cast<std::size_t>(writer.m_limit - out);
         return room >= size + kSlack ? out : grow(writer, out, size);
     }
 
-    // The string is resized to its capacity without filling it with zeros; finish() cuts off what was not written.
+    // Resizes the string to its capacity without filling it with zeros; finish() cuts off the unused rest.
     [[gnu::noinline]] static char* grow(COJsonWriter& writer, char* out, std::size_t size) {
         std::string& target = writer.m_target;
         const auto used = static_cast<std::size_t>(out - target.data());
@@ -44,7 +45,7 @@ struct COJsonWriter::Text {
         return writer.m_end;
     }
 
-    /// Begins a value: makes room for it, and separates it from the one before.
+    /// Begins a value: makes room for it, and writes a comma if one is needed.
     static char* begin(COJsonWriter& writer, std::size_t size) {
         char* out = makeRoom(writer, writer.m_end, size);
         if (writer.m_needsComma) {
@@ -53,7 +54,7 @@ struct COJsonWriter::Text {
         return out;
     }
 
-    /// Ends a value; another one needs a comma.
+    /// Ends a value: the next one needs a comma.
     static void end(COJsonWriter& writer, char* out) noexcept {
         writer.m_end = out;
         writer.m_needsComma = true;
@@ -67,17 +68,17 @@ struct COJsonWriter::Text {
         return out;
     }
 
-    /// Begins a member whose value needs `valueSize`: its key, and room for the value behind it.
+    /// Begins a member: writes its key, and makes room for `valueSize` bytes of its value.
     static char* beginMember(COJsonWriter& writer, std::string_view key, std::size_t valueSize) {
         char* out = begin(writer, key.size() + valueSize);
         *out++ = '"';
-        // Escapes in the key may have taken the value's room.
+        // Escapes in the key may have used the value's room.
         out = makeRoom(writer, appendText(writer, out, key), valueSize);
         return append(out, "\":");
     }
 
-    // UTF-8 is validated once, from the first byte beyond ASCII on. Only a text that fails is written sequence by
-    // sequence from there on.
+    // Validates UTF-8 once, from the first non-ASCII byte on. Only if that fails, the rest is written sequence by
+    // sequence.
     [[gnu::noinline]] static char* appendText(COJsonWriter& writer, char* out, std::string_view text) {
         const char* const end = text.data() + text.size();
         cf::EscapeProgress progress = cf::escapeText(out, writer.m_limit, text.data(), end, cf::PlainBytes::ASCII);
@@ -166,7 +167,7 @@ void COJsonWriter::writeMember(std::string_view key, std::string_view text) {
 
 void COJsonWriter::writeFramed(std::string_view before, std::string_view text, std::string_view after) {
     char* out = append(Text::begin(*this, before.size() + text.size()), before);
-    // Escapes in the text may have taken the room behind it.
+    // Escapes in the text may have used the room for `after`.
     out = Text::makeRoom(*this, Text::appendString(*this, out, text), after.size());
     Text::end(*this, append(out, after));
 }
@@ -175,7 +176,7 @@ void COJsonWriter::writeDouble(double number) {
     if (!std::isfinite(number)) {
         writeNull();
     } else if (number == 0.0 && std::signbit(number)) {
-        Text::writeWord(*this, "-0.0");  // "-0" is read as an integer, which has no sign then
+        Text::writeWord(*this, "-0.0");  // "-0" would be read as an integer, which loses the sign
     } else {
         Text::writeNumber(*this, number);
     }

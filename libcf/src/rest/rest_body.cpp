@@ -10,7 +10,7 @@ std::size_t countBytes(const std::vector<COJsonPiece>& pieces) noexcept {
     return count;
 }
 
-/// Goes to the next piece where nothing of this one is left.
+/// Skips pieces without unread bytes.
 void BodyReader::passOver() noexcept {
     while (!isAtEnd() && m_offset == (*m_pieces)[m_piece].text.size()) {
         ++m_piece;

@@ -8,10 +8,10 @@ namespace cf {
 
 namespace {
 
-/// libcurl takes no longer header line, and reports one like exhausted memory.
+/// The longest header line that libcurl accepts. It reports a longer one as exhausted memory.
 constexpr std::size_t kLongestHeaderLine = 100'000;
 
-/// Whether the body came to an end that says that it was the end.
+/// Whether the body is known to be complete.
 bool isBodyWhole(const RestEnding& ending) noexcept {
     const RestHeaderBlock& headers = ending.headers;
     if (!ending.isDecodedWhole) {
@@ -23,12 +23,12 @@ bool isBodyWhole(const RestEnding& ending) noexcept {
     if (ending.status < 200 || ending.status == 204 || ending.status == 304) {
         return true;
     }
-    // libcurl ignores a length beyond 64 bits. Without any, the body ends with the connection, and only TLS tells
-    // whether the server or somebody else has ended it.
+    // libcurl ignores a length beyond 64 bits. Without a length, the body ends with the connection, and only TLS tells
+    // whether the server has ended it.
     return !headers.hasLength && (ending.tls.isClosed || !ending.isTLS);
 }
 
-/// libcurl calls headers that were cut a response, and an interim response the last one.
+/// libcurl also reports success if the headers are truncated or the last response is an interim one.
 CMRestResult classifyResponse(const RestEnding& ending) noexcept {
     if (ending.headers.isWhole && ending.status < 100) {
         return CMRestResult::MalformedResponse;
@@ -37,7 +37,7 @@ CMRestResult classifyResponse(const RestEnding& ending) noexcept {
     return isWhole ? CMRestResult::Success : CMRestResult::BrokenConnection;
 }
 
-/// Whether TLS with the proxy was being negotiated, and not with the server behind it.
+/// Whether the TLS handshake was with the proxy, not with the server behind it.
 bool isProxyHandshake(const RestEnding& ending) noexcept {
     return ending.isProxyTLS && ending.proxyStatus == 0;
 }
@@ -46,7 +46,7 @@ CMRestResult classifyBreak(const RestEnding& ending) noexcept {
     if (!ending.isRequestBegun && ending.proxyStatus != 0) {
         return CMRestResult::Proxy;
     }
-    // In TLS 1.3 a server refuses a client when the client takes the handshake for done.
+    // In TLS 1.3 the server can still reject the client after the client has finished its handshake.
     const bool isRefused = ending.tls.hasFatalAlert && ending.status == 0 && !isProxyHandshake(ending);
     return isRefused ? CMRestResult::TLSAlert : CMRestResult::BrokenConnection;
 }
@@ -80,7 +80,7 @@ CMRestResult classifyTLS(const RestEnding& ending) noexcept {
     if (ending.tls.verification != X509_V_OK) {
         return classifyCertificate(ending.tls.verification);
     }
-    // The chain is sound; libcurl itself checks the host name.
+    // The chain is valid; libcurl itself checks the host name.
     return ending.code == CURLE_PEER_FAILED_VERIFICATION ? CMRestResult::WrongHostCertificate : CMRestResult::TLS;
 }
 
@@ -92,7 +92,7 @@ CMRestResult classifyTimeout(const RestEnding& ending) noexcept {
     return ending.isTLS && isServerReached ? CMRestResult::TLSTimeout : CMRestResult::ConnectTimeout;
 }
 
-/// libcurl reports a header line or a trailer that is too long for it like exhausted memory.
+/// libcurl reports a header line or a trailer that is too long for it as exhausted memory.
 CMRestResult classifyExhaustion(const RestEnding& ending) {
     const bool isTrailer = ending.headers.isWhole && ending.headers.isFinal && ending.headers.isChunked;
     const bool hasLongLine = ending.isRequestBegun && ending.receivedBytes > kLongestHeaderLine;
@@ -132,7 +132,7 @@ CMRestResult classifyEnding(const RestEnding& ending) {
         case CURLE_USE_SSL_FAILED:
             return classifyTLS(ending);
         case CURLE_GOT_NOTHING:
-            // Also what libcurl makes of an interim status with nothing behind it, and 101 may be the response.
+            // libcurl also reports this if nothing follows an interim status; of those, 101 may be the response itself.
             return ending.headers.isFinal ? classifyResponse(ending) : classifyBreak(ending);
         case CURLE_PARTIAL_FILE:
         case CURLE_SEND_ERROR:

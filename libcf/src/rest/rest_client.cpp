@@ -18,8 +18,8 @@ namespace {
 
 using namespace cf;
 
-/// A limit for the request's URL and headers together. libcurl has one of 1 MiB, after percent-encoding, and reports it
-/// like exhausted memory.
+/// The limit for the request's URL and headers together. libcurl's own limit is 1 MiB after percent-encoding, and it
+/// reports that as exhausted memory.
 constexpr std::size_t kMostHeadBytes = std::size_t{256} * 1024;
 
 const char* obtainMethodName(RestMethod method) {
@@ -66,7 +66,7 @@ std::size_t countHeadBytes(const RestExchange& exchange) {
     return count;
 }
 
-/// Why an exchange must not begin.
+/// Success if an exchange may begin, otherwise why not.
 CMRestResult checkExchange(const RestExchange& exchange) {
     if (const CMRestResult result = checkURL(exchange.url); result != CMRestResult::Success) {
         return result;
@@ -90,7 +90,7 @@ bool isCancelled(const CMRestGlobalSettings& settings) {
     return settings.cancelled && settings.cancelled();
 }
 
-/// Runs an exchange that speaks TLS.
+/// Runs an exchange that uses TLS.
 RestOutcome runTLSExchange(RestConnections& connections, const RestExchange& exchange) {
     const CMRestGlobalSettings& settings = exchange.settings;
     if (!settings.verifyPeer) {
@@ -149,15 +149,15 @@ void tellTrace(const RestExchange& exchange, const RestOutcome& outcome, RestClo
     record.responseBytes = outcome.responseBytes;
     record.duration = std::chrono::duration_cast<std::chrono::microseconds>(RestClock::now() - start);
     if (outcome.firstByte) {
-        // Rounded up: 0 means that no byte came.
+        // Rounded up: 0 means that no byte arrived.
         record.firstByte = std::chrono::ceil<std::chrono::microseconds>(*outcome.firstByte - start);
     }
     record.connectionReused = outcome.isConnectionReused;
     exchange.settings.trace(record);
 }
 
-/// Like tellTrace, for an exchange that an exception ended. That exception passes through, so one of the trace is
-/// dropped.
+/// Like tellTrace(), for an exchange that an exception ended. The caller gets that exception, so one thrown by `trace`
+/// is dropped.
 void tellTraceOfException(const RestExchange& exchange, RestClock::time_point start) noexcept {
     try {
         tellTrace(exchange, {.result = CMRestResult::Interrupted}, start);
@@ -246,7 +246,7 @@ ICSErrorTextService::~ICSErrorTextService() = default;
 ICSAppFactory::~ICSAppFactory() = default;
 
 ICSAppFactory* CF::obtainAppFactory() {
-    // Never destroyed: a host may still use it while its static objects are.
+    // Never destroyed: the destructors of a host's static objects may still use it.
     static auto* const factory = new CMAppFactory;
     return factory;
 }

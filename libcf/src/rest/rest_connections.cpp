@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// How often `cancelled` is asked. An event of the network may nearly double the wait, hence well under 100 ms.
+/// The interval between calls of `cancelled`. A network event may nearly double the wait, so it is well under 100 ms.
 constexpr auto kQuestionInterval = 40ms;
 constexpr auto kLongestWait = 10s;
 
@@ -40,7 +40,7 @@ public:
     Attachment(const Attachment&) = delete;
     Attachment& operator=(const Attachment&) = delete;
 
-    /// To be called with SIGPIPE kept away: libcurl may close the connection.
+    /// Must be called with SIGPIPE blocked: libcurl may close the connection.
     void detach() noexcept {
         curl_multi_remove_handle(m_multi, m_easy);
         m_isAttached = false;
@@ -89,7 +89,7 @@ RestOutcome RestConnections::run(const RestExchange& exchange) {
     if (outcome.result == CMRestResult::Success && !transfer.isSentAgain()) {
         m_handle.forgetRequest();
     } else {
-        // libcurl counts the requests that it sends again over the handle's whole life and gives up at the sixth.
+        // libcurl counts its retries over the handle's whole life and gives up at the sixth.
         m_handle.reset();
     }
     return outcome;
@@ -132,7 +132,7 @@ CMRestResult RestConnections::drive(const RestExchange& exchange) {
         }
         guard.emplace();
         if (isInherited()) {
-            // One of them has forked, and this is the new process: the exchange is the other one's.
+            // One of them called fork(), and this is the child process: the exchange belongs to the parent.
             m_handle.obtainTransfer().obtainSockets().disown();
             result = CMRestResult::BrokenConnection;
         }
@@ -141,7 +141,8 @@ CMRestResult RestConnections::drive(const RestExchange& exchange) {
     return *result;
 }
 
-/// Lets libcurl work, and waits for the network unless there is something to hand over. Gives the result at the end.
+/// Lets libcurl work, then waits for the network unless there are bytes for the receiver. Returns the result when the
+/// exchange has ended.
 std::optional<CMRestResult> RestConnections::advance(bool hasReceiver, std::chrono::milliseconds longestWait) {
     int runningTransfers = 0;
     const CURLMcode performed = curl_multi_perform(m_handle.obtainMulti(), &runningTransfers);

@@ -11,12 +11,12 @@
 
 namespace cf {
 
-/// A pool's connections, and how exchanges run on them: one after another, on one thread. An exception out of run() may
-/// leave the handle half set up: destroy the object then.
+/// The connections of a pool. Runs exchanges on them, one after another, on one thread. If run() throws, the handle may
+/// be only partly set up: destroy the object then.
 class RestConnections {
 public:
-    /// The connections of a pool (new ones when it is null or has none), out of the pool while they are held here: an
-    /// exchange that a callback of a running one begins finds none and makes its own.
+    /// Takes the connections out of a pool while it lives; makes new ones if the pool is null or has none. An exchange
+    /// begun meanwhile by a callback finds none in the pool and makes its own.
     class Lease;
 
     RestConnections();
@@ -24,15 +24,15 @@ public:
     RestConnections(const RestConnections&) = delete;
     RestConnections& operator=(const RestConnections&) = delete;
 
-    /// To be called before an exchange that speaks TLS. What was connected under other settings is closed.
+    /// Must be called before an exchange that uses TLS. Closes connections that were made with other settings.
     void useTLSSettings(RestTLSSettings settings);
 
-    /// Runs an exchange to its end, asking `cancelled` while it lasts, not at once. Throws what the host's functions
-    /// and allocation throw.
+    /// Runs an exchange to its end. Calls `cancelled` while it waits, but not at its start. Throws what the host's
+    /// functions and memory allocation throw.
     RestOutcome run(const RestExchange& exchange);
 
 private:
-    /// Ties the handle to its connections for the time of one attempt.
+    /// Adds the handle to its connections for one attempt.
     class Attachment;
 
     [[nodiscard]] bool isInherited() const noexcept;
@@ -57,7 +57,7 @@ public:
     RestConnections& operator*() const noexcept { return *m_connections; }
     RestConnections* operator->() const noexcept { return m_connections.get(); }
 
-    /// Gives the connections to the pool, where there is one. Without it they are closed.
+    /// Returns the connections to the pool, if there is one. Connections that are not returned are closed.
     void giveBack() noexcept;
 
 private:

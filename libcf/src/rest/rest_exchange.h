@@ -16,10 +16,10 @@ using RestClock = std::chrono::steady_clock;
 
 enum class RestMethod : std::uint8_t { Get, Post, Delete };
 
-/// One exchange as it is asked for. All of it is borrowed while the exchange runs, and has been checked before.
+/// The input of an exchange. All of it is borrowed while the exchange runs, and was checked before.
 struct RestExchange {
     RestMethod method;
-    const std::string& url;                ///< whole, with the query parameters
+    const std::string& url;                ///< complete, with the query parameters
     const CMRestRequest& request;          ///< for its headers
     const std::vector<COJsonPiece>* body;  ///< null: no body
     const CMRestBodyReceiver* receiver;    ///< null: the response keeps its body
@@ -30,11 +30,11 @@ struct RestExchange {
 /// How an exchange ended.
 struct RestOutcome {
     CMRestResult result = CMRestResult::Success;
-    std::int32_t status = 0;                           ///< 0: none came
-    std::string body{};                                ///< what came of the body and was kept
-    std::size_t responseBytes = 0;                     ///< what came of the body, kept or not
-    std::optional<RestClock::time_point> firstByte{};  ///< when the body began to come
-    bool isConnectionReused = false;                   ///< whether a connection of an earlier exchange carried it
+    std::int32_t status = 0;                           ///< 0: none arrived
+    std::string body{};                                ///< received body bytes that were kept
+    std::size_t responseBytes = 0;                     ///< received body bytes, kept or not
+    std::optional<RestClock::time_point> firstByte{};  ///< when the first body byte arrived
+    bool isConnectionReused = false;                   ///< whether it used a connection of an earlier exchange
 };
 
 }  // namespace cf

@@ -12,7 +12,7 @@ namespace cf {
 namespace {
 
 void initializeCurl() {
-    // Never undone: other libraries may use libcurl too. A failure is not remembered: it is tried again then.
+    // Never cleaned up: other libraries may use libcurl too. After a failure the next call tries again.
     [[maybe_unused]] static const bool isInitialized = [] {
         if (curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) {
             throw std::bad_alloc();
@@ -67,7 +67,7 @@ void RestHandle::useTLSSettings(RestTLSSettings settings) {
     const bool isChanged = std::exchange(m_hasTLSSettings, true);
     m_tlsSettings = std::move(settings);
     if (isChanged) {
-        // A new handle too: it holds TLS sessions, and resuming one skips the certificate's check.
+        // The handle is replaced too: it caches TLS sessions, and resuming one skips the certificate check.
         reopen();
     } else {
         setTLSOptions();

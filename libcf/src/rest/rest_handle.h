@@ -23,14 +23,14 @@ struct RestTLSSettings {
     bool operator==(const RestTLSSettings&) const = default;
 };
 
-/// How an exchange is sent this time.
+/// How one attempt of an exchange is sent.
 struct RestAttempt {
     std::chrono::milliseconds passed{0};  ///< since the exchange began
     bool needsNewConnection = false;
 };
 
-/// A curl handle for one exchange after the other, with the connections that it keeps, and the options that it is
-/// given. Most options never change; the texts that may are compared with what the handle holds.
+/// A curl handle that runs one exchange after another, with its connections and its options. Most options never change;
+/// those that are texts are set only if they differ from what the handle holds.
 class RestHandle {
 public:
     /// Throws std::bad_alloc.
@@ -39,21 +39,21 @@ public:
     RestHandle(const RestHandle&) = delete;
     RestHandle& operator=(const RestHandle&) = delete;
 
-    /// To be called before an exchange that speaks TLS. What was connected under other settings is closed.
+    /// Must be called before an exchange that uses TLS. Closes connections that were made with other settings.
     void useTLSSettings(RestTLSSettings settings);
-    /// Closes all connections and begins anew.
+    /// Closes all connections and makes new curl handles.
     void reopen();
-    /// Closes all connections so that their peers do not notice, and begins anew.
+    /// The same, without the peers noticing that connections are closed.
     void disown();
 
-    /// Prepares an exchange. False where libcurl refuses an option.
+    /// Prepares an exchange. False if libcurl rejects an option.
     [[nodiscard]] bool setRequest(const RestExchange& exchange, const RestAttempt& attempt);
-    /// Drops what refers to the request.
+    /// Drops all references to the request.
     void forgetRequest();
-    /// Sets all options anew and keeps the connections.
+    /// Resets all options and keeps the connections.
     void reset();
 
-    /// What is known of the exchange that has ended with `code`.
+    /// What is known about the exchange that has ended with `code`.
     [[nodiscard]] RestEnding describeEnding(CURLcode code) const;
     template <typename Value>
     [[nodiscard]] Value ask(CURLINFO info) const {
@@ -103,7 +103,7 @@ private:
     std::string m_proxyURL;
     bool m_hasMethodName = false;
     bool m_hasNewConnection = false;
-    // What the handle refers to.
+    // Memory that the handle refers to.
     RestHeaderList m_headers;
     std::string m_shortBody;
 };

@@ -20,7 +20,7 @@ namespace cf {
 class RestHeaderList {
 public:
     void clear() noexcept;
-    /// Adds a header. One with an empty value is sent as well.
+    /// Adds a header. A header with an empty value is sent as well.
     void addHeader(std::string_view name, std::string_view value);
     /// Stops libcurl from adding this header by itself.
     void suppressHeader(std::string_view name);

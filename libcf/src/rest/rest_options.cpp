@@ -16,14 +16,15 @@ namespace cf {
 
 namespace {
 
-/// libcurl sends head and body of a request in one write when it has the body at once, so bodies up to this size are
-/// joined. A longer one is read from where it lies.
+/// Bodies up to this size are joined into one buffer, because libcurl then sends headers and body in one write. A
+/// longer body is read from its pieces.
 constexpr std::size_t kMostJoined = std::size_t{16} * 1024;
 
 constexpr std::string_view kContentType = "Content-Type";
 
-/// A time limit as libcurl takes it, with its own value for "no limit" (also given for a negative one).
-/// @param passed  what has passed of it
+/// A time limit for libcurl.
+/// @param passed     the part of the limit that has passed already
+/// @param unlimited  libcurl's value for "no limit", returned if `limit` is 0 or less
 long toCurlTimeout(std::chrono::milliseconds limit, std::chrono::milliseconds passed, long unlimited) {
     using Count = std::chrono::milliseconds::rep;
     constexpr Count kLongest = INT_MAX;
@@ -35,7 +36,7 @@ long toCurlTimeout(std::chrono::milliseconds limit, std::chrono::milliseconds pa
 
 void addParams(RestHeaderList& headers, const CMRestParams& params, bool hasJSONBody) {
     for (const auto& [name, value] : params) {
-        // A JSON body has one content type, its own.
+        // A JSON body sets its own content type.
         if (!hasJSONBody || !isEqualIgnoringCase(name, kContentType)) {
             headers.addHeader(name, value);
         }
@@ -131,16 +132,16 @@ void RestHandle::reset() {
 
 void RestHandle::setConstantOptions() {
     set(CURLOPT_NOSIGNAL, 1L);
-    // A cancelled exchange does not wait for a name that is still being resolved.
+    // A cancelled exchange does not wait for a running name resolution.
     set(CURLOPT_QUICK_EXIT, 1L);
     set(CURLOPT_PROTOCOLS_STR, "http,https");
     set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
     set(CURLOPT_PATH_AS_IS, 1L);
     set(CURLOPT_TCP_KEEPALIVE, 1L);
     set(CURLOPT_ACCEPT_ENCODING, "gzip");
-    // We decompress, transfer codings included: libcurl calls compressed data that was cut whole.
+    // RestReceipt decompresses, transfer codings included, because libcurl accepts truncated compressed data.
     set(CURLOPT_HTTP_CONTENT_DECODING, 0L);
-    // Empty, not unset: unset, libcurl would read environment variables.
+    // Empty, not unset: otherwise libcurl reads environment variables.
     set(CURLOPT_PROXY, "");
     set(CURLOPT_NOPROXY, "");
 }
@@ -153,7 +154,7 @@ void RestHandle::setCallbacks() {
     set(CURLOPT_WRITEDATA, self);
     set(CURLOPT_READFUNCTION, &sendBody);
     set(CURLOPT_READDATA, self);
-    // A request that is sent again on a new connection begins at the body's first byte.
+    // libcurl rewinds the body when it sends a request again on a new connection.
     set(CURLOPT_SEEKFUNCTION, &seekBody);
     set(CURLOPT_SEEKDATA, self);
     set(CURLOPT_PREREQFUNCTION, &permitSending);
@@ -185,7 +186,7 @@ void RestHandle::setTLSOptions() {
 CURLcode RestHandle::prepareTLS(CURL* /*easy*/, void* tlsContext, void* self) noexcept {
     auto& handle = *static_cast<RestHandle*>(self);
     auto* const context = static_cast<SSL_CTX*>(tlsContext);
-    // libcurl writes the connection's keys to the file that SSLKEYLOGFILE names.
+    // Otherwise libcurl writes the connection's keys to the file that SSLKEYLOGFILE names.
     SSL_CTX_set_keylog_callback(context, nullptr);
     if (SSL_CTX_set_app_data(context, &handle.m_transfer) != 1) {
         return CURLE_OUT_OF_MEMORY;
@@ -193,7 +194,7 @@ CURLcode RestHandle::prepareTLS(CURL* /*easy*/, void* tlsContext, void* self) no
     SSL_CTX_set_info_callback(context, &watchTLS);
     SSL_CTX_set_msg_callback(context, &watchRecord);
     SSL_CTX_set_msg_callback_arg(context, &handle.m_transfer);
-    // The store for verification, not the context's general one: libcurl may set that one later.
+    // The verification store, not the context's general store: libcurl may set that one later.
     X509_STORE* const store = handle.m_tlsSettings.trustStore.get();
     const bool isSet = store == nullptr || SSL_CTX_set1_verify_cert_store(context, store) == 1;
     return isSet ? CURLE_OK : CURLE_SSL_CERTPROBLEM;
@@ -204,7 +205,7 @@ bool RestHandle::setRequest(const RestExchange& exchange, const RestAttempt& att
     setText(CURLOPT_URL, m_url, exchange.url);
     setText(CURLOPT_USERAGENT, m_userAgent, settings.userAgent);
     setText(CURLOPT_PROXY, m_proxyURL, settings.proxyURL);
-    // 0 would be libcurl's own limit here, not none.
+    // Here 0 would mean libcurl's default limit, not "no limit".
     set(CURLOPT_CONNECTTIMEOUT_MS, toCurlTimeout(settings.connectTimeout, std::chrono::milliseconds{0}, INT_MAX));
     set(CURLOPT_TIMEOUT_MS, toCurlTimeout(settings.requestTimeout, attempt.passed, 0));
     if (attempt.needsNewConnection != m_hasNewConnection) {
@@ -231,7 +232,7 @@ void RestHandle::setMethod(const RestExchange& exchange) {
     }
 }
 
-/// Gives what libcurl is to read of the body while it sends it.
+/// @return what libcurl reads while it sends; empty if it gets the whole body now
 BodyReader RestHandle::setBody(const std::vector<COJsonPiece>* pieces) {
     const std::size_t size = pieces == nullptr ? 0 : countBytes(*pieces);
     set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(size));
@@ -259,7 +260,8 @@ void RestHandle::setHeaders(const RestExchange& exchange) {
     addParams(m_headers, exchange.request.obtainHeaderParams(), hasBody);
     if (hasBody) {
         m_headers.addHeader(kContentType, "application/json");
-        // libcurl asks for leave to send a long body and waits a second where the server does not answer that.
+        // Before a long body, libcurl would send "Expect: 100-continue" and wait a second if the server does not answer
+        // it.
         m_headers.suppressHeader("Expect");
     } else if (exchange.method == RestMethod::Post) {
         m_headers.suppressHeader(kContentType);

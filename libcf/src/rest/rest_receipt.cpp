@@ -8,18 +8,18 @@ namespace cf {
 
 namespace {
 
-/// A limit for all header lines of an exchange, interim responses included. libcurl has one of 300 KiB, which ends in
-/// an error that does not say so.
+/// The limit for all header lines of an exchange, interim responses included. libcurl's own limit of 300 KiB ends in an
+/// error that does not name the cause.
 constexpr std::size_t kMostHeaderBytes = std::size_t{256} * 1024;
 
-/// Room kept behind a body so that a JSON parser can read it in place.
+/// Spare capacity after a body, so that a JSON parser can read it in place.
 constexpr std::size_t kBodyPadding = 64;
-/// As much room as an announced length gets before its bytes have come.
+/// The most that is reserved for an announced length before the bytes have arrived.
 constexpr std::int64_t kMostReserved = std::int64_t{1024} * 1024;
 
 /// @param name  with its colon
 bool isHeaderNamed(std::string_view line, std::string_view name) noexcept {
-    // The colon alone tells most lines apart.
+    // Checking the colon first rejects most lines quickly.
     return line.size() >= name.size() && line[name.size() - 1] == ':' &&
            isEqualIgnoringCase(line.substr(0, name.size()), name);
 }

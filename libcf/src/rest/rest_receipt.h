@@ -15,37 +15,37 @@ namespace cf {
 
 /// A block of header lines: of an interim response, of a proxy's answer to CONNECT, or of the response itself.
 struct RestHeaderBlock {
-    bool isFinal = false;    ///< whether it is the response's: its status is neither interim nor the proxy's
-    bool isWhole = false;    ///< whether the blank line that ends it has come
-    bool isChunked = false;  ///< whether the body comes in chunks
-    bool hasLength = false;  ///< whether it says how long the body is
+    bool isFinal = false;    ///< whether it belongs to the response itself
+    bool isWhole = false;    ///< whether the blank line at its end has arrived
+    bool isChunked = false;  ///< whether the body is sent in chunks
+    bool hasLength = false;  ///< whether it has a Content-Length
     RestCoding coding = RestCoding::None;
 };
 
-/// What has come of a response: the last block of header lines, and the decompressed body. It limits their sizes.
+/// What has been received of a response: the last block of header lines, and the decompressed body. Limits their sizes.
 class RestReceipt {
 public:
     explicit RestReceipt(std::size_t bodyLimit = 0) noexcept : m_bodyLimit(bodyLimit) {}
 
-    /// Forgets the header block: a request is about to be sent, so what came before it is not its response.
+    /// Drops the header block. Called when a request is about to be sent: earlier headers are not part of its response.
     void forgetHeaders() noexcept { m_headers = {}; }
 
-    /// Takes a header line with its line end.
+    /// Adds a header line with its line end.
     /// @param status  the status of the line's block so far; 0 in a proxy's answer to CONNECT
     /// @return Success, or why the exchange must end
     CMRestResult addHeaderLine(std::string_view line, long status) noexcept;
-    /// Takes bytes of the body as they came; they may be overwritten.
-    /// @param announced  the body's length as announced; negative: unknown
-    /// @return Success, or why the exchange must end. Throws what allocation throws.
+    /// Adds bytes of the body as received. The buffer may be overwritten.
+    /// @param announced  the length of the body according to its headers; negative: unknown
+    /// @return Success, or why the exchange must end. Throws what memory allocation throws.
     CMRestResult addBody(char* bytes, std::size_t size, std::int64_t announced);
 
     [[nodiscard]] const RestHeaderBlock& obtainHeaders() const noexcept { return m_headers; }
     /// Bytes of all header lines so far, interim responses included.
     [[nodiscard]] std::size_t countHeaderBytes() const noexcept { return m_headerBytes; }
-    /// Whether compressed data, if there is any, has come to its end.
+    /// Whether compressed data is complete; true if the body is not compressed.
     [[nodiscard]] bool isDecodedWhole() const noexcept { return !m_decoder || m_decoder->isWhole(); }
 
-    /// What came of the body since clearBody().
+    /// The bytes of the body since the last clearBody().
     [[nodiscard]] std::string& obtainBody() noexcept { return m_body; }
     void clearBody() noexcept { m_body.clear(); }
     /// Bytes of the whole body so far, after decompression.

@@ -7,8 +7,8 @@
 
 namespace cf {
 
-/// Keeps SIGPIPE from this thread while it lives: whatever writes to a closed connection, the host is not stopped by a
-/// signal and its handler is not called. A SIGPIPE that was pending before stays pending.
+/// Blocks SIGPIPE on this thread while it lives, so that writing to a closed connection neither stops the host nor
+/// calls its signal handler. A SIGPIPE that was pending before stays pending.
 class SigpipeGuard {
 public:
     SigpipeGuard() noexcept {

@@ -40,7 +40,7 @@ std::optional<tcp_info> obtainTCPInfo(int descriptor) noexcept {
     tcp_info info{};
     socklen_t size = sizeof info;
     const bool isTold = getsockopt(descriptor, IPPROTO_TCP, TCP_INFO, &info, &size) == 0;
-    // An older kernel tells less.
+    // An older kernel fills in fewer members.
     const bool isComplete = size >= offsetof(tcp_info, tcpi_min_rtt) + sizeof info.tcpi_min_rtt;
     return isTold && isComplete ? std::optional(info) : std::nullopt;
 }
@@ -106,7 +106,7 @@ void RestSockets::disown() noexcept {
     const int dead = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     for (const RestSocket& socket : m_sockets) {
         if (dead < 0 || dup3(dead, socket.descriptor, O_CLOEXEC) < 0) {
-            // Without one the number stays closed: what libcurl sends then fails as well.
+            // Without an unconnected socket the descriptor stays closed, so libcurl's sending fails as well.
             ::close(socket.descriptor);
         }
     }
@@ -122,7 +122,7 @@ bool isSocketReadable(int descriptor) noexcept {
 
 std::optional<std::chrono::microseconds> obtainShortestRoundTrip(int descriptor) noexcept {
     const auto info = obtainTCPInfo(descriptor);
-    // The largest value stands for "not measured yet".
+    // The largest value means "not measured yet".
     const bool isMeasured = info && info->tcpi_min_rtt != ~__u32{0};
     return isMeasured ? std::optional(std::chrono::microseconds(info->tcpi_min_rtt)) : std::nullopt;
 }
@@ -138,7 +138,7 @@ void RestInheritanceMark::markNewSockets() const {
 }
 
 void watchForks() {
-    // A failure is not remembered: it is tried again then.
+    // After a failure the next call tries again.
     [[maybe_unused]] static const bool isWatching = [] {
         const auto countFork = [] { s_forkCount.fetch_add(1, std::memory_order_relaxed); };
         if (pthread_atfork(nullptr, nullptr, countFork) != 0) {

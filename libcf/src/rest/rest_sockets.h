@@ -14,15 +14,15 @@ namespace cf {
 struct RestSocket {
     int descriptor = -1;
     int localPort = 0;             ///< 0: not looked up yet
-    std::size_t requestCount = 0;  ///< requests that it has carried
-    bool isSpoilt = false;         ///< whether bytes that nobody asked for are left of an earlier exchange
+    std::size_t requestCount = 0;  ///< requests that were sent on it
+    bool isSpoilt = false;         ///< whether unrequested bytes are left from an earlier exchange
 };
 
-/// The sockets that libcurl has open for a pool. It opens and closes them through this, so that each can be looked at
-/// before it is used again.
+/// The sockets that libcurl has open for a pool. libcurl opens and closes them through this class, so that each can be
+/// checked before it is reused.
 class RestSockets {
 public:
-    /// A new socket that programs started by the host do not inherit; -1 (with errno) where there is none.
+    /// Opens a socket that programs started by the host do not inherit; -1 (with errno) on failure.
     [[nodiscard]] int open(int family, int type, int protocol);
     /// Closes a socket.
     void close(int descriptor) noexcept;
@@ -30,11 +30,11 @@ public:
     [[nodiscard]] RestSocket* findByLocalPort(int port) noexcept;
     [[nodiscard]] RestSocket* find(int descriptor) noexcept;
 
-    /// Bytes that had come over the socket that was closed last.
+    /// The bytes received on the socket that was closed last.
     [[nodiscard]] std::size_t countBytesOfClosed() const noexcept { return m_closedBytes; }
 
-    /// Puts a dead socket in the place of each, so that whatever libcurl still sends when it closes its connections
-    /// reaches nobody: after fork() they are the other process's.
+    /// Replaces each socket by an unconnected one. What libcurl still sends while it closes its connections then
+    /// reaches no peer: after fork() the connections belong to the other process.
     void disown() noexcept;
 
 private:
@@ -42,28 +42,29 @@ private:
     std::size_t m_closedBytes = 0;
 };
 
-/// Whether a socket without a request of ours on its way is not fit for another: it has something to read, or the peer
-/// has closed it.
+/// Whether an idle socket cannot be used for another request: it has something to read, or the peer has closed it.
 [[nodiscard]] bool isSocketReadable(int descriptor) noexcept;
 
-/// The shortest time in which the peer has answered lately, as TCP measures it; none where the system does not tell.
+/// The shortest recent round trip to the peer, as TCP measures it; none if the system does not tell it.
 [[nodiscard]] std::optional<std::chrono::microseconds> obtainShortestRoundTrip(int descriptor) noexcept;
 
-/// Finds what libcurl opens by itself, to wake its threads, so that programs started by the host do not inherit it.
+/// Finds the sockets that libcurl opens by itself, to wake its threads, and keeps programs started by the host from
+/// inheriting them.
 class RestInheritanceMark {
 public:
-    /// Remembers the descriptors that there are.
+    /// Remembers the open descriptors.
     RestInheritanceMark();
-    /// Marks the pairs of sockets without a name that were opened since.
+    /// Sets close-on-exec on the nameless local sockets that were opened since.
     void markNewSockets() const;
 
 private:
     std::vector<int> m_former;
 };
 
-/// From now on forks are counted. Throws std::bad_alloc.
+/// Starts counting forks. Throws std::bad_alloc.
 void watchForks();
-/// How many forks led from where they are counted to this process: another number than before means another process.
+/// The number of forks between the process that started counting and this one. When it has changed, this is another
+/// process.
 [[nodiscard]] unsigned countForks() noexcept;
 
 }  // namespace cf

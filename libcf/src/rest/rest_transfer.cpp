@@ -10,8 +10,8 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A POST whose kept-alive connection breaks without an answer is sent again only this soon after it was first sent:
-/// then the server was closing the idle connection. Later the server may be at work on it.
+/// A POST whose kept-alive connection breaks without an answer is retried only within this time after it was first
+/// sent: then the server was closing an idle connection. Later the server may already be processing the request.
 constexpr auto kReplayWindow = 1s;
 
 }  // namespace
@@ -64,8 +64,8 @@ void RestTransfer::describe(RestEnding& ending) const noexcept {
 }
 
 void RestTransfer::inspectConnection() noexcept {
-    // What a TLS record held behind the response lies in OpenSSL; the socket does not show it. A connection that
-    // libcurl has closed is not found, and its TLS is gone.
+    // OpenSSL buffers the bytes that follow the response in the same TLS record; the socket does not show them. If
+    // libcurl has closed the connection, find() returns null, and its TLS object no longer exists.
     RestSocket* const socket = m_sockets.find(m_descriptor);
     if (socket != nullptr && m_tlsConnection != nullptr) {
         socket->isSpoilt = SSL_has_pending(m_tlsConnection) == 1;
@@ -85,8 +85,8 @@ void RestTransfer::giveUpConnection() noexcept {
     stop(CMRestResult::BrokenConnection);
 }
 
-/// Whether what comes now was sent before the server can have read the whole request. A response takes a round trip
-/// from the request's last byte on, and TCP has counted that round trip when the response is read.
+/// Whether the data that arrives now was sent before the server can have read the whole request. A response takes a
+/// round trip after the request's last byte, and TCP has measured that round trip when the response is read.
 bool RestTransfer::isTooEarly() const noexcept {
     if (!m_isReused) {
         return false;
@@ -133,7 +133,7 @@ std::size_t RestTransfer::sendBody(char* target, std::size_t capacity) noexcept 
     const std::size_t size = m_body.read(target, capacity);
     if (!m_isBodyRead && m_body.isAtEnd()) {
         if (m_isReused && isSocketReadable(m_descriptor)) {
-            // The request is not whole yet, so this cannot be its response, and the server has not acted on it.
+            // The request is not complete yet, so this cannot be its response, and the server has not acted on it.
             giveUpConnection();
             return CURL_READFUNC_ABORT;
         }
@@ -156,7 +156,7 @@ const SSL* RestTransfer::obtainTLS() const noexcept {
 
 int RestTransfer::permitSending(int localPort) noexcept {
     const RestClock::time_point now = RestClock::now();
-    // What another connection, closed for its age, or a proxy may have left.
+    // Drop what a proxy, or another connection that was closed for its age, may have left.
     m_tls.isClosed = false;
     m_receipt.forgetHeaders();
     RestSocket* const socket = m_sockets.findByLocalPort(localPort);
@@ -209,13 +209,14 @@ void RestTransfer::watchTLS(const SSL* connection, int event, int value) noexcep
         m_tls.hasFatalAlert = m_tls.hasFatalAlert || value >> kLevelShift == SSL3_AL_FATAL;
     }
     if (event == SSL_CB_WRITE_ALERT) {
-        // libcurl keeps the result only of some failures.
+        // libcurl keeps the verification result only for some failures.
         m_tls.verification = SSL_get_verify_result(connection);
     }
 }
 
 void RestTransfer::watchRecord(std::string_view header) noexcept {
-    // The error page of a server that expects HTTP begins with a status line or, from older ones, with HTML.
+    // A server that expects plain HTTP answers with an error page. It begins with a status line or, from older servers,
+    // with HTML.
     m_tls.isPlainHTTP = m_tls.isPlainHTTP || header.starts_with("HTTP/") || header.starts_with('<');
 }
 

@@ -16,43 +16,43 @@
 
 namespace cf {
 
-/// What libcurl's callbacks do and gather while an exchange runs. An exchange is sent once, and once more where its
-/// kept-alive connection turned out to be dead.
+/// The work and the data of libcurl's callbacks while an exchange runs. An exchange is sent once, and once more if its
+/// kept-alive connection turns out to be dead.
 ///
-/// libcurl 7.88 uses a kept-alive connection again also when bytes wait on it. A service may have sent them after its
-/// last response: an error before it closes the connection, or a response to nothing. They must not become the response
-/// of the next request, so a connection is looked at right before it is used, and what comes sooner than a response can
-/// come is not taken for one.
+/// libcurl 7.88 reuses a kept-alive connection even if unread bytes wait on it. A service may have sent them after its
+/// last response: an error before it closes the connection, or a response to no request. They must not become the
+/// response to the next request. So a connection is checked right before it is used, and data that arrives sooner than
+/// a response can arrive is rejected.
 class RestTransfer {
 public:
-    /// @param easy  for questions in callbacks; borrowed
+    /// @param easy  the handle to query in callbacks; borrowed
     void attach(CURL* easy) noexcept { m_easy = easy; }
 
     void beginExchange(const RestExchange& exchange) noexcept;
-    /// @param body  what libcurl reads; empty where it has all of the body already
+    /// @param body  what libcurl reads; empty if it has the whole body already
     void beginAttempt(const RestExchange& exchange, BodyReader body);
-    /// Drops what it refers to.
+    /// Drops all references to the request.
     void end() noexcept;
 
     [[nodiscard]] RestReceipt& obtainReceipt() noexcept { return m_receipt; }
     [[nodiscard]] RestSockets& obtainSockets() noexcept { return m_sockets; }
-    /// Why a callback has stopped the attempt.
+    /// Why a callback has stopped the attempt; none if no callback has.
     [[nodiscard]] std::optional<CMRestResult> obtainStop() const noexcept { return m_stop; }
     [[nodiscard]] bool isConnectionReused() const noexcept { return m_isReused; }
-    /// Whether libcurl has sent the request more than once, or a connection was given up.
+    /// Whether the request was not sent exactly once: libcurl has sent it again, or a connection was given up.
     [[nodiscard]] bool isSentAgain() const noexcept { return m_sendings != 1; }
-    /// Whether the request may be sent on a new connection, since the one that it was given to was dead.
+    /// Whether the request may be retried on a new connection because the one it was sent on was dead.
     [[nodiscard]] bool mayBeSentAgain(CMRestResult result) const noexcept;
-    /// Throws what a callback could not let pass through libcurl.
+    /// Rethrows an exception that a callback had to keep out of libcurl.
     void rethrow();
-    /// What is known at the end beside libcurl's own answers.
+    /// Fills in what is known about the ending besides libcurl's own answers.
     void describe(RestEnding& ending) const noexcept;
-    /// To be called when an attempt has ended: marks a connection on which more came than the response.
+    /// Must be called when an attempt has ended. Marks the connection if it received more than the response.
     void inspectConnection() noexcept;
-    /// Marks what libcurl opened by itself to resolve a name.
+    /// Keeps programs started by the host from inheriting the sockets that libcurl opened to resolve a name.
     void markResolverSockets();
 
-    // What libcurl's callbacks call. They return libcurl's value for "go on" or "stop".
+    // Called by libcurl's callbacks. They return libcurl's value for "continue" or "stop".
     std::size_t receiveHeader(std::string_view line) noexcept;
     std::size_t receiveBody(char* bytes, std::size_t size) noexcept;
     std::size_t sendBody(char* target, std::size_t capacity) noexcept;
@@ -79,23 +79,23 @@ private:
     CURL* m_easy = nullptr;
     RestSockets m_sockets;
 
-    // Of the exchange.
+    // State of the exchange.
     RestMethod m_method = RestMethod::Get;
     int m_sendings = 0;
     RestClock::time_point m_firstSending;
 
-    // Of the attempt.
+    // State of the attempt.
     RestReceipt m_receipt;
     RestTLSEvents m_tls;
     BodyReader m_body;
     std::optional<CMRestResult> m_stop;
     std::exception_ptr m_exception;
-    int m_descriptor = -1;                 ///< the socket that the request was given to
+    int m_descriptor = -1;                 ///< the socket that the request is sent on
     const SSL* m_tlsConnection = nullptr;  ///< TLS on that socket; null: none
     bool m_isReused = false;
     bool m_isConnectionDead = false;
-    bool m_isBodyRead = true;             ///< whether libcurl has been given all of the body
-    RestClock::time_point m_lastSending;  ///< before the request's last byte was sent
+    bool m_isBodyRead = true;             ///< whether libcurl has read the whole body
+    RestClock::time_point m_lastSending;  ///< shortly before the request's last byte was sent
     std::optional<RestInheritanceMark> m_resolverMark;
 };
 

@@ -15,8 +15,8 @@ namespace cf {
 
 namespace {
 
-/// Identifies a version of a file. It is taken before the file is read: when the file is replaced in between, the next
-/// request sees another identity and reads it again.
+/// Identifies a version of a file. It is taken before the file is read: if the file is replaced in between, the next
+/// request sees another identity and reads the file again.
 struct FileIdentity {
     dev_t device;
     ino_t inode;
@@ -35,7 +35,8 @@ std::optional<FileIdentity> obtainIdentity(const std::string& path, mode_t wante
     return FileIdentity{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
 }
 
-/// Removes the errors that OpenSSL reports while this lives from the thread's error queue, which the host uses too.
+/// On destruction, removes the errors that OpenSSL has reported meanwhile from the thread's error queue, which the host
+/// uses too.
 class ErrorQueueMark {
 public:
     ErrorQueueMark() { ERR_set_mark(); }
@@ -111,7 +112,7 @@ TrustStoreCache& obtainCache() {
 }
 
 TrustStore obtainSystemStore() {
-    // The places that libcurl was built with: environment variables can change OpenSSL's own.
+    // The places that libcurl was built with: environment variables can change those of OpenSSL.
     const curl_version_info_data* const build = curl_version_info(CURLVERSION_NOW);
     if (build->cainfo != nullptr) {
         if (TrustStore store = obtainCache().obtain(build->cainfo, S_IFREG, X509_STORE_load_file)) {

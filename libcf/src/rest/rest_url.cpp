@@ -41,9 +41,9 @@ struct URLParts {
     bool hasUserInfo = false;   ///< whether there is such an "@"
     std::string_view hostPort;  ///< the rest of the authority
     std::string_view path;      ///< from its first "/"
-    std::string_view query;     ///< behind "?"
+    std::string_view query;     ///< after "?"
     bool hasQuery = false;      ///< whether there is a "?"
-    std::string_view fragment;  ///< behind "#"
+    std::string_view fragment;  ///< after "#"
     bool hasFragment = false;   ///< whether there is a "#"
 };
 
@@ -90,13 +90,13 @@ HostAndPort splitHostPort(std::string_view hostPort) noexcept {
     return {hostPort.substr(0, colon), colon == std::string_view::npos ? "" : hostPort.substr(colon + 1)};
 }
 
-/// Whether this is a host (a bracketed address included), alone or with a decimal port.
+/// Whether this is a host (possibly a bracketed address), alone or with a decimal port.
 bool isSoundHostPort(std::string_view hostPort) noexcept {
     const auto [host, port] = splitHostPort(hostPort);
     return !host.empty() && port.size() <= 5 && std::all_of(port.begin(), port.end(), isDigit);
 }
 
-/// Whether an entry "name" or "name:port" means the server of a URL.
+/// Whether an entry "name" or "name:port" matches the server of a URL.
 bool isServerNamed(const HostAndPort& server, std::string_view entry) noexcept {
     const auto [host, port] = splitHostPort(entry);
     const bool isPortNamed = host.size() < entry.size();
@@ -175,10 +175,10 @@ CMRestResult checkURL(std::string_view url) noexcept {
         return CMRestResult::InvalidURL;
     }
     if (parts.hasUserInfo) {
-        // It would replace the credential of the session.
+        // libcurl would send it in place of the session's credential.
         return CMRestResult::UserInfoInURL;
     }
-    // libcurl would convert such a name only where the process's locale allows it.
+    // libcurl converts such a name only if the process's locale allows it.
     const bool isASCII = std::ranges::all_of(parts.hostPort, [](char byte) { return (byte & 0x80) == 0; });
     return isASCII ? CMRestResult::Success : CMRestResult::NonASCIIHost;
 }

@@ -4,14 +4,14 @@
 #include <algorithm>
 #include <string_view>
 
-// What blanks, digits and letters are in libcf. ASCII only, whatever the process's locale is.
+// What libcf treats as blanks, digits and letters: ASCII only, whatever the process's locale is.
 
 namespace cf {
 
-/// The blanks of people's texts: those that the C locale calls white space.
+/// Blanks in general text: the white space of the C locale.
 inline constexpr std::string_view kBlanks = " \t\r\n\v\f";
 
-/// The blanks around the parts of an HTTP header's value. VT and FF are part of a value there.
+/// Blanks around the parts of an HTTP header's value. VT and FF belong to the value.
 inline constexpr std::string_view kHTTPBlanks = " \t\r\n";
 
 [[nodiscard]] constexpr bool isDigit(char byte) noexcept {

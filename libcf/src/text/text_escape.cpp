@@ -14,7 +14,7 @@ namespace cf {
 
 namespace {
 
-/// What a byte is written as.
+/// The escape sequence of a byte.
 struct Escape {
     char text[7];
     std::uint8_t size;
@@ -43,7 +43,7 @@ constexpr auto makeEscapes() noexcept {
 
 constexpr auto kEscapes = makeEscapes();
 
-// The compiler's vector extension: one register where the processor has registers of this size, several elsewhere.
+// The compiler's vector extension: one register if the processor has registers of this size, otherwise several.
 constexpr std::size_t kBlockSize = 16;
 using Block [[gnu::vector_size(kBlockSize)]] = signed char;
 
@@ -51,8 +51,9 @@ Block repeat(unsigned char byte) noexcept {
     return Block{} + static_cast<signed char>(byte);
 }
 
-/// Finds special bytes with two comparisons of signed numbers. Flipping bit 02 moves the quote next to the control
-/// characters, below 21, and nothing else there. Bytes from 80 on are below 21 as well, unless bit 80 is flipped too.
+/// Finds bytes that are not plain with two comparisons of signed bytes: one with 21 and one with the backslash (values
+/// in hexadecimal). XOR with 02 turns the quote into 20, next to the control characters, and no other byte into a value
+/// up to 20. Bytes from 80 on are negative, so they are below 21 too; XOR with 82 makes them positive.
 struct BlockTest {
     explicit BlockTest(PlainBytes plain) noexcept
         : flipped(repeat(plain == PlainBytes::ASCII ? 0x02 : 0x82)),
@@ -62,10 +63,10 @@ struct BlockTest {
     Block lowest;
 };
 
-/// The number of bytes before the first one that is marked: all bits of a marked byte are set.
+/// The number of bytes before the first marked one. In a marked byte all bits are set.
 std::size_t countUnmarked(Block isMarked) noexcept {
 #ifdef __SSE2__
-    // A bit for each byte, and one behind them for a block without marks.
+    // One bit per byte, and one more that stops the count if no byte is marked.
     const auto bits = static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(isMarked)));
     return static_cast<std::size_t>(std::countr_zero(bits | 1U << kBlockSize));
 #else
@@ -102,7 +103,7 @@ EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const Bl
     if (text == end) {
         return {out, text};
     }
-    // The rest as a block, with bytes behind it that are not plain.
+    // Copy the rest as a block filled up with NULs, which are not plain.
     char rest[kBlockSize] = {};
     std::memcpy(rest, text, static_cast<std::size_t>(end - text));
     const std::size_t size = copyBlock(out, rest, test);

@@ -23,8 +23,8 @@ struct EscapeProgress {
 /// Writes the text from `text` to `end` at `out`, escaped for a JSON string.
 ///
 /// Stops before a byte from 80 on if `plain` is ASCII, and when the space between `out` and `limit` is less than the
-/// rest of the text plus kEscapeRoom; that much must be free at the start. The content of the space behind what was
-/// written is undefined.
+/// rest of the text plus kEscapeRoom; that much must be free at the start. The space after the written text may be
+/// overwritten.
 [[nodiscard]] EscapeProgress escapeText(char* out, const char* limit, const char* text, const char* end,
                                         PlainBytes plain) noexcept;
 

@@ -12,8 +12,8 @@ inline constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 /// Whether the whole text is well-formed UTF-8.
 [[nodiscard]] bool isValidUTF8(std::string_view text) noexcept;
 
-/// The start of a text: either a well-formed UTF-8 sequence, or an ill-formed one, which is replaced by one U+FFFD. The
-/// ill-formed one is the longest prefix of any well-formed sequence, at least one byte.
+/// The first UTF-8 sequence of a text. An ill-formed sequence is replaced by one U+FFFD; it is the longest prefix of
+/// any well-formed sequence, but at least one byte.
 struct UTF8Sequence {
     std::size_t size;
     bool isWellFormed;
