@@ -168,11 +168,12 @@ void printVertically(std::ostream& output, const ResultTable& table, std::size_t
 
 std::size_t measureTable(const ResultTable& table, std::size_t maxCellColumns) {
     constexpr std::size_t kSeparatorColumns = 3;
-    std::size_t columns = 0;
-    for (const PrintedColumn& column : makeColumns(table, maxCellColumns)) {
-        columns += (columns == 0 ? 0 : kSeparatorColumns) + column.width;
+    const std::vector<PrintedColumn> columns = makeColumns(table, maxCellColumns);
+    std::size_t width = columns.empty() ? 0 : (columns.size() - 1) * kSeparatorColumns;
+    for (const PrintedColumn& column : columns) {
+        width += column.width;
     }
-    return columns;
+    return width;
 }
 
 }  // namespace host

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "terminal/secret_text.h"
 #include "terminal/utf8.h"
@@ -69,16 +68,23 @@ void appendCodeName(std::string& target, char32_t character) {
     target += '>';
 }
 
-void appendVisible(std::string& target, char32_t character, char32_t previous) {
+/// Appends a character as it is shown.
+/// @param previous  the character in front of it; set to this one, or to '>' where a code name is shown in its place:
+///                  what cannot be seen shapes nothing, and nothing shapes it
+void appendVisible(std::string& target, char32_t character, char32_t& previous) {
+    if (isHiddenControl(character, previous)) {
+        appendCodeName(target, character);
+        previous = '>';
+        return;
+    }
     if (character < 0x20) {
         appendCharacter(target, 0x2400 + character);
     } else if (character == 0x7F) {
         appendCharacter(target, 0x2421);
-    } else if (isHiddenControl(character, previous)) {
-        appendCodeName(target, character);
     } else {
         appendCharacter(target, character);
     }
+    previous = character;
 }
 
 bool isBlank(char32_t character) {
@@ -116,16 +122,16 @@ std::size_t measureCharacter(char32_t character) {
     return table.measure(character);
 }
 
-std::string makeCharactersVisible(std::string_view text, LineBreaks lineBreaks) {
+std::string makeCharactersVisible(std::string_view text, LineBreaks lineBreaks, char32_t& previous) {
     std::string visible;
     visible.reserve(text.size());
     std::size_t position = 0;
-    char32_t character = 0;
     while (position < text.size()) {
-        const char32_t previous = std::exchange(character, decodeCharacter(text, position));
+        const char32_t character = decodeCharacter(text, position);
         if (lineBreaks == LineBreaks::Keep) {
             if (character == '\n' || character == '\t') {
                 visible += static_cast<char>(character);
+                previous = character;
                 continue;
             }
             if (character == '\r' && position < text.size() && text[position] == '\n') {
@@ -140,21 +146,27 @@ std::string makeCharactersVisible(std::string_view text, LineBreaks lineBreaks) 
 }  // namespace
 
 std::string makeVisible(std::string_view text, LineBreaks lineBreaks) {
+    char32_t previous = 0;
+    return makeVisible(text, lineBreaks, previous);
+}
+
+std::string makeVisible(std::string_view text, LineBreaks lineBreaks, char32_t& previous) {
     const std::string& secret = obtainHiddenSecret();
-    return secret.empty() ? makeCharactersVisible(text, lineBreaks)
-                          : makeCharactersVisible(replaceSecret(text, secret), lineBreaks);
+    return secret.empty() ? makeCharactersVisible(text, lineBreaks, previous)
+                          : makeCharactersVisible(replaceSecret(text, secret), lineBreaks, previous);
 }
 
 std::string makeOneLine(std::string_view rawText, std::size_t maxColumns) {
     const std::string text = replaceSecret(rawText, obtainHiddenSecret());
     std::string line;
     bool isBlankDue = false;
-    char32_t character = 0;
+    char32_t previous = 0;
     std::size_t position = 0;
     while (position < text.size()) {
-        const char32_t previous = std::exchange(character, decodeCharacter(text, position));
+        const char32_t character = decodeCharacter(text, position);
         if (isBlank(character)) {
             isBlankDue = !line.empty();
+            previous = character;
             continue;
         }
         if (isBlankDue) {

@@ -21,6 +21,11 @@ enum class LineBreaks {
 /// characters that they shape (Arabic, Indic scripts, emoji). The result is UTF-8.
 [[nodiscard]] std::string makeVisible(std::string_view text, LineBreaks lineBreaks);
 
+/// The same for one piece of a text.
+/// @param previous  the character that is shown in front of the piece, 0 at the text's beginning; set to the last one
+///                  of the piece
+[[nodiscard]] std::string makeVisible(std::string_view text, LineBreaks lineBreaks, char32_t& previous);
+
 /// The text as one line for a message: blanks, tabs and line ends run together into one blank each, none at the
 /// ends, everything else as makeVisible; abbreviated with U+2026 where it is longer than maxColumns.
 [[nodiscard]] std::string makeOneLine(std::string_view rawText, std::size_t maxColumns = 500);

@@ -22,7 +22,7 @@ private:
     [[nodiscard]] std::string take(std::size_t size);
 
     std::string m_pending;
-    std::string m_lastCharacter;  ///< the last one that was printed: some characters are visible behind others only
+    char32_t m_previous = 0;  ///< the last one that was printed: some characters are visible behind others only
 };
 
 }  // namespace host

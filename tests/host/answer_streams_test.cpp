@@ -70,6 +70,17 @@ TEST(VisibleStream, LooksAtTheCharacterBeforeAPiece) {
     EXPECT_EQ(result, "\u2764\ufe0fa<U+FE0F>");
 }
 
+TEST(VisibleStream, RemembersWhatWasShownOfALongEmoji) {
+    const std::string text = "\u2764\ufe0f\u200d\U0001f525 \ufe0f\u200d";
+    VisibleStream stream;
+    std::string result;
+    for (const char* piece : {"\u2764", "\ufe0f", "\u200d", "\U0001f525", " ", "\ufe0f", "\u200d"}) {
+        result += stream.add(piece);
+    }
+    EXPECT_EQ(result, host::makeVisible(text, host::LineBreaks::Keep));
+    EXPECT_EQ(result, "\u2764\ufe0f\u200d\U0001f525 <U+FE0F><U+200D>");
+}
+
 TEST(MarkdownStream, ChangesNothingButColours) {
     for (std::size_t size = 1; size < 9; ++size) {
         EXPECT_EQ(removeColours(pass<MarkdownStream>(kAnswer, size)), kAnswer) << size;

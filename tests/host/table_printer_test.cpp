@@ -35,6 +35,12 @@ TEST(TablePrinter, AlignsTextLeftAndNumbersRight) {
               "(2 rows)\n");
 }
 
+TEST(TablePrinter, MeasuresATableWhoseFirstColumnIsEmpty) {
+    const ResultTable table{{"", "a"}, {{makeText(""), makeText("x")}}};
+    EXPECT_EQ(host::measureTable(table, 80), std::string("-+-x").size());
+    EXPECT_EQ(print(table), " | a\n-+--\n | x\n(1 row)\n");
+}
+
 TEST(TablePrinter, LeavesNoBlanksAtLineEnds) {
     EXPECT_EQ(print({{"a", "text"}, {{makeNumber("1"), makeText("x")}}}), "a | text\n--+-----\n1 | x\n(1 row)\n");
 }

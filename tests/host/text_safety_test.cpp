@@ -39,6 +39,11 @@ TEST(TextSafety, KeepsJoinersAndSelectorsThatShapeTheCharacterBefore) {
     EXPECT_EQ(host::makeVisible(text, LineBreaks::Keep), text);
 }
 
+TEST(TextSafety, ShowsAJoinerBehindAHiddenCharacter) {
+    EXPECT_EQ(host::makeVisible("\ufe0f\u200d", host::LineBreaks::Show), "<U+FE0F><U+200D>");
+    EXPECT_EQ(host::makeOneLine("\ufe0f\u200d"), "<U+FE0F><U+200D>");
+}
+
 TEST(TextSafety, TakesTheHiddenSecretOutBeforeItAbbreviates) {
     host::setHiddenSecret("sk-0123456789");
     EXPECT_EQ(host::makeOneLine("key sk-0123456789 is wrong", 12), "key *** is \u2026");
