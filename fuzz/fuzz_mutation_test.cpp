@@ -100,7 +100,7 @@ TEST_P(FuzzMutation, IsTakenByTheReader) {
     std::vector<std::string> corpus = readInputs(std::filesystem::path(KAI_FUZZ_CORPUS) / GetParam().name);
     ASSERT_FALSE(corpus.empty());
     Mutator mutator(20'240'607, std::move(corpus));
-    for (int i = 0; i < 10'000; ++i) {
+    for (int i = 0; i < GetParam().mutationCount; ++i) {
         GetParam().run(mutator.makeInput());
     }
 }

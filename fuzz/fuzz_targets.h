@@ -4,13 +4,21 @@
 #include <string_view>
 #include <vector>
 
-/// One reader of texts from outside. It takes any bytes; what it must not do ends the process.
+/// Something that reads bytes from outside. It takes any bytes; what it must not do ends the process.
 struct FuzzTarget {
     const char* name;  ///< also the name of its directory in corpus/ and crashes/
     void (*run)(std::string_view input);
+    int mutationCount;  ///< how many mangled inputs the tests try, so that each target takes about a second
 };
 
 /// All targets.
 const std::vector<FuzzTarget>& obtainFuzzTargets();
+
+/// The libraries' readers, which need no connection.
+std::vector<FuzzTarget> listParserTargets();
+/// Turns against a service on the loopback that sends the input.
+std::vector<FuzzTarget> listTurnTargets();
+/// What the reference host reads and prints.
+std::vector<FuzzTarget> listHostTargets();
 
 #endif
