@@ -87,8 +87,8 @@ private:
     CaseResult runInChild(heap::Failing failing, std::size_t place);
     std::string tryCase(State state, heap::Failing failing, std::size_t place, bool& isReached);
     std::string performFailing(HostAtWork& host, heap::Failing failing, std::size_t place, bool& isReached,
-                               bool& isDone) const;
-    std::string checkGoingOn(HostAtWork& host) const;
+                               bool& isDone);
+    std::string checkGoingOn(HostAtWork& host);
 
     const RequestRow& m_row;
     std::size_t m_every;
@@ -195,8 +195,9 @@ std::string Sweep::tryCase(State state, heap::Failing failing, std::size_t place
 
 /// @param isDone  receives whether the operation did its work all the same
 std::string Sweep::performFailing(HostAtWork& host, heap::Failing failing, std::size_t place, bool& isReached,
-                                  bool& isDone) const {
+                                  bool& isDone) {
     const std::string question = "question";
+    m_service.expectQuestion(question);
     StepResult result;
     s_lastCode = 0;
     try {
@@ -222,14 +223,16 @@ std::string Sweep::performFailing(HostAtWork& host, heap::Failing failing, std::
     return {};
 }
 
-std::string Sweep::checkGoingOn(HostAtWork& host) const {
+std::string Sweep::checkGoingOn(HostAtWork& host) {
+    const std::string question = "and then?";
+    m_service.expectQuestion(question);
     try {
         host.prepare(HostStep::Say);
-        const StepResult result = host.perform(HostStep::Say, "and then?");
+        const StepResult result = host.perform(HostStep::Say, question);
         if (!result.error.empty()) {
             return "the next turn failed: " + result.error;
         }
-        return result.answer == GoodService::answerTo("and then?") ? "" : "the next turn was answered " + result.answer;
+        return result.answer == GoodService::answerTo(question) ? "" : "the next turn was answered " + result.answer;
     } catch (const std::exception& exception) {
         return std::string("the next call threw: ") + exception.what();
     }

@@ -130,6 +130,7 @@ private:
     std::string tryCircumstance(const Circumstance& circumstance);
     std::string tryIdleClose();
     std::string checkEnd(const FaultEnds& ends, const StepResult& result) const;
+    std::string askNext();
     std::string checkGoingOn();
     std::size_t measureReply();
     void applySettings(const Fault* fault) { applySettings(fault, m_server.obtainCAFile()); }
@@ -256,7 +257,7 @@ std::string RowRun::tryCase(const Fault& fault) {
     m_lastCode = 0;
     m_service.spoil(&m_row, fault.spoil);
     applySettings(&fault);
-    const StepResult result = m_host->perform(m_row.step, "question " + std::to_string(++m_question));
+    const StepResult result = m_host->perform(m_row.step, askNext());
     const bool isReached = m_service.countSpoiled() != 0;
     m_service.spoil(nullptr);
     applySettings(nullptr);
@@ -308,7 +309,7 @@ std::string RowRun::tryCircumstance(const Circumstance& circumstance) {
     m_isServiceAtFault = true;
     // Self-signed: trusted is the authority of the good service, whose file went with it.
     applySettings(nullptr, server->obtainCAFile());
-    const StepResult result = m_host->perform(m_row.step, "question " + std::to_string(++m_question));
+    const StepResult result = m_host->perform(m_row.step, askNext());
     m_service.spoil(nullptr);
     m_cancelTime = Clock::time_point::max();
     m_connectTimeout = {};
@@ -332,7 +333,7 @@ std::string RowRun::tryIdleClose() {
     m_host->prepare(m_row.step);
     static_cast<void>(m_host->perform(HostStep::ListModels));
     m_server.closeConnections();
-    const StepResult result = m_host->perform(m_row.step, "question " + std::to_string(++m_question));
+    const StepResult result = m_host->perform(m_row.step, askNext());
     return result.error.empty() ? checkGoingOn() : "failed: " + result.error;
 }
 
@@ -368,8 +369,14 @@ std::string RowRun::checkEnd(const FaultEnds& ends, const StepResult& result) co
     return result.error == expected ? "" : "said \"" + result.error + "\", not \"" + expected + "\"";
 }
 
+std::string RowRun::askNext() {
+    std::string question = "question " + std::to_string(++m_question);
+    m_service.expectQuestion(question);
+    return question;
+}
+
 std::string RowRun::checkGoingOn() {
-    const std::string question = "question " + std::to_string(++m_question);
+    const std::string question = askNext();
     m_host->prepare(HostStep::Say);
     const StepResult result = m_host->perform(HostStep::Say, question);
     if (!result.error.empty()) {

@@ -100,6 +100,11 @@ std::size_t GoodService::countSpoiled() const {
     return m_spoiledCount;
 }
 
+void GoodService::expectQuestion(const std::string& question) {
+    const std::scoped_lock lock(m_mutex);
+    m_expectedQuestion = question;
+}
+
 std::string GoodService::writeGoodBody(const LoopbackRequest& request) {
     const std::string& path = request.path;
     if (request.method == "DELETE") {
@@ -120,7 +125,10 @@ std::string GoodService::writeGoodBody(const LoopbackRequest& request) {
     if (path.starts_with("/v1/threads/")) {
         const std::scoped_lock lock(m_mutex);
         if (request.method == "POST") {
-            m_threadQuestion = readLastText(request.body);
+            const std::string question = readLastText(request.body);
+            if (m_expectedQuestion.empty() || question == m_expectedQuestion) {
+                m_threadQuestion = question;
+            }
             return R"({"id":"msg_1"})";
         }
         return writeThreadMessages(answerTo(m_threadQuestion));

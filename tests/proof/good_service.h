@@ -23,6 +23,10 @@ public:
     /// How many requests of that row have come since.
     [[nodiscard]] std::size_t countSpoiled() const;
 
+    /// The question that is posted to the OpenAI thread next. Others are forgotten: the server may read a request that
+    /// the library has given up after those of the next turn.
+    void expectQuestion(const std::string& question);
+
     /// The answer to a question.
     [[nodiscard]] static std::string answerTo(const std::string& question) { return "You said: " + question; }
 
@@ -33,7 +37,8 @@ private:
     const RequestRow* m_row = nullptr;
     Spoiling m_spoiling;
     std::size_t m_spoiledCount = 0;
-    std::string m_threadQuestion;  ///< what was last posted to the OpenAI thread
+    std::string m_expectedQuestion;  ///< empty: any
+    std::string m_threadQuestion;    ///< what was last posted to the OpenAI thread
 };
 
 #endif
