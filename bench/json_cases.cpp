@@ -30,6 +30,15 @@ std::string buildSerializedSession(std::size_t messages) {
     return restoreSession(*assistant, buildSessionText(messages))->serializeSession();
 }
 
+/// A text that can be read in place, as sessions are serialized and replies are received.
+std::string copyWithRoom(const std::string& text) {
+    constexpr std::size_t kRoomBehind = 64;
+    std::string copy;
+    copy.reserve(text.size() + kRoomBehind);
+    copy += text;
+    return copy;
+}
+
 /// The answer in a reply of the DeepSeek kind, as a text of its own.
 std::string readAnswer(const COJson& reply) {
     std::string answer;
@@ -87,7 +96,7 @@ void measureRestoration(Meter& meter, std::size_t messages) {
     const AssistantPtr assistant = createAssistant("ollama", "");
     const std::string text = buildSerializedSession(messages);
     meter.measure(
-        kWarmUps, [&] { return text; },
+        kWarmUps, [&] { return copyWithRoom(text); },
         [&](std::string& given) { return restoreSession(*assistant, std::move(given)); });
     if (restoreSession(*assistant, text)->serializeSession() != text) {
         throw std::runtime_error("the session did not come back");
@@ -102,17 +111,9 @@ void measureRestorationFloor(Meter& meter, std::size_t messages) {
 }
 
 void measureReply(Meter& meter, std::size_t bytes) {
-    constexpr std::size_t kRoomBehind = 64;
     const std::string body = buildReplyBody("/chat/completions", buildAnswerText(bytes));
     meter.measure(
-        kWarmUps,
-        [&] {
-            // As an exchange hands its body over: with room behind it for the reader.
-            std::string received;
-            received.reserve(body.size() + kRoomBehind);
-            received += body;
-            return received;
-        },
+        kWarmUps, [&] { return copyWithRoom(body); },
         [](std::string& received) {
             CMRestResourceResponse response(200, std::move(received));
             return readAnswer(*response.getJson());

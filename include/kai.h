@@ -152,6 +152,9 @@ public:
     /// structure are sent there. So restore only texts from your own storage. To be sure, first parse the text as JSON
     /// (COJson in cf/json.h) and compare its "api_host" with the hosts that you trust with the key; an empty value
     /// means the provider's default host.
+    ///
+    /// A string that is moved in and has 64 bytes of capacity beyond its size, as those of serializeSession have, is
+    /// parsed without a copy.
     /// @return as createSession
     virtual std::pair<IKAISession*, std::string> restoreSession(std::string serializedSession) = 0;
 

@@ -203,7 +203,7 @@ std::pair<IKAISession*, std::string> KAIAssistant_OPENAI::restoreSession(std::st
     }
     auto session = std::make_unique<KAISession_OPENAI>(*m_properties, std::string());
     m_sessions.reserve(m_sessions.size() + 1);
-    if (!session->loadSession(serializedSession, kDefaultHost, m_assistantID)) {
+    if (!session->loadSession(std::move(serializedSession), kDefaultHost, m_assistantID)) {
         return {nullptr, localizeString("Cannot load session data")};
     }
     m_sessions.push_back(session.get());

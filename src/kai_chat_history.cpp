@@ -79,8 +79,18 @@ void ChatHistory::appendMessage(std::int32_t role, std::string_view text) {
 
 void ChatHistory::appendMessage(std::int32_t role, std::string_view text, std::string& buffer) {
     const Role kind = classifyRole(role);
+    const ChatFrame& frame = obtainFrame(kind);
+    if (!m_blocks.empty() && countFree(m_blocks.back()) > COJsonWriter::countMostFramed(frame.start, text, frame.end)) {
+        makePlaces(1);
+        std::string& block = m_blocks.back();
+        const std::size_t before = block.size();
+        appendFramed(block, frame, text);
+        block += ',';
+        note(kind, block.size() - before);
+        return;
+    }
     buffer.clear();
-    appendFramed(buffer, obtainFrame(kind), text);
+    appendFramed(buffer, frame, text);
     makeRoom(1, buffer.size() + 1);
     add(kind, buffer);
 }
@@ -94,16 +104,21 @@ void ChatHistory::appendTurn(std::string_view framedUserMessage, IKAIMessage& an
     add(kind, framed);
 }
 
-void ChatHistory::makeRoom(std::size_t messages, std::size_t size) {
+// makePlaces() and makeRoom() reserve more than requested, in proportion to the current size: a conversation of any
+// length then takes few blocks and leaves little of them unused.
+
+void ChatHistory::makePlaces(std::size_t messages) {
     constexpr std::size_t kLeastPlaces = 4;
     constexpr std::size_t kMostPlaces = 4096;
-    constexpr std::size_t kLeastBlock = std::size_t{4} * 1024;
-    constexpr std::size_t kMostBlock = std::size_t{64} * 1024;
-    // Reserve more than requested, in proportion to the current size: a conversation of any length then takes few
-    // blocks and leaves little of them unused.
     if (m_places.capacity() - m_places.size() < messages) {
         m_places.reserve(m_places.size() + messages + std::clamp(m_places.size() / 16, kLeastPlaces, kMostPlaces));
     }
+}
+
+void ChatHistory::makeRoom(std::size_t messages, std::size_t size) {
+    constexpr std::size_t kLeastBlock = std::size_t{4} * 1024;
+    constexpr std::size_t kMostBlock = std::size_t{64} * 1024;
+    makePlaces(messages);
     if (m_blocks.empty() || countFree(m_blocks.back()) < size) {
         const std::size_t share = m_size < m_expectedSize ? m_expectedSize / 8 : m_size / 16;
         std::string block;
@@ -115,8 +130,12 @@ void ChatHistory::makeRoom(std::size_t messages, std::size_t size) {
 void ChatHistory::add(Role role, std::string_view framed) noexcept {
     appendBytes(framed);
     appendBytes(",");
-    m_places.push_back({.size = framed.size() + 1, .role = static_cast<std::uint64_t>(role)});
-    m_size += framed.size() + 1;
+    note(role, framed.size() + 1);
+}
+
+void ChatHistory::note(Role role, std::size_t size) noexcept {
+    m_places.push_back({.size = size, .role = static_cast<std::uint64_t>(role)});
+    m_size += size;
     m_hasUnknownRole = m_hasUnknownRole || role == Role::Unknown;
 }
 
@@ -150,8 +169,9 @@ void ChatHistory::appendSessionText(std::string& text, SourcePlace rolePlace) co
     if (m_places.empty()) {
         return;
     }
-    // Includes space for what the caller appends: growing again would copy the whole text.
-    constexpr std::size_t kRoomBehind = 64;
+    // Includes space for what the caller appends, since growing again would copy the whole text, and for a parser that
+    // reads the text in place.
+    constexpr std::size_t kRoomBehind = 128;
     text.reserve(text.size() + m_size + kRoomBehind);
     if (!m_hasUnknownRole && m_protocol.userMessage == kSessionUser &&
         m_protocol.assistantMessage == kSessionAssistant) {

@@ -32,6 +32,8 @@ public:
     explicit ChatHistory(const ChatProtocol& protocol, std::size_t expectedSize = 0)
         : m_protocol(protocol), m_expectedSize(expectedSize) {}
 
+    /// Reserves memory for this number of messages, but not for their texts.
+    void makePlaces(std::size_t messages);
     /// Appends a message with the text of its first section. Throws std::out_of_range ("invalid vector subscript") if
     /// it has no section. An exception leaves the history unchanged.
     void appendMessage(IKAIMessage& message);
@@ -63,6 +65,7 @@ private:
     [[nodiscard]] const ChatFrame& obtainFrame(Role role) const noexcept;
     void makeRoom(std::size_t messages, std::size_t size);
     void add(Role role, std::string_view framed) noexcept;
+    void note(Role role, std::size_t size) noexcept;
     void appendBytes(std::string_view bytes) noexcept;
     void appendReframed(std::string& text, SourcePlace rolePlace) const;
 

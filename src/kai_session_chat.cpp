@@ -23,7 +23,9 @@ std::optional<KAIRole> readRole(const COJsonValue& role) {
 
 void readHistory(const COJson& json, ChatHistory& history) {
     std::string buffer;
-    for (const COJsonValue item : json.obtainMember("messages").obtainItems()) {
+    const COJsonValue messages = json.obtainMember("messages");
+    history.makePlaces(messages.obtainSize());
+    for (const COJsonValue item : messages.obtainItems()) {
         const auto [roleWord, content] = item.obtainMemberValues({"role", "content"});
         const std::optional<KAIRole> role = readRole(roleWord);
         const std::string_view text = content.obtainString();
@@ -58,11 +60,11 @@ std::string ChatSession::serializeSession() {
     return text;
 }
 
-bool ChatSession::loadSession(const std::string& serializedSession) {
+bool ChatSession::loadSession(std::string serializedSession) {
     std::shared_ptr<ChatHistory> history;
     SavedSettings saved;
     {
-        const COJson json(serializedSession);
+        const COJson json = COJson::readInPlace(serializedSession);
         if (!json.getIsValidJson()) {
             return false;
         }

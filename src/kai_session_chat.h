@@ -25,7 +25,7 @@ public:
     /// Restores the session and the assistant's properties from the text of serializeSession. If the host is empty, the
     /// provider's default host is used.
     /// @return false if the text is not JSON; nothing has changed then. Other errors in the text are ignored
-    bool loadSession(const std::string& serializedSession);
+    bool loadSession(std::string serializedSession);
 
     /// The messages. A running turn keeps them alive, so a host's callback may free the session during the turn.
     [[nodiscard]] const std::shared_ptr<ChatHistory>& obtainHistory() const noexcept { return m_history; }

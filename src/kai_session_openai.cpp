@@ -15,9 +15,8 @@ struct SavedThread {
     kai::SavedSettings settings;
 };
 
-std::optional<SavedThread> readSavedThread(const std::string& serializedSession,
-                                           const KAIAssistantProperties& properties) {
-    const COJson json(serializedSession);
+std::optional<SavedThread> readSavedThread(std::string& serializedSession, const KAIAssistantProperties& properties) {
+    const COJson json = COJson::readInPlace(serializedSession);
     const COJsonValue assistantID = json.obtainMember("assistant_id");
     const COJsonValue threadID = json.obtainMember("thread_id");
     for (const COJsonValue& id : {assistantID, threadID}) {
@@ -47,7 +46,7 @@ std::string KAISession_OPENAI::serializeSession() {
     return text;
 }
 
-bool KAISession_OPENAI::loadSession(const std::string& serializedSession, std::string_view defaultHost,
+bool KAISession_OPENAI::loadSession(std::string serializedSession, std::string_view defaultHost,
                                     std::string& assistantID) {
     std::optional<SavedThread> saved = readSavedThread(serializedSession, m_properties);
     if (!saved) {

@@ -23,7 +23,7 @@ public:
     /// @param assistantID  receives the assistant's id too
     /// @return false if the text is not JSON, or an id is missing or cannot be a segment of a path; nothing has changed
     ///         then
-    bool loadSession(const std::string& serializedSession, std::string_view defaultHost, std::string& assistantID);
+    bool loadSession(std::string serializedSession, std::string_view defaultHost, std::string& assistantID);
 
     void setThreadID(std::string threadID) noexcept { m_threadID = std::move(threadID); }
 

@@ -95,6 +95,20 @@ TEST(ChatHistory, NeverMovesWhatItHolds) {
     EXPECT_EQ(history.obtainBlocks().front().data(), first.data());
 }
 
+TEST(ChatHistory, MovesNoBlockForTextsThatGrowMostWhenTheyAreEscaped) {
+    kai::ChatHistory history(kai::obtainGoogleProtocol(), std::size_t{64} * 1024);
+    std::vector<const char*> addresses;
+    for (std::size_t i = 0; i < 2000; ++i) {
+        history.appendMessage(KAI_ROLE_USER, std::string(i % 300, '\x1f'));
+        const std::vector<std::string>& blocks = history.obtainBlocks();
+        for (std::size_t block = 0; block < addresses.size(); ++block) {
+            ASSERT_EQ(blocks[block].data(), addresses[block]) << "block " << block << ", message " << i;
+        }
+        addresses.resize(blocks.size(), blocks.back().data());
+    }
+    EXPECT_GT(addresses.size(), 3U);
+}
+
 TEST(ChatHistory, FillsABlockBeforeItBeginsTheNext) {
     kai::ChatHistory history(kai::obtainGoogleProtocol());
     kai::ChatHistory other(kai::obtainDeepSeekProtocol());

@@ -59,6 +59,12 @@ public:
     /// Writes a value that is fixed except for one string: `before` and `after` are JSON text, written unchanged around
     /// the string. `writeFramed(R"({"role":"user","content":)", text, "}")` writes an object of two members.
     void writeFramed(std::string_view before, std::string_view text, std::string_view after);
+    /// The free capacity that a new writer's target needs so that one writeFramed() cannot reallocate it.
+    [[nodiscard]] static constexpr std::size_t countMostFramed(std::string_view before, std::string_view text,
+                                                               std::string_view after) noexcept {
+        constexpr std::size_t kQuotes = 2;
+        return before.size() + kQuotes + kMostBytesOfAByte * text.size() + after.size() + kSpareBytes;
+    }
 
     /// Ends the text: the target string now holds all of it. To write more, create a new writer.
     void finish();
@@ -66,6 +72,11 @@ public:
 private:
     struct Text;
     friend struct COJsonAccess;
+
+    static constexpr std::size_t kMostBytesOfAByte = 6;  // "\u001f"
+    // Free space that is always kept after the text, so that writing a separator, quotes, a number or one escape needs
+    // no check.
+    static constexpr std::size_t kSpareBytes = 64;
 
     void writeUnsigned(std::uint64_t number);
 

@@ -9,11 +9,6 @@
 
 namespace {
 
-// Free space that is always kept after the text, so that writing a separator, quotes, a number or one escape needs no
-// check.
-constexpr std::size_t kSlack = 64;
-static_assert(kSlack >= 2 * cf::kNumberTextSize);
-
 char* append(char* out, std::string_view text) noexcept {
     // The address of an empty view may be null, which memcpy does not allow.
     if (!text.empty()) {
@@ -29,8 +24,9 @@ char* append(char* out, std::string_view text) noexcept {
 /// may point to it.
 struct COJsonWriter::Text {
     static char* makeRoom(COJsonWriter& writer, char* out, std::size_t size) {
+        static_assert(kSpareBytes >= 2 * cf::kNumberTextSize);
         const auto room = static_cast<std::size_t>(writer.m_limit - out);
-        return room >= size + kSlack ? out : grow(writer, out, size);
+        return room >= size + kSpareBytes ? out : grow(writer, out, size);
     }
 
     // Resizes the string to its capacity without filling it with zeros; finish() cuts off the unused rest.
@@ -38,7 +34,7 @@ struct COJsonWriter::Text {
         std::string& target = writer.m_target;
         const auto used = static_cast<std::size_t>(out - target.data());
         writer.m_end = out;
-        target.reserve(used + size + kSlack);
+        target.reserve(used + size + kSpareBytes);
         target.resize_and_overwrite(target.capacity(), [](char*, std::size_t capacity) noexcept { return capacity; });
         writer.m_end = target.data() + used;
         writer.m_limit = target.data() + target.size();

@@ -63,42 +63,65 @@ struct BlockTest {
     Block lowest;
 };
 
-/// The number of bytes before the first marked one. In a marked byte all bits are set.
-std::size_t countUnmarked(Block isMarked) noexcept {
+/// Which bytes of a block are special.
+class Marks {
+public:
+    /// @param isMarked  in a marked byte all bits are set
+    explicit Marks(Block isMarked) noexcept {
 #ifdef __SSE2__
-    // One bit per byte, and one more that stops the count if no byte is marked.
-    const auto bits = static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(isMarked)));
-    return static_cast<std::size_t>(std::countr_zero(bits | 1U << kBlockSize));
+        m_bits = static_cast<unsigned>(_mm_movemask_epi8(reinterpret_cast<__m128i>(isMarked)));
 #else
-    constexpr bool kIsLittleEndian = std::endian::native == std::endian::little;
-    std::uint64_t halves[2];
-    static_assert(sizeof halves == sizeof isMarked);
-    std::memcpy(halves, &isMarked, sizeof halves);
-    const std::uint64_t half = halves[0] != 0 ? halves[0] : halves[1];
-    const int bits = kIsLittleEndian ? std::countr_zero(half) : std::countl_zero(half);
-    return (halves[0] != 0 ? 0 : kBlockSize / 2) + static_cast<std::size_t>(bits) / 8;
+        static_assert(sizeof m_halves == sizeof isMarked);
+        std::memcpy(m_halves, &isMarked, sizeof m_halves);
 #endif
-}
+    }
+
+#ifdef __SSE2__
+    [[nodiscard]] bool isEmpty() const noexcept {
+        return m_bits == 0;
+    }
+    /// The number of bytes before the first marked one; there is one.
+    [[nodiscard]] std::size_t countUnmarked() const noexcept {
+        return static_cast<std::size_t>(std::countr_zero(m_bits));
+    }
+#else
+    [[nodiscard]] bool isEmpty() const noexcept {
+        return (m_halves[0] | m_halves[1]) == 0;
+    }
+    [[nodiscard]] std::size_t countUnmarked() const noexcept {
+        constexpr bool kIsLittleEndian = std::endian::native == std::endian::little;
+        const std::uint64_t half = m_halves[0] != 0 ? m_halves[0] : m_halves[1];
+        const int bits = kIsLittleEndian ? std::countr_zero(half) : std::countl_zero(half);
+        return (m_halves[0] != 0 ? 0 : kBlockSize / 2) + static_cast<std::size_t>(bits) / 8;
+    }
+#endif
+
+private:
+#ifdef __SSE2__
+    unsigned m_bits;  // one for each byte
+#else
+    std::uint64_t m_halves[2];
+#endif
+};
 
 /// Copies a block.
-/// @return the number of plain bytes at its start
-std::size_t copyBlock(char* out, const char* text, const BlockTest& test) noexcept {
+Marks copyBlock(char* out, const char* text, const BlockTest& test) noexcept {
     Block block;
     std::memcpy(&block, text, kBlockSize);
     std::memcpy(out, &block, kBlockSize);
-    return countUnmarked((test.lowest > (block ^ test.flipped)) | (block == '\\'));
+    return Marks((test.lowest > (block ^ test.flipped)) | (block == '\\'));
 }
 
 /// Copies the plain bytes up to the first one that is not plain.
 EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const BlockTest& test) noexcept {
     auto [out, text] = progress;
     while (static_cast<std::size_t>(end - text) >= kBlockSize) {
-        const std::size_t size = copyBlock(out, text, test);
-        out += size;
-        text += size;
-        if (size < kBlockSize) {
-            return {out, text};
+        if (const Marks marks = copyBlock(out, text, test); !marks.isEmpty()) {
+            const std::size_t size = marks.countUnmarked();
+            return {out + size, text + size};
         }
+        out += kBlockSize;
+        text += kBlockSize;
     }
     if (text == end) {
         return {out, text};
@@ -106,7 +129,7 @@ EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const Bl
     // Copy the rest as a block filled up with NULs, which are not plain.
     char rest[kBlockSize] = {};
     std::memcpy(rest, text, static_cast<std::size_t>(end - text));
-    const std::size_t size = copyBlock(out, rest, test);
+    const std::size_t size = copyBlock(out, rest, test).countUnmarked();
     return {out + size, text + size};
 }
 

@@ -368,3 +368,20 @@ TEST(COJsonWriter, WritesRandomBytesLikeAnotherLibrary) {
 }
 
 }  // namespace
+
+TEST(COJsonWriter, DoesNotMoveATargetWithTheCapacityThatAFramedTextMayNeed) {
+    constexpr std::string_view kBefore = R"({"role":"user","content":)";
+    for (const std::string_view part : {"\x1f", "\"", "\xff", "x", "\xc3\xbc", "\xff\x1f\\"}) {
+        for (std::size_t repeats = 0; repeats < 300; ++repeats) {
+            std::string text;
+            for (std::size_t i = 0; i < repeats; ++i) {
+                text += part;
+            }
+            std::string target = "[";
+            target.reserve(target.size() + COJsonWriter::countMostFramed(kBefore, text, "}"));
+            const char* const address = target.data();
+            COJsonWriter(target).writeFramed(kBefore, text, "}");
+            ASSERT_EQ(target.data(), address) << repeats << " times " << part;
+        }
+    }
+}
