@@ -56,7 +56,7 @@ ChatAssistant::ChatAssistant(const ChatProtocol& protocol, std::unique_ptr<ICSHT
 }
 
 std::pair<std::vector<std::string>, std::string> ChatAssistant::obtainAvailableModels() {
-    const std::string url = buildURL(m_protocol.modelsPath, {});
+    const std::string url = obtainURL(m_protocol.modelsPath, {});
     auto [rawResponse, transportText] = HTTP::Get(m_restSession.get(), url, m_queryParams, {});
     const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
     if (!transportText.empty()) {
@@ -99,7 +99,7 @@ std::pair<IKAISession*, std::string> ChatAssistant::createSession() {
 
 std::pair<IKAISession*, std::string> ChatAssistant::restoreSession(std::string serializedSession) {
     std::unique_ptr<ChatSession> session = m_protocol.createSession(*m_properties, m_protocol);
-    if (!session->loadSession(serializedSession)) {
+    if (!session->loadSession(std::move(serializedSession))) {
         return {nullptr, localizeString("Cannot load session data")};
     }
     return {session.release(), {}};
@@ -145,28 +145,27 @@ std::pair<IKAIMessage*, std::string> ChatAssistant::addMessage(IKAISession* sess
     return {message.release(), {}};
 }
 
-ChatAnswer ChatAssistant::askForWhole(ChatBody& body, const std::string& model) const {
+ChatAnswer ChatAssistant::askForWhole(ChatBody& body, const std::string& model) {
     auto [rawResponse, transportText] =
-        HTTP::Post(m_restSession.get(), buildURL(m_protocol.chatPath, model), &body, m_queryParams, {});
+        HTTP::Post(m_restSession.get(), obtainURL(m_protocol.chatPath, model), &body, m_queryParams, {});
     const std::unique_ptr<CMRestResourceResponse> response(rawResponse);
     if (!transportText.empty()) {
         return {ChatAnswer::Outcome::Failed,
                 chooseErrorText(m_protocol.readChatError(response.get()), std::move(transportText))};
     }
-    const COJson* json = response ? response->getJson() : nullptr;
-    if (json == nullptr) {
+    if (response == nullptr || !response->readJson(m_reply)) {
         return {ChatAnswer::Outcome::Invalid};
     }
-    std::optional<std::string> reply = m_protocol.readReply(*json);
+    std::optional<std::string> reply = m_protocol.readReply(m_reply);
     if (!reply) {
         return {ChatAnswer::Outcome::Unsupported};
     }
     return {ChatAnswer::Outcome::Complete, *std::move(reply)};
 }
 
-ChatAnswer ChatAssistant::askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream) const {
+ChatAnswer ChatAssistant::askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream) {
     const ChatStreaming& streaming = m_protocol.streaming;
-    const std::string url = buildURL(streaming.path.empty() ? m_protocol.chatPath : streaming.path, model);
+    const std::string url = obtainURL(streaming.path.empty() ? m_protocol.chatPath : streaming.path, model);
     ChatStreamReader reader(m_protocol, stream);
     try {
         auto [rawResponse, transportText] = HTTP::Post(m_restSession.get(), url, &body, m_streamParams, {},
@@ -191,14 +190,16 @@ ChatSession* ChatAssistant::castSession(IKAISession* session) const {
     return chat != nullptr && &chat->obtainProperties() == m_properties.get() ? chat : nullptr;
 }
 
-std::string ChatAssistant::buildURL(std::span<const std::string_view> path, std::string_view model) const {
-    std::vector<std::string> parts;
-    parts.reserve(1 + path.size());
-    parts.push_back(std::string(m_protocol.scheme) + m_properties->obtainSettings().apiHost);
-    for (const std::string_view part : path) {
-        parts.push_back(expandModel(part, model));
+std::string ChatAssistant::obtainURL(std::span<const std::string_view> path, const std::string& model) {
+    const std::string& host = m_properties->obtainSettings().apiHost;
+    if (m_url.path.data() != path.data() || m_url.host != host || m_url.model != model) {
+        std::vector<std::string> parts{std::string(m_protocol.scheme) + host};
+        for (const std::string_view part : path) {
+            parts.push_back(expandModel(part, model));
+        }
+        m_url = {path, host, model, cfConcatURL(parts)};
     }
-    return cfConcatURL(parts);
+    return m_url.url;
 }
 
 void ChatAssistant::ensureHost(AssistantSettings& settings) const {

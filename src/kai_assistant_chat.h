@@ -36,15 +36,25 @@ public:
     std::pair<IKAIMessage*, std::string> addMessage(IKAISession* session, std::string text) override;
 
 private:
-    ChatAnswer askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream) const;
-    ChatAnswer askForWhole(ChatBody& body, const std::string& model) const;
+    /// A URL, and what it was made of.
+    struct BuiltURL {
+        std::span<const std::string_view> path{};
+        std::string host{};
+        std::string model{};
+        std::string url{};
+    };
+
+    ChatAnswer askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream);
+    ChatAnswer askForWhole(ChatBody& body, const std::string& model);
     [[nodiscard]] ChatSession* castSession(IKAISession* session) const;
-    [[nodiscard]] std::string buildURL(std::span<const std::string_view> path, std::string_view model) const;
+    [[nodiscard]] std::string obtainURL(std::span<const std::string_view> path, const std::string& model);
     void ensureHost(AssistantSettings& settings) const;
 
     const ChatProtocol& m_protocol;
     HTTP::Params m_queryParams;
     HTTP::Params m_streamParams;
+    COJson m_reply;  // its memory is reused for each reply
+    BuiltURL m_url;  // the last one: most turns need the same
     // Destroyed in reverse order: the pool, the REST session, the properties.
     std::unique_ptr<KAIAssistantProperties> m_properties;
     std::unique_ptr<CMRestSession> m_restSession;

@@ -47,11 +47,11 @@ bool isAssistants(std::int64_t index, std::string_view role, kai::ChatPieces& pi
 }
 
 kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
+    const auto [object, choices, error] = event.obtainRoot().obtainMemberValues({"object", "choices", "error"});
     // Some servers send {"object":"error",...} instead of an "error" member.
-    if (kai::isErrorValue(event.obtainMember("error")) || event.obtainMember("object").obtainString() == "error") {
+    if (kai::isErrorValue(error) || object.obtainString() == "error") {
         return kai::ChatPieceKind::Error;
     }
-    const COJsonValue choices = event.obtainMember("choices");
     if (!choices.isArray()) {
         // The event with the token counts has no choices.
         return choices.getIsValidJson() && !choices.isNull() ? kai::ChatPieceKind::Unsupported

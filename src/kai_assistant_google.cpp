@@ -71,10 +71,10 @@ std::optional<std::string> readReply(const COJson& response) {
 
 // Each event is a complete response. The model's thoughts in it are not part of the answer.
 kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
-    if (kai::isErrorValue(event.obtainMember("error"))) {
+    const auto [candidates, error] = event.obtainRoot().obtainMemberValues({"candidates", "error"});
+    if (kai::isErrorValue(error)) {
         return kai::ChatPieceKind::Error;
     }
-    const COJsonValue candidates = event.obtainMember("candidates");
     if (!candidates.isArray()) {
         return candidates.getIsValidJson() && !candidates.isNull() ? kai::ChatPieceKind::Unsupported
                                                                    : kai::ChatPieceKind::Nothing;
@@ -82,9 +82,10 @@ kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
     auto kind = kai::ChatPieceKind::Nothing;
     for (const COJsonValue candidate : candidates.obtainItems()) {
         const auto [content, reason] = candidate.obtainMemberValues({"content", "finishReason"});
-        const std::string_view role = content.obtainMember("role").obtainString();
+        const auto [parts, roleValue] = content.obtainMemberValues({"parts", "role"});
+        const std::string_view role = roleValue.obtainString();
         if (role.empty() || role == "model") {
-            appendAnswerParts(pieces.text, content.obtainMember("parts"));
+            appendAnswerParts(pieces.text, parts);
         }
         const bool isFinished = reason.isString() || kind == kai::ChatPieceKind::Finished;
         kind = isFinished ? kai::ChatPieceKind::Finished : kai::ChatPieceKind::Text;

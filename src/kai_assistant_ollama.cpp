@@ -35,14 +35,15 @@ std::optional<std::string> readReply(const COJson& response) {
 }
 
 kai::ChatPieceKind readPiece(const COJson& event, kai::ChatPieces& pieces) {
-    if (kai::isErrorValue(event.obtainMember("error"))) {
+    const auto [message, done, error] = event.obtainRoot().obtainMemberValues({"message", "done", "error"});
+    if (kai::isErrorValue(error)) {
         return kai::ChatPieceKind::Error;
     }
-    const auto [message, done] = event.obtainRoot().obtainMemberValues({"message", "done"});
-    const auto [role, content] = message.obtainMemberValues({"role", "content"});
+    const auto [roleValue, content] = message.obtainMemberValues({"role", "content"});
+    const std::string_view role = roleValue.obtainString();
     const bool isLast = done.obtainBoolean();
     const bool hasContent = content.getIsValidJson() && !content.isNull();
-    const bool isForeign = !role.obtainString().empty() && role.obtainString() != "assistant";
+    const bool isForeign = !role.empty() && role != "assistant";
     if (isForeign || (hasContent && !content.isString()) || !(message.isObject() || isLast)) {
         return kai::ChatPieceKind::Unsupported;
     }

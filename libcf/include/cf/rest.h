@@ -259,6 +259,10 @@ public:
     /// The body as JSON, whatever its content type says; null if it is not valid JSON. Parsed at the first call; valid
     /// as long as the response.
     [[nodiscard]] COJson* getJson();
+    /// Parses the body as JSON into a document that the caller keeps, as COJson::rereadInPlace() does. For many
+    /// responses, one after another.
+    /// @return whether it is valid JSON
+    bool readJson(COJson& document);
     /// The body as received (after decompression), valid as long as the response.
     [[nodiscard]] const std::string& getBufferString() const noexcept;
 

@@ -47,13 +47,16 @@ struct MemberSearch {
     std::size_t count;
 };
 
-/// Searches from `member` to the end of the object. If a key occurs twice, its first member counts.
-[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, cf::TapePlace member, cf::TapePlace end) noexcept {
-    for (; member != end; member = member.obtainValueOfKey().obtainNext()) {
+/// Searches from `member` to the end of the object, until `missing` more values are found. If a key occurs twice, its
+/// first member counts.
+[[gnu::noinline]] void findInAnyOrder(const MemberSearch& search, std::size_t missing, cf::TapePlace member,
+                                      cf::TapePlace end) noexcept {
+    for (; member != end && missing != 0; member = member.obtainValueOfKey().obtainNext()) {
         const std::string_view key = member.obtainString();
         for (std::size_t index = 0; index < search.count; ++index) {
             if (isSameKey(key, search.keys[index]) && !Access::isParsed(search.values[index])) {
                 search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
+                --missing;
             }
         }
     }
@@ -69,7 +72,7 @@ void findInOrder(const MemberSearch& search, cf::TapePlace object) noexcept {
             return;
         }
         if (!isSameKey(member.obtainString(), search.keys[index])) {
-            return findInAnyOrder(search, member, end);
+            return findInAnyOrder(search, search.count - index, member, end);
         }
         search.values[index] = Access::make<COJsonValue>(member.obtainValueOfKey());
         member = member.obtainValueOfKey().obtainNext();

@@ -62,6 +62,10 @@ COJson* CMRestResourceResponse::getJson() {
     return m_json.get();
 }
 
+bool CMRestResourceResponse::readJson(COJson& document) {
+    return document.rereadInPlace(m_body);
+}
+
 const std::string& CMRestResourceResponse::getBufferString() const noexcept {
     return m_body;
 }

@@ -121,3 +121,17 @@ TEST(CMRestGlobalSettings, IsRightForMostHostsByDefault) {
     EXPECT_FALSE(settings.cancelled);
     EXPECT_FALSE(settings.trace);
 }
+
+TEST(CMRestResourceResponse, ReadsItsBodyIntoADocumentOfTheCaller) {
+    COJson document;
+    CMRestResourceResponse first(200, R"({"a":1})");
+    EXPECT_TRUE(first.readJson(document));
+    EXPECT_EQ(document.obtainMember("a").obtainInteger(), 1);
+    CMRestResourceResponse second(200, "no JSON");
+    EXPECT_FALSE(second.readJson(document));
+    EXPECT_FALSE(document.getIsValidJson());
+    CMRestResourceResponse third(200, R"({"a":"b"})");
+    EXPECT_TRUE(third.readJson(document));
+    EXPECT_EQ(document.obtainMember("a").obtainString(), "b");
+    EXPECT_EQ(third.getBufferString(), R"({"a":"b"})");
+}
