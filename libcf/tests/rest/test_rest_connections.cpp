@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -148,6 +149,28 @@ TEST(ICSHTTPPoolCenter, DoesNotSendAPostAgainThatTheServerMayBeWorkingOn) {
     const RestResult result = caller.post(server.obtainURL(), "b");
     EXPECT_EQ(result.text, "The connection broke before the whole answer had arrived");
     EXPECT_EQ(server.countRequests(), 2U);
+}
+
+TEST(ICSHTTPPoolCenter, GivesARequestThatItSendsAgainOnlyWhatIsLeftOfItsTime) {
+    LoopbackServer server([](const LoopbackRequest& request) {
+        if (request.ordinal == 1) {
+            return LoopbackReply{.body = "ok"};
+        }
+        const bool isLast = request.ordinal > 2;
+        return LoopbackReply{.raw = "",
+                             .fault = LoopbackFault::StallBeforeReply,
+                             .stallLimit = isLast ? 0ms : 800ms,
+                             .isClosedAfter = true};
+    });
+    RestCaller caller;
+    EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
+    caller.settings.requestTimeout = 1000ms;
+    const auto start = std::chrono::steady_clock::now();
+    const RestResult result = caller.get(server.obtainURL());
+    EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::RequestTimeout));
+    EXPECT_EQ(server.countRequests(), 3U);
+    // Its whole time anew would be 1.8 seconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1600ms);
 }
 
 TEST(ICSHTTPPoolCenter, ObeysAServerThatAnnouncesTheEndOfTheConnection) {

@@ -166,6 +166,18 @@ TEST(RestTLS, ReadsACABundleAgainWhenItHasChanged) {
     EXPECT_EQ(caller.get(server.obtainURL()).text, kUnreadable);
 }
 
+TEST(RestTLS, TrustsTheBundleThatIsNamedWhicheverWasUsedLast) {
+    LoopbackServer servers[] = {LoopbackServer(answerOK, {.tls = LoopbackTLS::Valid}),
+                                LoopbackServer(answerOK, {.tls = LoopbackTLS::Valid}),
+                                LoopbackServer(answerOK, {.tls = LoopbackTLS::Valid})};
+    RestCaller caller;
+    for (const std::size_t place : {0U, 1U, 2U, 0U, 2U, 2U, 1U, 0U}) {
+        caller.settings.caBundleFile = servers[place].obtainCAFile();
+        EXPECT_EQ(caller.get(servers[place].obtainURL()).text, "") << place;
+        EXPECT_EQ(caller.get(servers[(place + 1) % 3].obtainURL()).text, kUntrusted) << place;
+    }
+}
+
 TEST(RestTLS, TrustsAServersOwnCertificateInTheBundle) {
     for (const LoopbackTLS tls : {LoopbackTLS::SelfSigned, LoopbackTLS::Valid}) {
         LoopbackServer server(answerOK, {.tls = tls});
