@@ -1,7 +1,6 @@
 #ifndef CF_SRC_REST_SIGNALS_H
 #define CF_SRC_REST_SIGNALS_H
 
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 
@@ -27,8 +26,7 @@ public:
     ~SigpipeGuard() {
         if (!m_wasPending) {
             constexpr timespec kNoWait{};
-            while (sigtimedwait(&m_pipeSignal, nullptr, &kNoWait) == -1 && errno == EINTR) {
-            }
+            sigtimedwait(&m_pipeSignal, nullptr, &kNoWait);
         }
         pthread_sigmask(SIG_SETMASK, &m_formerMask, nullptr);
     }

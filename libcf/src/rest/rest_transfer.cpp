@@ -32,7 +32,6 @@ void RestTransfer::beginAttempt(const RestExchange& exchange, BodyReader body) {
     m_tlsConnection = nullptr;
     m_isReused = false;
     m_isConnectionDead = false;
-    m_resolverMark.reset();
 }
 
 void RestTransfer::end() noexcept {
@@ -74,9 +73,8 @@ void RestTransfer::inspectConnection() noexcept {
 }
 
 void RestTransfer::markResolverSockets() {
-    if (m_resolverMark) {
-        m_resolverMark->markNewSockets();
-        m_resolverMark.reset();
+    if (const auto mark = std::exchange(m_resolverMark, std::nullopt)) {
+        mark->markNewSockets();
     }
 }
 
