@@ -124,6 +124,16 @@ TEST(ChatHistory, FillsABlockBeforeItBeginsTheNext) {
     EXPECT_TRUE(writeSessionText(history) == writeSessionText(other)) << "messages that stand in two blocks";
 }
 
+TEST(ChatHistory, BeginsNoBlockForAMessageThatJustFits) {
+    kai::ChatHistory history(kai::obtainGoogleProtocol());
+    history.appendMessage(KAI_ROLE_USER, "");
+    const std::vector<std::string>& blocks = history.obtainBlocks();
+    const std::size_t frame = blocks[0].size();
+    history.appendMessage(KAI_ROLE_USER, std::string(blocks[0].capacity() - 2 * frame, 'x'));
+    EXPECT_EQ(blocks[0].size(), blocks[0].capacity());
+    EXPECT_EQ(blocks.size(), 1U);
+}
+
 TEST(ChatHistory, TakesAMessageOfAnySize) {
     kai::ChatHistory history(kai::obtainGoogleProtocol());
     const std::string huge(1024 * 1024, '\n');

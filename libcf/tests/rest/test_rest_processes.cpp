@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -76,6 +77,20 @@ TEST(RestProcesses, LeaveTheOthersConnectionsOpenWhenTheyDestroyAPool) {
         EXPECT_EQ(caller.post(server.obtainURL(), "after").code, 0);
         EXPECT_EQ(server.countConnections(), 1U);
     }
+}
+
+TEST(RestProcesses, LeaveNoDescriptorBehindAlsoWithoutStandardInput) {
+    LoopbackServer server(repeatBody);
+    RestCaller caller;
+    EXPECT_EQ(caller.post(server.obtainURL(), "before").code, 0);
+    const NewProcess child([&] {
+        close(STDIN_FILENO);  // its number is the next that the system gives
+        caller.pool.reset();
+        return fcntl(STDIN_FILENO, F_GETFD) == -1;
+    });
+    EXPECT_TRUE(child.wait());
+    EXPECT_EQ(caller.post(server.obtainURL(), "after").code, 0);
+    EXPECT_EQ(server.countConnections(), 1U);
 }
 
 TEST(RestProcesses, LeaveTheOthersConnectionsOpenWhenTheyChangeTLSSettings) {
