@@ -7,8 +7,8 @@
 #include <iterator>
 #include <stdexcept>
 
-TemporaryFolder::TemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "kai-XXXXXX").string();
+TemporaryFolder::TemporaryFolder(const std::filesystem::path& parent) {
+    std::string name = (parent / "kai-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("cannot make the directory " + name);
     }

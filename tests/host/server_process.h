@@ -1,14 +1,16 @@
 #ifndef TESTS_HOST_SERVER_PROCESS_H
 #define TESTS_HOST_SERVER_PROCESS_H
 
-#include <sys/types.h>
-
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
-/// A database server for the tests: a folder of its own under /tmp, and the server's process, which ends with this
-/// object or with the test. Servers refuse to run as root, so that it runs as another user then.
+#include "child_process.h"
+#include "temporary_folder.h"
+
+/// A database server for the tests: a temporary folder, and the server's process, which ends with this object or with
+/// the test. Servers refuse to run as root, so a test that runs as root starts them as another user.
 class ServerProcess {
 public:
     ServerProcess();
@@ -17,22 +19,22 @@ public:
     ServerProcess& operator=(const ServerProcess&) = delete;
 
     /// A path in the folder.
-    [[nodiscard]] std::string name(const std::string& fileName) const { return m_folder + "/" + fileName; }
+    [[nodiscard]] std::string name(const std::string& fileName) const { return m_folder.name(fileName); }
     /// Writes a file that only the server's user can read.
     void write(const std::string& fileName, const std::string& content) const;
 
-    /// Runs a program as the server's user to its end. Throws std::runtime_error with what it wrote where it fails.
+    /// Runs a program as the server's user to its end. Throws std::runtime_error with its output if it fails.
     void run(const std::vector<std::string>& arguments) const;
-    /// Starts the server and waits until it is ready. Throws std::runtime_error with its log where it never is.
-    /// @param stopSignal  what has it end at once, without cleaning up
+    /// Starts the server and waits until it is ready. Throws std::runtime_error with its output if it never is. Later
+    /// output is not read before the end: the server must not log more than a pipe holds.
+    /// @param stopSignal  ends the server at once, without cleaning up
     void start(const std::vector<std::string>& arguments, int stopSignal, const std::function<bool()>& isReady);
 
 private:
-    [[nodiscard]] pid_t launch(const std::vector<std::string>& arguments, int endSignal) const;
-    [[nodiscard]] std::string readLog() const;
+    [[nodiscard]] ChildProcessSetup describe(const std::vector<std::string>& arguments, int endSignal) const;
 
-    std::string m_folder;
-    pid_t m_process = -1;
+    TemporaryFolder m_folder;
+    std::optional<ChildProcess> m_process;
     int m_stopSignal = 0;
 };
 

@@ -63,7 +63,7 @@ MariadbServer::MariadbServer() {
                      "--socket=" + m_process.name("socket"), "--pid-file=" + m_process.name("pid"), "--skip-networking",
                      "--skip-name-resolve", "--skip-log-bin", "--innodb-flush-log-at-trx-commit=0",
                      "--innodb-flush-method=nosync", "--debug-no-sync", "--innodb-doublewrite=0",
-                     "--innodb-buffer-pool-size=32M", "--character-set-server=utf8mb4"},
+                     "--innodb-buffer-pool-size=32M", "--character-set-server=utf8mb4", "--log-warnings=0"},
                     SIGKILL, [this] { return isReady(); });
     execute("", "CREATE USER reader@localhost");
     execute("",

@@ -56,7 +56,7 @@ PostgresqlServer::PostgresqlServer() {
                    "--encoding=UTF8", "--locale=C.UTF-8", "--no-sync"});
     m_process.write("data/pg_hba.conf", "local all guarded scram-sha-256\nlocal all all trust\n");
     m_process.start({programs + "postgres", "-D", m_process.name("data"), "-k", m_process.name(""), "-F", "-c",
-                     "listen_addresses="},
+                     "listen_addresses=", "-c", "log_min_messages=fatal"},
                     SIGQUIT, [this] { return PQping(makeUrl("kai", "postgres").c_str()) == PQPING_OK; });
     execute("postgres", "CREATE ROLE reader LOGIN; CREATE ROLE guarded LOGIN PASSWORD 'open sesame'");
 }
