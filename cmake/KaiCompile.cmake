@@ -25,13 +25,13 @@ option(KAI_BUILD_TOOLS "Build the reference host and the provider emulator" ${PR
 option(KAI_WARNINGS "Compile with warnings" ${PROJECT_IS_TOP_LEVEL})
 option(KAI_WARNINGS_AS_ERRORS "Treat compiler warnings as errors (for this repository's own builds)" OFF)
 
-# The repository's root, to be cut from __FILE__ so that assertions name repository-relative paths. A compiler cache
-# that is told a base directory hands the compiler paths relative to the build directory, so both forms are cut.
+# The repository's root, to be removed from __FILE__ so that assertions name repository-relative paths. A compiler cache
+# with a base directory passes paths relative to the build directory to the compiler, so both forms are removed.
 get_filename_component(KAI_REPOSITORY_ROOT "${CMAKE_CURRENT_LIST_DIR}/.." ABSOLUTE)
 file(RELATIVE_PATH KAI_REPOSITORY_ROOT_FROM_BUILD "${CMAKE_BINARY_DIR}" "${KAI_REPOSITORY_ROOT}")
 string(REGEX REPLACE "/$" "" KAI_REPOSITORY_ROOT_FROM_BUILD "${KAI_REPOSITORY_ROOT_FROM_BUILD}")
 
-# CMake's own choice for Release is -O3, which makes the libraries larger and no turn cheaper. Other flags stay.
+# CMake's default for Release is -O3, which makes the libraries larger and no turn cheaper. Other flags stay.
 if(CMAKE_CXX_FLAGS_RELEASE MATCHES "(^| )-O3( |$)")
   add_compile_options($<$<CONFIG:Release>:-O2>)
 endif()
@@ -65,20 +65,20 @@ endfunction()
 
 option(KAI_LTO "Optimize the libraries once more when they are linked (release builds with g++)" ON)
 
-# With -Os, g++ copies with `rep movsb`, which takes longer than the call of memcpy that it saves.
+# With -Os, g++ copies with `rep movsb`, which takes longer than the call of memcpy that it replaces.
 include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag(-mstringop-strategy=libcall KAI_HAS_STRINGOP_STRATEGY)
 
-# kai_optimize_for_size(TARGET HOT_SOURCE...): compiles a library for size in release builds, all but the hot sources:
-# what runs for each byte of a text or each item of a list.
+# kai_optimize_for_size(TARGET HOT_SOURCE...): compiles a library for size in release builds, except for the hot sources,
+# whose code runs for each byte of a text or each item of a list.
 function(kai_optimize_for_size target)
   set(options -Os $<$<BOOL:${KAI_HAS_STRINGOP_STRATEGY}>:-mstringop-strategy=libcall>)
   target_compile_options(${target} PRIVATE "$<$<CONFIG:Release>:${options}>")
   set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS $<$<CONFIG:Release>:-O2>)
 endfunction()
 
-# kai_optimize_at_link(LIBRARY OBJECTS): optimizes a library across its sources, which OBJECTS compiles. Its object files
-# hold machine code as well, for what links them without this.
+# kai_optimize_at_link(LIBRARY OBJECTS): optimizes a library across its sources, which OBJECTS compiles. The object files
+# contain machine code as well, for targets that link them without this.
 function(kai_optimize_at_link library objects)
   if(KAI_LTO AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${objects} PRIVATE "$<$<CONFIG:Release>:-flto=auto;-ffat-lto-objects>")

@@ -5,8 +5,8 @@ include(GNUInstallDirs)
 
 # kai_install_pkg_config(TEMPLATE): configures TEMPLATE (NAME.pc.in) and installs NAME.pc.
 #
-# The file finds its prefix from where it stands itself: `cmake --install --prefix` may name another prefix than the
-# build was configured with, and an installed tree may be moved.
+# The file derives its prefix from its own location: `cmake --install --prefix` may name another prefix than the build was
+# configured with, and an installed tree may be moved.
 function(kai_install_pkg_config template)
   set(directory ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
   if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR} OR IS_ABSOLUTE ${CMAKE_INSTALL_INCLUDEDIR})

@@ -1,4 +1,4 @@
-// The chat-completions protocol as DeepSeek, OpenAI and many others speak it.
+// The chat-completions protocol of DeepSeek, OpenAI and many others.
 
 #include "emulator_chat_completions.h"
 
@@ -6,7 +6,7 @@
 
 namespace {
 
-// The checks of one request, worded for the service.
+// The checks of one request, with the service's error texts.
 class ChatReader {
 public:
     explicit ChatReader(const KAIChatDialect& dialect) : m_dialect(dialect) {}
@@ -173,7 +173,7 @@ KAIEmulatorJson writeUsage(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer&
     return usage;
 }
 
-// The members that a completion and each piece of a streamed one begin with.
+// The first members of a completion and of each piece of a streamed one.
 KAIEmulatorJson writeHead(const KAIEmulatedTurn& turn, const char* object) {
     return {{"id", makeIdentifier("", 32)},
             {"object", object},

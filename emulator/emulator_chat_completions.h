@@ -9,10 +9,10 @@
 
 /// Where services that speak chat completions differ.
 struct KAIChatDialect {
-    int malformedStatus;  ///< status for a body whose members are missing or of another type
+    int malformedStatus;  ///< status for a body with missing members or members of another type
     KAIRefusal (*refuseModel)(const std::string& model);  ///< for a model that is not on offer
-    bool hasRefusalMember;                                ///< messages say `"refusal": null`
-    bool hasCacheFigures;                                 ///< usage counts tokens that hit and missed the prompt cache
+    bool hasRefusalMember;                                ///< messages have `"refusal": null`
+    bool hasCacheFigures;                                 ///< usage has the tokens that hit and missed the prompt cache
     std::string_view keepAlive;                           ///< comment while a stream waits; empty: none
 };
 
@@ -23,7 +23,7 @@ struct KAIChatRequest {
     bool isUsageStreamed = false;
 };
 
-/// Throws KAIRefusal for what the service does not take.
+/// Throws KAIRefusal for a request that the service does not accept.
 [[nodiscard]] KAIChatRequest readChatRequest(const LoopbackRequest& request, const KAIChatDialect& dialect,
                                              const std::vector<KAIEmulatedModel>& models);
 [[nodiscard]] KAIEmulatorJson writeChatCompletion(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer& answer,

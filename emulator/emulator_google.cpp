@@ -22,7 +22,7 @@ KAIRefusal refuseName(std::string_view name, const std::string& place) {
                           (place.empty() ? "" : " at '" + place + "'") + ": Cannot find field.");
 }
 
-// What this protocol calls the kind of an error, by its HTTP status.
+// The protocol's name for an error, by its HTTP status.
 const char* describeStatus(int status) {
     switch (status) {
         case 400:
@@ -89,7 +89,7 @@ void checkNames(const KAIEmulatorJson& object, const std::string& place,
     }
 }
 
-// Members have two spellings, and a single value may stand for an array of one.
+// Members have two spellings, and a single value is accepted instead of an array of one.
 const KAIEmulatorJson* findEither(const KAIEmulatorJson& object, const char* name, const char* otherName) {
     const auto* member = findMember(object, name);
     return member != nullptr ? member : findMember(object, otherName);
@@ -211,7 +211,7 @@ KAIEmulatorJson writeCandidate(const KAIEmulatedChoice& choice, std::size_t inde
     if (!choice.reasoning.empty() && !choice.parts.empty()) {
         parts.back()["thoughtSignature"] = "ZW11bGF0b3I=";
     }
-    // A candidate that was stopped before its first word has a role and no parts.
+    // A candidate that stopped before its first word has a role and no parts.
     if (!parts.empty()) {
         content["parts"] = parts;
     }
@@ -227,7 +227,7 @@ KAIEmulatorJson countTokens(std::size_t tokens) {
     return KAIEmulatorJson::array({{{"modality", "TEXT"}, {"tokenCount", tokens}}});
 }
 
-// A candidate in a stream: one piece of it, which ends it when there is a finish reason.
+// A candidate in a stream: one piece of it, the last one if it has a finish reason.
 KAIEmulatorJson writeCandidatePiece(const std::string& text, std::size_t index, const std::string& finishReason) {
     KAIEmulatorJson candidate{{"content", {{"parts", KAIEmulatorJson::array({{{"text", text}}})}, {"role", "model"}}}};
     if (!finishReason.empty()) {
@@ -260,7 +260,7 @@ KAIEmulatorJson writeUsage(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer&
     return usage;
 }
 
-// Without a candidate the prompt was blocked: then the member "candidates" is absent.
+// Without a candidate the prompt was blocked; then the member "candidates" is missing.
 KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer& answer) {
     KAIEmulatorJson response = KAIEmulatorJson::object();
     for (const auto& choice : answer.choices) {
@@ -276,7 +276,7 @@ KAIEmulatorJson writeResponse(const KAIEmulatedTurn& turn, const KAIEmulatedAnsw
     return response;
 }
 
-// The responses of a stream, which joined are the answer. The text's last piece carries the finish reason.
+// The responses of a stream; joined, they are the answer. The text's last piece has the finish reason.
 class GoogleStream {
 public:
     GoogleStream(const KAIEmulatedTurn& turn, const KAIEmulatedAnswer& answer) : m_turn(turn), m_answer(answer) {}
@@ -326,7 +326,7 @@ private:
     std::string m_responseId = makeIdentifier("", 20);
 };
 
-// A stream that was not asked for as events is one array, its commas between the pieces.
+// A stream that was not requested as events is one array, with commas between the pieces.
 LoopbackReply joinAsArray(LoopbackReply reply) {
     for (std::size_t i = 0; i < reply.pieces.size(); ++i) {
         reply.pieces[i].insert(0, i == 0 ? "[" : ",\r\n");
@@ -388,8 +388,8 @@ private:
     using ServeModel = LoopbackReply (GoogleService::*)(const LoopbackRequest&, const std::string&,
                                                         KAIEmulatorScript&) const;
     struct ModelRoute {
-        std::string_view method;  // of HTTP, and of the model behind its colon
-        const char* action;       // as a refusal names it
+        std::string_view method;  // the HTTP method, and the model's method after its colon
+        const char* action;       // its name in a refusal
         ServeModel serve;
     };
     static const std::array<ModelRoute, 4> kModelRoutes;
@@ -434,7 +434,7 @@ private:
         }
     }
 
-    // One page. The token of the next one is the place where it begins.
+    // One page. The token of the next page is the index at which it begins.
     static LoopbackReply listModels(const LoopbackRequest& request, const KAIEmulatorScript& script) {
         const auto models = offerModels(script);
         const std::size_t pageSize = readCount(request, "pageSize", 50);
@@ -450,7 +450,7 @@ private:
         return writeReply(200, page);
     }
 
-    // A number in the query; 0 and nothing mean what the service does by itself.
+    // A number in the query; 0 and a missing number mean the service's default.
     static std::size_t readCount(const LoopbackRequest& request, const char* name, std::size_t usual) {
         const auto* text = request.findQueryParam(name);
         if (text == nullptr || text->empty()) {

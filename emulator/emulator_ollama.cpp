@@ -19,7 +19,7 @@ std::vector<KAIEmulatedModel> offerModels(const KAIEmulatorScript& script) {
                                          : script.obtainModels();
 }
 
-// Throws KAIRefusal when it is not installed.
+// Throws KAIRefusal if it is not installed.
 KAIEmulatedModel findModel(const KAIEmulatorScript& script, const std::string& name) {
     for (const KAIEmulatedModel& model : offerModels(script)) {
         if (completeName(model.name) == completeName(name)) {
@@ -125,7 +125,7 @@ KAIEmulatorJson readBody(const LoopbackRequest& request) {
     return *std::move(body);
 }
 
-// The two requests for a text: their answers differ in where the text stands.
+// The two requests for a text: their answers contain the text in different places.
 struct TextForm {
     KAIEmulatorJson (*write)(const std::string& text, const std::string& thinking);
 };
@@ -180,7 +180,7 @@ KAIEmulatorJson writeLast(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& 
     return response;
 }
 
-// One object a line, as this service answers a request that does not ask for a whole one.
+// One object per line, as this service answers a request that does not ask for a whole answer.
 LoopbackReply writeStream(const KAIEmulatedTurn& turn, const KAIEmulatedChoice& choice, const KAIEmulatedStream& stream,
                           TextForm form) {
     const auto writeLine = [](const KAIEmulatorJson& response) { return writeJson(response) + "\n"; };
@@ -213,7 +213,7 @@ protected:
         return (this->*route->serve)(request, script);
     }
 
-    // Everything that may be wrong is told in one string here.
+    // This service reports every error as one string.
     LoopbackReply writeRefusal(const KAIRefusal& refusal) const override {
         return writeJsonReply(refusal.status, {{"error", refusal.message}});
     }

@@ -10,7 +10,7 @@
 
 namespace {
 
-// Where a client may see what was left on the service; it is no part of the protocol.
+// Lists what clients left on the service; not part of the protocol.
 constexpr std::string_view kLeftPath = "/emulator/left";
 
 std::vector<KAIEmulatedModel> offerModels(const KAIEmulatorScript& script) {

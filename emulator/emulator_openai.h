@@ -8,7 +8,7 @@
 #include "emulator_openai_objects.h"
 #include "emulator_service.h"
 
-/// A request on its way to the object that it is about.
+/// A request with its path split into segments.
 struct OpenAICall {
     const LoopbackRequest& request;
     KAIEmulatorScript& script;
@@ -16,7 +16,7 @@ struct OpenAICall {
 
     [[nodiscard]] bool is(std::string_view method) const { return request.method == method; }
     [[nodiscard]] bool hasLength(std::size_t length) const { return path.size() == length; }
-    /// Refuses every method but this one.
+    /// Throws KAIRefusal for every other method.
     void demand(std::string_view method) const;
     [[noreturn]] void refuseMethod() const;
     [[noreturn]] void refusePath() const;
@@ -50,7 +50,7 @@ private:
     static LoopbackReply serveMessages(const Call& call, OpenAIThread& thread);
     static LoopbackReply serveMessage(const Call& call, OpenAIThread& thread, const std::string& id);
 
-    // In emulator_openai_runs.cpp
+    // Defined in emulator_openai_runs.cpp.
     LoopbackReply serveRuns(const Call& call, OpenAIThread& thread);
     static LoopbackReply serveRun(const Call& call, OpenAIThread& thread, OpenAIRun& run);
     static LoopbackReply serveSteps(const Call& call, const OpenAIRun& run);

@@ -14,7 +14,7 @@ enum class Kind : std::uint8_t { Text, Number, Object, Array, Flag, Anything };
 struct Member {
     std::string_view name;
     Kind kind = Kind::Anything;
-    double most = std::numeric_limits<double>::max();  // of a text: characters; of a number: its value, from 0
+    double most = std::numeric_limits<double>::max();  // for a text: characters; for a number: its value, from 0
 };
 
 constexpr double kLongestText = 256'000;
@@ -286,7 +286,7 @@ KAIEmulatorJson writeOpenAIList(std::vector<KAIEmulatorJson> objects, const Loop
     const std::size_t limit = readLimit(request);
     const bool hasMore = objects.size() > limit;
     if (hasMore && before != nullptr) {
-        // The page that ends before this object, not the first of all.
+        // The page just before this object, not the first page of all.
         objects.erase(objects.begin(), objects.end() - static_cast<std::ptrdiff_t>(limit));
     }
     objects.resize(std::min(objects.size(), limit));

@@ -15,17 +15,17 @@ void checkOpenAIAssistant(const KAIEmulatorJson& body);
 void checkOpenAIThread(const KAIEmulatorJson& body);
 void checkOpenAIMessage(const KAIEmulatorJson& body);
 void checkOpenAIRun(const KAIEmulatorJson& body);
-/// What may be changed of a thread that exists.
+/// Checks a change of an existing thread.
 void checkOpenAIThreadChange(const KAIEmulatorJson& body);
-/// What may be changed of a message or a run that exists: its metadata.
+/// Checks a change of an existing message or run: only its metadata may change.
 void checkOpenAIMetadata(const KAIEmulatorJson& body);
 void checkOpenAIToolOutputs(const KAIEmulatorJson& body);
 
-/// A member that must be there, as text.
+/// A required member, as text.
 [[nodiscard]] std::string readRequiredText(const KAIEmulatorJson& body, const char* name);
 /// The texts of a message's content, which is a string or an array of text items.
 [[nodiscard]] std::vector<std::string> readContentTexts(const KAIEmulatorJson& content);
-/// The page of a list (of any objects with an id, oldest first) that the query asks for.
+/// The page that the query requests, of a list of objects with ids, oldest first.
 [[nodiscard]] KAIEmulatorJson writeOpenAIList(std::vector<KAIEmulatorJson> objects, const LoopbackRequest& request);
 
 #endif

@@ -50,7 +50,7 @@ KAIEmulatorJson makeStep(const OpenAIRun& run, const KAIEmulatorJson& message) {
             {"usage", run.object.at("usage")}};
 }
 
-// What a run asks of its client when it waits for a tool.
+// What a run requests from its client when it waits for a tool.
 KAIEmulatorJson makeRequiredAction() {
     const KAIEmulatorJson call{{"id", makeIdentifier("call_", 24)},
                                {"type", "function"},

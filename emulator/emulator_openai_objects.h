@@ -9,7 +9,7 @@
 
 #include "emulator_turn.h"
 
-/// One attempt of an assistant to answer a thread. Each poll shows the next of the states that the script wants.
+/// One attempt of an assistant to answer a thread. Each poll returns the next state of the script.
 struct OpenAIRun {
     KAIEmulatorJson object;
     KAIEmulatedAnswer answer;
@@ -17,9 +17,9 @@ struct OpenAIRun {
     std::vector<KAIEmulatorJson> steps{};  ///< oldest first
 
     [[nodiscard]] std::string obtainID() const;
-    /// Throws KAIRefusal when there is none of this id.
+    /// Throws KAIRefusal if there is none with this id.
     [[nodiscard]] const KAIEmulatorJson& obtainStep(const std::string& id) const;
-    /// Whether it may still change: meanwhile the thread takes neither messages nor runs.
+    /// Whether it may still change. While it may, the thread accepts neither messages nor runs.
     [[nodiscard]] bool isActive() const;
 };
 
@@ -29,14 +29,14 @@ struct OpenAIThread {
     std::deque<OpenAIRun> runs;
 
     [[nodiscard]] const OpenAIRun* findActiveRun() const;
-    /// Throws KAIRefusal when there is none of this id.
+    /// Throws KAIRefusal if there is none with this id.
     [[nodiscard]] OpenAIRun& obtainRun(const std::string& id);
     [[nodiscard]] KAIEmulatorJson& obtainMessage(const std::string& id);
-    /// Adds a message that a client's body asks for, which has been checked.
+    /// Adds the message of a client's body, which has been checked.
     KAIEmulatorJson& addMessage(const KAIEmulatorJson& body);
 };
 
-/// What clients have on the service, in the order of creation. What is looked for and is not there is refused with 404.
+/// The objects of clients on the service, in the order of creation. Missing objects are refused with 404.
 class OpenAIStore {
 public:
     KAIEmulatorJson& addAssistant(KAIEmulatorJson object);
@@ -54,23 +54,23 @@ private:
     std::deque<OpenAIThread> m_threads;
 };
 
-/// An assistant with the members of a request's body over the service's own.
+/// An assistant with the service's own members, overridden by those of a request's body.
 [[nodiscard]] KAIEmulatorJson makeOpenAIAssistant(const KAIEmulatorJson& body);
 [[nodiscard]] KAIEmulatorJson makeOpenAIThread(const KAIEmulatorJson& body);
 /// A message of these texts, one content item each.
 [[nodiscard]] KAIEmulatorJson makeOpenAIMessage(const OpenAIThread& thread, const std::string& role,
                                                 const std::vector<std::string>& texts);
-/// A queued run of an assistant on a thread. The body's members go before the assistant's.
+/// A queued run of an assistant on a thread. The body's members override the assistant's.
 [[nodiscard]] KAIEmulatorJson makeOpenAIRun(const OpenAIThread& thread, const KAIEmulatorJson& assistant,
                                             const KAIEmulatorJson& body);
-/// The conversation that a run is to answer.
+/// The conversation that a run has to answer.
 [[nodiscard]] KAIEmulatedTurn describeTurn(const OpenAIThread& thread, const KAIEmulatorJson& run);
 
-/// Brings a run to its next state, with all that comes with it: times, errors, the answer in the thread.
+/// Moves a run to its next state, with its consequences: times, errors, the answer in the thread.
 void advanceRun(OpenAIThread& thread, OpenAIRun& run);
-/// Ends a run on the client's wish. Throws KAIRefusal when it has ended already.
+/// Cancels a run. Throws KAIRefusal if it has already ended.
 void cancelRun(OpenAIRun& run);
-/// Lets a run go on that waits for the outputs of tools. Throws KAIRefusal when it does not wait.
+/// Continues a run that waits for the outputs of tools. Throws KAIRefusal if it does not wait.
 void submitToolOutputs(OpenAIRun& run);
 
 #endif

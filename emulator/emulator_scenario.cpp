@@ -19,7 +19,7 @@ Values describeTurn(const KAIEmulatedTurn& turn) {
             {"{instruction_bytes}", std::to_string(turn.instructions.size())}};
 }
 
-// One pass: what a value brings along is not filled in again.
+// One pass: placeholders inside inserted values are not replaced.
 std::string fillIn(std::string_view text, const Values& values) {
     std::string result;
     while (!text.empty()) {
@@ -43,7 +43,7 @@ bool isFoundIn(const std::string& text, const std::string& part) {
     return std::search(text.begin(), text.end(), part.begin(), part.end(), isSame) != text.end() || part.empty();
 }
 
-// POSIX matching, since that of the standard library recurses with the length of the text.
+// POSIX matching, because the standard library's recurses with the length of the text.
 bool isMatchedIn(const std::string& text, const std::string& pattern) {
     regex_t compiled;
     if (regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_ICASE | REG_NOSUB) != 0) {

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Where in the file one is, for messages.
+// The current position in the file, for error messages.
 class Place {
 public:
     Place(std::string name, std::string path) : m_name(std::move(name)), m_path(std::move(path)) {}
@@ -121,7 +121,7 @@ void readWhen(const KAIEmulatorJson& when, const Place& place, KAIScenarioRule& 
     }
 }
 
-// What a rule does to the finished reply.
+// A rule's changes to the finished reply.
 struct Delivery {
     std::optional<std::string> body{};
     std::size_t blankLines = 0;
@@ -268,7 +268,7 @@ void readRun(const KAIEmulatorJson& run, const Place& place, KAIEmulatedAnswer& 
     }
 }
 
-// What happens to the connection of a stream.
+// Reads what happens to the connection of a stream.
 void readCut(const KAIEmulatorJson& cut, const Place& place, KAIEmulatedStream& stream) {
     checkMembers(cut, place, {"after", "fault", "stall_ms"});
     stream.fault = LoopbackFault::CutInBody;

@@ -13,7 +13,7 @@
 #include "emulator_scenario.h"
 #include "emulator_turn.h"
 
-/// Decides what the model says: what was queued, else what a function says, else what the scenario says.
+/// Decides the model's answer: a queued one, otherwise the function's, otherwise the scenario's.
 class KAIEmulatorScript {
 public:
     void setModels(std::vector<KAIEmulatedModel> models) { m_scenario.models = std::move(models); }
@@ -24,11 +24,11 @@ public:
     void answerWith(std::function<KAIEmulatedAnswer(const KAIEmulatedTurn&)> function) {
         m_function = std::move(function);
     }
-    /// How answers that say nothing of it are streamed.
+    /// How answers without their own setting are streamed.
     void setStream(KAIEmulatedStream stream) { m_stream = std::move(stream); }
     void playScenario(KAIScenario scenario) { m_scenario = std::move(scenario); }
 
-    /// Gives the turn its number and its answer. The answer says how it is streamed.
+    /// Numbers the turn and returns its answer, which also says how it is streamed.
     [[nodiscard]] KAIEmulatedAnswer decide(KAIEmulatedTurn turn);
 
 private:

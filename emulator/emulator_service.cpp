@@ -114,7 +114,7 @@ std::string obtainTimestamp() {
 
 std::string makeIdentifier(std::string_view prefix, std::size_t digits) {
     static std::atomic<std::uint64_t> count{0};
-    // Multiplied by an odd number the count stays unique and does not look like one that a client could rely on.
+    // Multiplying by an odd number keeps the value unique, and clients cannot rely on its order.
     std::uint64_t value = ++count * 0x9E3779B97F4A7C15U;
     std::string text(prefix);
     for (std::size_t i = 0; i < digits; ++i) {

@@ -10,22 +10,22 @@
 #include "emulator_script.h"
 #include "kai_emulator.h"
 
-/// One provider's protocol: routes, checks, and the shape of what is answered. Used by one thread at a time.
+/// One provider's protocol: routes, checks, and the form of its replies. Used by one thread at a time.
 class KAIEmulatedService {
 public:
     virtual ~KAIEmulatedService() = default;
 
-    /// The reply to one request, be it a refusal.
+    /// The reply to one request, which may be a refusal.
     [[nodiscard]] LoopbackReply answer(const LoopbackRequest& request, KAIEmulatorScript& script);
-    /// What clients left on the service.
+    /// The ids of objects that clients left on the service.
     [[nodiscard]] virtual std::vector<std::string> listLeft() const { return {}; }
 
 protected:
-    /// Throws KAIRefusal for a request that the service does not take.
+    /// Throws KAIRefusal for a request that the service does not accept.
     virtual LoopbackReply serve(const LoopbackRequest& request, KAIEmulatorScript& script) = 0;
     [[nodiscard]] virtual LoopbackReply writeRefusal(const KAIRefusal& refusal) const = 0;
 
-    /// The reply that an answer asks for: its refusal, else what `write` makes; changed as the answer wants it.
+    /// The reply for an answer: its refusal, or else the result of `write`; then modified by the answer's `change`.
     [[nodiscard]] LoopbackReply deliver(const KAIEmulatedAnswer& answer,
                                         const std::function<LoopbackReply()>& write) const;
 };
@@ -37,21 +37,21 @@ protected:
 
 /// Whether the Authorization header is "Bearer " and the key (any key but an empty one when `key` is empty).
 [[nodiscard]] bool isBearerAccepted(const LoopbackRequest& request, const std::string& key);
-/// Whether a key that a client shows is the one wanted (any but an empty one when `wanted` is empty).
+/// Whether a client's key is the required one (any but an empty one if `wanted` is empty).
 [[nodiscard]] bool isKeyAccepted(std::string_view shown, std::string_view wanted);
-/// Whether the body is announced as JSON.
+/// Whether the Content-Type says JSON.
 [[nodiscard]] bool isJsonAnnounced(const LoopbackRequest& request);
 
-/// The body as JSON; nothing when it is not JSON.
+/// The body as JSON; nothing if it is not JSON.
 [[nodiscard]] std::optional<KAIEmulatorJson> parseBody(const LoopbackRequest& request);
-/// The member of an object; null when there is none or `object` is not an object.
+/// The member of an object; null if there is none or `object` is not an object.
 [[nodiscard]] const KAIEmulatorJson* findMember(const KAIEmulatorJson& object, const char* name);
 
-/// What a service would count as tokens: some four bytes each.
+/// A service's token count, estimated: about four bytes per token.
 [[nodiscard]] std::size_t estimateTokens(std::string_view text);
 [[nodiscard]] std::size_t estimateTokens(const KAIEmulatedTurn& turn);
 
-/// A piece of a path with its percent-encoding undone.
+/// A part of a path, percent-decoded.
 [[nodiscard]] std::string decodePathText(std::string_view text);
 /// Whether a model of this name is on offer.
 [[nodiscard]] bool isOffered(const std::vector<KAIEmulatedModel>& models, std::string_view name);

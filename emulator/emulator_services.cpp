@@ -1,4 +1,4 @@
-// The services that can be emulated: one row each. Nothing else of the emulator's core names one.
+// The services that can be emulated, one row each. Nothing else in the emulator's core names a service.
 
 #include <algorithm>
 #include <array>

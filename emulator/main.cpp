@@ -135,7 +135,7 @@ KAIScenario loadScenario(const Arguments& arguments) {
     return scenario;
 }
 
-// Under its own name only once it is whole, so that who waits for the file never reads half of it.
+// The file gets its name only when it is complete, so that nobody who waits for it reads a part of it.
 void writeFile(const std::string& path, const std::string& text) {
     const std::string temporary = path + ".new";
     std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
@@ -166,12 +166,12 @@ void announce(const Arguments& arguments, KAIEmulator& emulator) {
     std::cout << line.dump() << std::endl;
 }
 
-// Gemini's key stands in the query, so only the path is told.
+// Gemini's key is in the query, so only the path is logged.
 void log(const LoopbackRequest& request, int status) {
     std::cerr << request.method + " " + request.path + " " + std::to_string(status) + "\n";
 }
 
-// Header fields and query parameters, where keys stand, are left out.
+// Header fields and query parameters, which may contain keys, are left out.
 void record(std::ofstream& file, const LoopbackRequest& request) {
     const auto body = KAIEmulatorJson::parse(request.body, nullptr, false);
     const KAIEmulatorJson line{{"method", request.method},
@@ -207,7 +207,7 @@ void run(const Arguments& arguments, const sigset_t& ending) {
 }
 
 int start(int argc, char** argv) {
-    // Blocked before a thread is started, and taken one at a time by sigwait().
+    // Blocked before any thread is started, and received one at a time with sigwait().
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);

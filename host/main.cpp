@@ -20,7 +20,7 @@ namespace {
 
 using namespace host;
 
-/// The library's checks are followed by guards, and one of them reports every temperature: nothing here for a user.
+/// Guards follow the library's checks, and every temperature makes one check report: users need not see that.
 void ignoreAssertion(const char* /*condition*/, const char* /*sourceFile*/, int /*line*/) {}
 
 ExitCode runCommand(const Options& options, Console& console) {
@@ -43,7 +43,7 @@ ExitCode runCommand(const Options& options, Console& console) {
     return ExitCode::Usage;
 }
 
-/// Ends as a program does whose reader has gone away, now that everything is cleaned up.
+/// Ends like a program whose reader is gone, after everything is cleaned up.
 int endByBrokenPipe() {
     signal(SIGPIPE, SIG_DFL);
     raise(SIGPIPE);
@@ -75,7 +75,7 @@ int run(Options& options) {
 
 int main(int argumentCount, char** arguments) {
     if (argumentCount == 2 && std::string_view(arguments[1]) == kWorkerWord) {
-        // At once: the program that started this one ends it when it has what it wants, and nothing needs cleaning.
+        // With _exit(): the parent kills this process when it has what it needs, and nothing needs cleanup.
         _exit(runDatabaseWorker());
     }
     cfSetAssertionHandler(&ignoreAssertion);

@@ -30,7 +30,7 @@ std::string describeLeftOut(const FittedStructure& fitted, const Budget& budget)
            formatCount(fitted.leftOut.size()) + " are left out " + budget.reason + ": " + makeOneLine(names);
 }
 
-/// Keeps of the structure what the command line chooses, and adds a warning for what looks mistyped.
+/// Keeps the parts of the structure that the command line selects, and adds a warning for patterns that look mistyped.
 void choose(DatabaseStructure& structure, const StructureChoice& choice) {
     const FilterSummary summary = filterStructure(structure, {.schemas = splitPatterns(choice.schemas),
                                                               .relations = splitPatterns(choice.tables),
@@ -81,7 +81,7 @@ std::string describeDatabase(AssistantSettings& settings, const OpenDatabase& da
         fitted = fitToBudget(database.structure, budget.tokens, question);
     }
     if (choice.isDetailed) {
-        // An empty text would remove the name, and leave a former one out.
+        // An empty text would remove the entry, and a former text would then be missing.
         settings.systemInstructions["4_detail"] = "More about the tables:\n" + writeDetail(fitted.structure);
     }
     settings.structure = makeStructureVariant(fitted.structure);

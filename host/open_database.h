@@ -12,29 +12,29 @@
 
 namespace host {
 
-/// The user's database and what was read of its structure.
+/// The user's database and its structure.
 struct OpenDatabase {
     Database database;
     DatabaseStructure structure;
 };
 
-/// Opens a database and reads its structure; says on standard error what had to be left out.
-/// @param choice  what of the structure is kept; its budget is left to describeDatabase
+/// Opens a database and reads its structure; reports on standard error what is left out.
+/// @param choice  the parts of the structure to keep; describeDatabase applies its budget
 /// Throws HostError: Usage, Database, or Cancelled after Ctrl-C.
 [[nodiscard]] OpenDatabase openDatabase(const std::string& source, const StructureChoice& choice, Console& console);
 
-/// How many tokens the structure may take, and who says so.
+/// The most tokens for the structure, and the reason.
 struct Budget {
     std::size_t tokens = 0;  ///< 0: no limit
     std::string reason{};    ///< "for --budget 4096"
 };
 
-/// The budget that the command line gives.
+/// The budget from the command line.
 [[nodiscard]] Budget obtainChosenBudget(const StructureChoice& choice);
 
-/// Adds to an assistant's settings what it is told about a database.
-/// @param question  tables that it names are the last to be left out where the budget is short
-/// @return one line that says what the budget left out; empty where nothing is
+/// Adds the description of a database to an assistant's settings.
+/// @param question  the tables that it names are left out last if the budget is too small
+/// @return one line that says what the budget left out; empty if nothing
 [[nodiscard]] std::string describeDatabase(AssistantSettings& settings, const OpenDatabase& database,
                                            const StructureChoice& choice, const Budget& budget,
                                            std::string_view question);

@@ -37,7 +37,7 @@ constexpr const char* kChatFooter = R"(
 In a chat, a line is a question; one that begins with a backslash or a slash is a command. \help shows them.
 Alt-Enter begins another line of a question. Ctrl-C cancels a turn; twice it ends the chat.)";
 
-/// What CLI11 fills before it becomes Options.
+/// The values that CLI11 fills in, before they become Options.
 struct RawOptions {
     Options options;
     std::vector<std::string> questionWords;
@@ -234,7 +234,7 @@ Options finishOptions(RawOptions& raw) {
     }
     options.http.timeout = std::chrono::seconds(raw.timeoutSeconds);
     options.limits.maxTime = std::chrono::seconds(raw.sqlTimeoutSeconds);
-    // Enough for what a column shows, combining marks included; not more is kept of a value.
+    // Enough for the content of a column, including combining marks; no more of a value is kept.
     constexpr std::size_t kMaxBytesPerColumn = 16;
     options.limits.maxCellBytes = options.maxCellColumns * kMaxBytesPerColumn;
     options.limits.maxRows = options.maxRows.value_or(options.limits.maxRows);
@@ -245,7 +245,7 @@ Options finishOptions(RawOptions& raw) {
     return std::move(options);
 }
 
-/// What to say of an option that there is not: its name without a value, which may be a key. Empty: all are known.
+/// The text about an unknown option: its name without a value, which may be a key. Empty if all are known.
 std::string describeUnknown(const std::vector<std::string>& remaining) {
     for (const std::string& word : remaining) {
         if (word.size() < 2 || word.front() != '-') {
@@ -268,7 +268,7 @@ ParsedCommandLine failUsage(const std::string& message) {
     return parsed;
 }
 
-/// What CLI11 found out of order, in one line.
+/// CLI11's error in one line.
 ParsedCommandLine describeParseError(const CLI::App& program, const CLI::ParseError& error) {
     const std::vector<std::string> remaining = program.remaining(true);
     if (const std::string unknown = describeUnknown(remaining); !unknown.empty()) {

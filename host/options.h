@@ -16,15 +16,15 @@ namespace host {
 
 enum class Command { Ask, Chat, Models, Prompt, Forget, Config, Check };
 
-/// What the command line asks for, and the settings file beside it.
+/// The options from the command line, with the settings file.
 struct Options {
     Command command = Command::Ask;
     Settings settings;
-    std::string question;  ///< "-": to be read from the standard input
+    std::string question;  ///< "-": read it from the standard input
 
     std::string database;
     StructureChoice structure;
-    std::size_t sharedRows = 0;  ///< rows of a result that go with the next question
+    std::size_t sharedRows = 0;  ///< rows of a result that are sent with the next question
     std::string provider;        ///< empty: not given
     std::optional<std::string> apiHost;
     std::string model;
@@ -47,20 +47,19 @@ struct Options {
     std::size_t maxCellColumns = 80;
 };
 
-/// Takes from the settings file what the command line leaves open: the format of `ask --run`.
+/// Takes options that are missing on the command line from the settings file: the format of `ask --run`.
 /// Throws HostError (Usage) for an unknown format.
 void applySettings(Options& options, Settings settings);
 
-/// What reading the command line led to.
+/// The result of parsing the command line.
 struct ParsedCommandLine {
-    std::optional<Options> options;  ///< nothing: the program ends with `exitCode` after printing the texts
+    std::optional<Options> options;  ///< nothing: print the texts and end with `exitCode`
     int exitCode = 0;
     std::string output;  ///< for the standard output: help or version
     std::string error;   ///< one line for the standard error
 };
 
-/// Reads the command line. Nothing that stands there is repeated in an error but the names of options: somebody may
-/// have tried to give a key.
+/// Parses the command line. Errors repeat only names of options, because a user may have typed a key.
 [[nodiscard]] ParsedCommandLine parseCommandLine(int argumentCount, const char* const* arguments);
 
 }  // namespace host

@@ -19,7 +19,7 @@ namespace {
 
 struct Name {
     std::string_view name;
-    bool isProviders;  ///< means something to one provider only
+    bool isProviders;  ///< applies to one provider only
 };
 
 constexpr std::array<Name, 9> kNames{{{"provider", false},
@@ -50,7 +50,7 @@ std::string findFileName() {
         const char* value = std::getenv(name);
         return std::filesystem::path(value != nullptr ? value : "");
     };
-    // A relative path there is to be ignored.
+    // A relative path in the variable must be ignored.
     if (const std::filesystem::path directory = read("XDG_CONFIG_HOME"); directory.is_absolute()) {
         return directory / "kai" / "config";
     }
@@ -127,7 +127,7 @@ Settings Settings::read() {
 }
 
 std::optional<Setting> Settings::findIn(std::string_view section, std::string_view name) const {
-    // The last line counts, as people add theirs at the end.
+    // The last line counts, because people add theirs at the end.
     const auto found = std::find_if(m_settings.rbegin(), m_settings.rend(), [&](const Setting& setting) {
         return setting.provider == section && setting.name == name;
     });

@@ -8,9 +8,9 @@
 
 namespace host {
 
-/// One value of the settings file and where it stands.
+/// One value of the settings file and its place.
 struct Setting {
-    std::string provider;  ///< the section that it stands in; empty: before the first section
+    std::string provider;  ///< its section; empty: before the first section
     std::string name;
     std::string value;
     std::string origin;  ///< "FILE, line 3"
@@ -18,7 +18,7 @@ struct Setting {
 
 /// The user's settings file: $XDG_CONFIG_HOME/kai/config, or ~/.config/kai/config.
 ///
-///     # What kai takes where the command line says nothing.
+///     # Defaults for what the command line leaves open.
 ///     provider = deepseek
 ///     format = csv
 ///
@@ -26,13 +26,13 @@ struct Setting {
 ///     model = deepseek-v4-flash
 ///     key-file = /home/me/keys/deepseek
 ///
-/// A section holds for one provider. What stands before the first one holds for all of them, "model", "host" and the
-/// key for the usual provider only: another one does not know them.
+/// A section applies to one provider. Values before the first section apply to all of them, but "model", "host" and the
+/// key only to the default provider: another one does not know them.
 class Settings {
 public:
     Settings() = default;
 
-    /// Reads the file. One that does not exist is empty.
+    /// Reads the file. A missing file is empty.
     /// Throws HostError (Usage) for a line that cannot be understood, or a file that cannot be read.
     [[nodiscard]] static Settings read();
     /// Reads a text. @param fileName  for messages
@@ -41,10 +41,10 @@ public:
     /// The value for all providers.
     [[nodiscard]] std::optional<Setting> find(std::string_view name) const;
     /// The value for one provider.
-    /// @param isUsual  whether it is the one that is used where none is named
+    /// @param isUsual  whether it is the default provider
     [[nodiscard]] std::optional<Setting> findFor(std::string_view provider, bool isUsual, std::string_view name) const;
 
-    /// Where the file is, or would be; empty where there is no place for one.
+    /// The path of the file, whether it exists or not; empty if there is no place for it.
     [[nodiscard]] const std::string& obtainFileName() const noexcept { return m_fileName; }
 
 private:

@@ -1,14 +1,14 @@
 # shellcheck shell=bash
 # Clean Debian root file systems for the scripts beside this file. Sourced after lib.sh, not run.
 #
-# A script calls run_in_namespaces first: what is mounted and started from there on ends with it, whatever happens.
-# Then make_clean_root makes a file system with nothing but a minimal Debian and git in $clean_root, and run_inside runs
-# commands in it. Packages come from where this machine's own apt takes them: its mirror, proxy and certificates are
-# carried over. Everything needs root.
+# A script calls run_in_namespaces first: then everything that it mounts and starts ends with it, whatever happens. Then
+# make_clean_root makes a file system with only a minimal Debian and git in $clean_root, and run_inside runs commands in
+# it. Packages come from the same sources as this machine's own: its mirror, proxy and certificates are copied. Everything
+# needs root.
 
 readonly clean_suite=bookworm
 
-# run_in_namespaces ARGUMENT...: runs the calling script again, with these arguments, in namespaces of its own and with a
+# run_in_namespaces ARGUMENT...: runs the calling script again, with these arguments, in its own namespaces and with a
 # directory $clean_root that is removed afterwards. Returns only in that second run.
 #
 # With KAI_CLEAN_ROOT=DIRECTORY in the environment the file system is made there and left there.
@@ -47,7 +47,7 @@ list_sources() {
         awk -v suite="$clean_suite" '$2 == suite || index($2, suite "-") == 1' | sort -u
 }
 
-# Gives the new root file system this machine's way to its packages.
+# Copies this machine's access to packages to the new root file system.
 carry_over_apt_settings() {
     list_sources | sed 's/^/deb /' >"$clean_root/etc/apt/sources.list"
     apt-config dump | grep -E '^Acquire::([a-z]+::(Proxy|CaInfo|Verify)|Check-Valid-Until|Check-Date)' \
@@ -64,7 +64,7 @@ carry_over_apt_settings() {
     fi
 }
 
-# Unpacks the file system from $KAI_CLEAN_ROOT_BASE where that names a file; makes it otherwise, and keeps it there.
+# Unpacks the file system from $KAI_CLEAN_ROOT_BASE if that file exists; otherwise makes it and stores it there.
 bootstrap() {
     local base=${KAI_CLEAN_ROOT_BASE:-} mirror
     if [[ -n $base && -f $base ]]; then
@@ -95,7 +95,7 @@ clone_inside() {
     run_inside bash -c "git clone --quiet /srv/libkai.git ~/clone"
 }
 
-# Runs a command inside, with an environment of its own.
+# Runs a command inside, with a clean environment.
 run_inside() {
     chroot "$clean_root" env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LANG=C.UTF-8 \
         ${http_proxy:+http_proxy="$http_proxy"} ${https_proxy:+https_proxy="$https_proxy"} \

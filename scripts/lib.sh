@@ -1,10 +1,10 @@
 # shellcheck shell=bash
-# What the scripts beside this file share. Sourced, not run:
+# Functions that the scripts share. Sourced, not run:
 #
 #   . "$(dirname -- "${BASH_SOURCE[0]}")/lib.sh"
 #
-# It stops the script at the first failing command with a line that says what was being done, goes to the repository's
-# root, and answers --help with the comment at the head of the calling script.
+# It stops the script at the first failing command with a line that says what the script was doing, changes to the
+# repository's root, and answers --help with the comment at the head of the calling script.
 
 set -euo pipefail
 shopt -s inherit_errexit
@@ -15,7 +15,7 @@ KAI_ROOT=$(cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)
 readonly KAI_ROOT
 cd -- "$KAI_ROOT"
 
-# A line for the person who watches: what happens now, or what happened.
+# Prints a line for the user: what happens now, or what happened.
 say() {
     kai_step=$*
     printf '== %s\n' "$*"
@@ -39,7 +39,7 @@ die() {
     exit 1
 }
 
-# Ends the script when it was called in a way it does not know.
+# Ends the script because of an unknown argument.
 refuse_argument() {
     printf '%s: unknown argument: %s (--help tells what there is)\n' "$kai_script" "$1" >&2
     trap - EXIT
@@ -75,8 +75,8 @@ run_apt_get() {
     "${command[@]}" </dev/null
 }
 
-# install_packages GROUP...: installs what is missing of the groups of scripts/packages.list, saying what and why.
-# Where all is there it does nothing and says nothing.
+# install_packages GROUP...: installs the missing packages of these groups of scripts/packages.list, and says which and
+# why. If nothing is missing, it does and says nothing.
 install_packages() {
     local table package reason
     local -a missing=() reasons=()
@@ -107,8 +107,8 @@ install_packages() {
     run_apt_get -qq -o Dpkg::Use-Pty=0 install --yes --no-install-recommends "${missing[@]}"
 }
 
-# list_files PATTERN...: the repository's files that match (".": all), new ones that are not committed yet included, ended
-# by NUL bytes. An unpacked archive, which has no repository, is looked at as a new one; a checkout may be another user's.
+# list_files PATTERN...: the repository's files that match (".": all), including new uncommitted ones, each followed by a
+# NUL byte. An unpacked archive, which has no repository, is treated as a new one; a checkout may be another user's.
 list_files() {
     local -a git=(git -c "safe.directory=$KAI_ROOT")
     local empty=
@@ -124,7 +124,7 @@ list_files() {
     [[ -z $empty ]] || rm -rf -- "$empty"
 }
 
-# Lets the compiler's results be kept across builds where ccache is there. Nothing depends on it.
+# Uses ccache, if it is installed, to reuse the compiler's results. Nothing depends on it.
 use_ccache() {
     if [[ ${CMAKE_CXX_COMPILER_LAUNCHER:-ccache} == ccache ]] && command -v ccache >/dev/null; then
         export CMAKE_CXX_COMPILER_LAUNCHER=ccache

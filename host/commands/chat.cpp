@@ -12,7 +12,7 @@
 namespace host {
 namespace {
 
-/// The chat's loop: a line, or a pasted text, is a turn or a command.
+/// The chat's loop: each line, or pasted text, is a question or a command.
 class Chat {
 public:
     Chat(const Options& options, Console& console)
@@ -60,7 +60,7 @@ private:
         guard([&] { offerToRun(); });
     }
 
-    /// A failure does not end the chat; the last one is its exit code.
+    /// A failure does not end the chat; the exit code is that of the last failure.
     template <typename Action>
     void guard(Action action) {
         try {
@@ -85,13 +85,13 @@ private:
 
     void ask(const std::string& question) {
         if (m_hasAnswer && !m_console.isInteractive() && m_commands.isAnswerPrinted()) {
-            m_console.printPlain("\n");  // between two turns, where no prompt stands
+            m_console.printPlain("\n");  // between two turns, if there is no prompt
         }
         m_commands.ask(question);
         m_hasAnswer = true;
     }
 
-    /// On a terminal, SQL runs when its user says so, in the form in which it stands there.
+    /// On a terminal, SQL runs only if the user agrees, unchanged or edited.
     void offerToRun() {
         if (!m_console.isInteractive() || m_isEnded) {
             return;

@@ -17,7 +17,7 @@
 namespace host {
 namespace {
 
-/// How often one question's SQL is sent back for correction: each time is a turn that is paid for.
+/// How often one question's SQL is sent back for correction: each time is a paid turn.
 constexpr int kMaxFixes = 2;
 
 [[noreturn]] void fail(const std::string& message) {

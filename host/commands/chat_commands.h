@@ -11,8 +11,8 @@
 
 namespace host {
 
-/// What can be done in a chat: questions, and lines that begin with a backslash or a slash. A new command is one row of
-/// the table in chat_commands.cpp.
+/// Handles the lines of a chat: questions, and commands, which begin with a backslash or a slash. A new command is one
+/// row of the table in chat_commands.cpp.
 class ChatCommands {
 public:
     enum class Next { Line, End };
@@ -21,19 +21,19 @@ public:
 
     [[nodiscard]] static bool isCommand(const std::string& line);
 
-    /// Runs a command. Throws HostError for one that fails or does not exist.
+    /// Runs a command. Throws HostError if it fails or does not exist.
     [[nodiscard]] Next run(const std::string& line);
     void ask(const std::string& question);
 
-    /// Whether answers are printed, and not only what is made of them.
+    /// Whether answers are printed, and not only their SQL or results.
     [[nodiscard]] bool isAnswerPrinted() const;
 
-    /// The SQL that the user wants to edit before it runs; nothing when none was asked for.
+    /// The SQL that the user wants to edit before it runs; nothing if there is none.
     [[nodiscard]] std::optional<std::string> takeSqlToEdit();
-    /// Whether the last answer has SQL that the user is to be asked about.
+    /// Whether to ask the user to run the SQL of the last answer.
     [[nodiscard]] bool takeOfferToRun();
     void dropOffers();
-    /// Whether SQL has just failed that the model can be asked to correct.
+    /// Whether SQL has just failed and the model can be asked to correct it.
     [[nodiscard]] bool canFix() const;
 
     void runEdited(const std::string& sql);
@@ -62,7 +62,7 @@ private:
 
     void takeTurn(const std::string& question);
     [[nodiscard]] const OpenDatabase& obtainDatabase() const;
-    /// Goes on with other options; the former conversation stays where these do not work.
+    /// Continues with other options. If they do not work, the former conversation stays.
     void restart(const Options& options);
 
     Options m_options;
@@ -70,7 +70,7 @@ private:
     std::unique_ptr<Conversation> m_conversation;
     std::optional<std::string> m_sqlToEdit;
     bool m_hasOffer = false;
-    int m_fixCount = 0;  ///< corrections asked for since the user's last question
+    int m_fixCount = 0;  ///< corrections requested since the user's last question
     bool m_isEnded = false;
 };
 

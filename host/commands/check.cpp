@@ -14,8 +14,8 @@
 namespace host {
 namespace {
 
-/// Goes from the database to the model and says of each step whether it works. A step that needs one that failed is
-/// left out.
+/// Checks every step from the database to the model and reports whether it works. A step that needs a failed one is
+/// skipped.
 class CheckUp {
 public:
     CheckUp(const Options& options, Console& console)
@@ -108,7 +108,7 @@ private:
         return name + " is " + resolveName(name);
     }
 
-    /// Its issuer tells a provider's certificate from that of something that stands between.
+    /// The issuer shows whether this is the provider's certificate or that of a server in between.
     std::string checkCertificate() {
         const ServerCertificate certificate = readCertificate(obtainServer(), obtainPatience());
         return "the server shows the certificate of " + certificate.subject + ", issued by " + certificate.issuer +
@@ -140,7 +140,7 @@ private:
 
     ServerAddress obtainServer() { return readServerAddress(obtainAssistant().obtainApiHost(), "443"); }
 
-    /// Whether the way to the service is not encrypted.
+    /// Whether the connection to the service is not encrypted.
     bool isPlain() {
         const std::string host = obtainAssistant().obtainApiHost();
         const ServerAddress server = obtainServer();
@@ -150,7 +150,7 @@ private:
                });
     }
 
-    /// For one step; it need not wait as long as an answer may take.
+    /// The time limit of one step, which need not be as long as for an answer.
     [[nodiscard]] std::chrono::milliseconds obtainPatience() const {
         return std::min<std::chrono::milliseconds>(m_http.timeout, std::chrono::seconds{15});
     }

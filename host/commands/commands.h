@@ -7,7 +7,7 @@
 
 namespace host {
 
-/// The commands. Each returns the exit code, or throws HostError for what ended it.
+/// The commands. Each returns the exit code, or throws HostError for the failure that ended it.
 ExitCode runAsk(const Options& options, Console& console);
 ExitCode runChat(const Options& options, Console& console);
 ExitCode runModels(const Options& options, Console& console);

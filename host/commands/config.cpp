@@ -9,11 +9,11 @@
 namespace host {
 namespace {
 
-/// A line: the setting, its value, where it is from.
+/// A line: the setting, its value, its source.
 struct Line {
     std::string name;
     Choice choice;
-    std::string usual;  ///< what holds where nothing was chosen
+    std::string usual;  ///< the value if nothing was chosen
 };
 
 std::string describeKey(const Options& options, const Provider& provider, std::string& origin) {

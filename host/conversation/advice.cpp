@@ -97,7 +97,7 @@ std::string lowerCase(std::string_view text) {
     return lower;
 }
 
-/// The title of a page, else its text without tags.
+/// The title of a page, otherwise its text without tags.
 std::string readPage(const std::string& page) {
     const std::string lower = lowerCase(page);
     const std::size_t begin = lower.find("<title>");

@@ -7,21 +7,21 @@
 
 namespace host {
 
-/// What is known of the last exchange of a request that failed.
+/// What is known about the last exchange of a failed request.
 struct FailedExchange {
-    bool hasRun = false;          ///< false: the library refused the request before it asked anybody
+    bool hasRun = false;          ///< false: the library refused the request before any exchange
     std::int32_t resultCode = 0;  ///< below 100 a CMRestResult, otherwise the HTTP status
-    std::string_view provider;    ///< its name, as --provider takes it
-    bool isDefaultHost = false;   ///< the provider's own service
+    std::string_view provider;    ///< its name, as in --provider
+    bool isDefaultHost = false;   ///< whether the host is the provider's own service
     bool isCAFileNamed = false;
-    std::string keyOrigin;  ///< how the user gives the key another value; empty: there is none
+    std::string keyOrigin;  ///< where the user can change the key; empty: there is no key
 };
 
-/// What the user can do about a failed request, to be put behind the error's text; empty where there is nothing to say.
+/// What the user can do about a failed request, to be appended to the error's text; empty if there is no advice.
 [[nodiscard]] std::string adviseOn(const FailedExchange& exchange);
 
-/// The words of a service's error. An error text that is the raw body of a response is read: the message in a JSON
-/// object, in whichever of the usual members, or the title of a HTML page. Any other text is returned as it is.
+/// The readable message of a service's error. If the error text is the raw body of a response: the message in a JSON
+/// object, in any of the usual members, or the title of an HTML page. Any other text is returned unchanged.
 [[nodiscard]] std::string findServiceWords(const std::string& errorText);
 
 }  // namespace host

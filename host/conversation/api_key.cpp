@@ -75,7 +75,7 @@ std::string describeMissingKey(const Provider& provider, const KeySource& source
     return "no key for " + std::string(provider.name) + "; set " + variables + " or name a file with --key-file";
 }
 
-/// The name of the variable to read: the first one with a value, else the first one that is set, else none.
+/// The name of the variable to read: the first one with a value, otherwise the first one that is set, otherwise none.
 std::string chooseVariable(const Provider& provider, const KeySource& source) {
     if (!source.keyVariable.empty()) {
         return std::getenv(source.keyVariable.c_str()) != nullptr ? source.keyVariable : std::string();

@@ -45,7 +45,7 @@ std::string joinSections(IKAIMessage& message) {
     return text;
 }
 
-/// What stands on the service, by the names that the service gave.
+/// What exists on the service, with the service's names.
 std::string describeLeftovers(const std::string& sessionText) {
     const COJson session{std::string_view(sessionText)};
     return "the assistant '" + makeOneLine(session.obtainMember("assistant_id").obtainString()) + "' and the thread '" +
@@ -84,7 +84,7 @@ Assistant::Assistant(const Provider& provider, const ApiKey& key, const std::str
         throw HostError(ExitCode::Usage, "the provider " + std::string(provider.name) +
                                              " is not built into this libkai; choose another with --provider");
     }
-    static_cast<void>(pool.release());  // it is the assistant's now
+    static_cast<void>(pool.release());  // the assistant owns it now
 }
 
 Assistant::~Assistant() {
@@ -171,8 +171,8 @@ void Assistant::deleteOnService() {
     m_isOnService = false;
 }
 
-/// Deletes what stands on the service. The assistant there goes with its last thread: where no thread was made, one is.
-/// A request that fails is tried once more, since nothing else will ever clear this up.
+/// Deletes what exists on the service. The assistant there is deleted with its last thread: if there is no thread, one
+/// is created. A failed request is tried once more, because nothing else will ever delete it.
 void Assistant::cleanUp() {
     Interrupts::clear();
     for (int attempt = 0; m_isOnService; ++attempt) {
@@ -208,7 +208,7 @@ std::size_t Assistant::measurePrompt() const {
 
 CMVariant Assistant::readProperty(const std::string& key) const {
     IKAIProperties* properties = m_assistant->obtainAssistantProperties();
-    // An OpenAI assistant hands out its own object, the others a copy.
+    // An OpenAI assistant returns its own object, the others a copy.
     const KAIPtr<IKAIProperties> copy(m_provider.type == KAIAssistantType::OPENAI ? nullptr : properties);
     return properties->obtainProperty(key);
 }

@@ -18,17 +18,17 @@
 
 namespace host {
 
-/// What an assistant is set up with. What is empty here is left as it is there.
+/// The settings of an assistant. Empty ones leave the assistant's settings unchanged.
 struct AssistantSettings {
     std::string apiHost;
     std::string model;
     std::string temperature;  ///< a number as text
     std::optional<std::string> userInstructions;
     std::map<std::string, std::string> systemInstructions;
-    CMVariant structure;  ///< for "db_structure"
+    CMVariant structure;  ///< the value of "db_structure"
 };
 
-/// What a session text says of itself.
+/// A summary of a session text.
 struct SessionSummary {
     AssistantSettings settings;  ///< without the temperature
     std::size_t messageCount = 0;
@@ -39,11 +39,11 @@ struct SessionSummary {
 
 /// One assistant of the library with at most one conversation.
 ///
-/// What it made on a service is deleted there when it is destroyed, unless keepOnService() was called or the
-/// conversation was resumed. Failures are thrown as HostError: Provider, or Cancelled after Ctrl-C.
+/// The destructor deletes what it created on a service, unless keepOnService() was called or the conversation was
+/// resumed. Failures are thrown as HostError: Provider, or Cancelled after Ctrl-C.
 class Assistant {
 public:
-    /// Throws HostError (Usage) when the library was built without the provider.
+    /// Throws HostError (Usage) if the library was built without the provider.
     Assistant(const Provider& provider, const ApiKey& key, const std::string& apiHost, ExchangeWatch& watch,
               Console& console);
     ~Assistant();
@@ -52,30 +52,30 @@ public:
 
     [[nodiscard]] std::vector<std::string> listModels();
 
-    /// Sets the assistant up. Where the provider keeps it on a service, it is made or changed there.
+    /// Sets the assistant up. If the provider keeps it on a service, it is created or changed there.
     void configure(const AssistantSettings& settings);
-    /// Begins a conversation with the assistant that configure() has set up.
+    /// Begins a conversation. Call configure() first.
     void begin();
-    /// Continues a conversation from its session text, without a request; configure() comes after it. One that a
-    /// service keeps stays there at the end.
+    /// Continues a conversation from its session text, without a request; call configure() after it. A conversation on
+    /// a service is not deleted at the end.
     void resume(const std::string& sessionText);
 
-    /// Takes pieces of an answer.
+    /// Receives pieces of an answer.
     using PieceReceiver = std::function<void(std::string_view piece)>;
 
     /// Asks a question and returns the answer's text.
-    /// @param receive  told of the answer's pieces as they come; joined they are the answer, unless the turn fails
+    /// @param receive  receives the answer's pieces as they arrive; joined they are the answer, unless the turn fails
     [[nodiscard]] std::string ask(const std::string& question, const PieceReceiver& receive);
 
     [[nodiscard]] std::string serialize() const { return m_session->serializeSession(); }
-    /// Leaves the conversation on the service when this object is destroyed.
+    /// Makes the destructor leave the conversation on the service.
     void keepOnService() noexcept { m_isKept = true; }
     /// Deletes the conversation on the service.
     void deleteOnService();
 
     [[nodiscard]] std::string obtainApiHost() const;
     [[nodiscard]] std::string obtainCombinedInstructions() const;
-    /// The bytes of the instructions and of the messages so far: what the next turn sends before its question.
+    /// The size in bytes of the instructions and of the messages so far, which the next turn sends before its question.
     [[nodiscard]] std::size_t measurePrompt() const;
 
 private:
@@ -91,7 +91,7 @@ private:
     KAIPtr<IKAISession> m_session;
     std::size_t m_messageBytes = 0;
     bool m_isDefaultHost;
-    bool m_isOnService = false;  ///< something of this conversation stands on the service
+    bool m_isOnService = false;  ///< something of this conversation exists on the service
     bool m_isKept = false;
 };
 

@@ -24,7 +24,7 @@ namespace {
     fail(fileName, std::string(std::strerror(errno)) + "; check the directory and its permissions");
 }
 
-/// The file that a name leads to, so that a link stays a link.
+/// The file that a name refers to, so that a link stays a link.
 std::string resolveLinks(const std::string& fileName) {
     char* resolved = realpath(fileName.c_str(), nullptr);
     if (resolved == nullptr) {
@@ -40,7 +40,7 @@ std::string obtainDirectory(const std::string& fileName) {
     return slash == std::string::npos ? "." : fileName.substr(0, slash + 1);
 }
 
-/// Anything but a regular file, a device for instance, must not be replaced by one.
+/// Anything but a regular file, for example a device, must not be replaced by one.
 void checkIsRegular(const std::string& fileName) {
     struct stat status {};
     if (stat(fileName.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
@@ -48,14 +48,14 @@ void checkIsRegular(const std::string& fileName) {
     }
 }
 
-/// The name that a new content has for the moment before it takes the old one's place. There is one for each file, so
-/// that what a killed process may leave there goes with the next save.
+/// The name of the new content until it replaces the old one. It is the same for each save of a file, so the next save
+/// replaces what a killed process may have left.
 std::string makeTemporaryName(const std::string& fileName) {
     return obtainDirectory(fileName) + "/.kai-" + fileName.substr(fileName.rfind('/') + 1) + ".new";
 }
 
-/// A new file beside the one to be replaced. It has no name until it is complete, where the file system can do that: a
-/// process that is killed while it writes leaves nothing.
+/// A new file next to the one to be replaced. It has no name until it is complete, if the file system supports that:
+/// then a process that is killed while it writes leaves nothing.
 class NewFile {
 public:
     explicit NewFile(const std::string& fileName) : m_fileName(fileName), m_temporaryName(makeTemporaryName(fileName)) {
@@ -88,7 +88,7 @@ public:
         }
     }
 
-    /// Takes the place of the file, once the content is on the disk.
+    /// Replaces the file, after the content is on the disk.
     void takePlace() {
         if (fsync(m_descriptor) != 0 || !giveName() || rename(m_temporaryName.c_str(), m_fileName.c_str()) != 0) {
             failWithErrno(m_fileName);
@@ -119,7 +119,7 @@ private:
     bool m_hasName = false;
 };
 
-/// Makes the renaming itself last. A file system that cannot do this has done what it can.
+/// Makes the renaming durable. Errors of file systems that cannot do this are ignored.
 void syncDirectory(const std::string& directory) {
     const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0) {

@@ -21,10 +21,10 @@
 namespace host {
 namespace {
 
-/// A key shorter than this is not looked for in a session text, where it could be a word of the format.
+/// A shorter key is not searched in a session text, because it could be a word of the format.
 constexpr std::size_t kMinKeyLengthInFiles = 16;
 
-/// Tokens of a prompt that every model takes in use today.
+/// The tokens of a prompt that every model accepts today.
 constexpr std::size_t kFitsEveryWindow = 1500;
 
 constexpr const char* kNotKept = "; what was shown of the answer is not kept";
@@ -73,7 +73,7 @@ Conversation::Conversation(const Options& options, Console& console)
     }
 }
 
-/// Without a model the service's are listed: that is what the user needs next.
+/// Without a model, lists the service's models: the user needs them next.
 void Conversation::checkModel() const {
     if (!m_setup.settings.model.empty()) {
         return;
@@ -143,8 +143,8 @@ void Conversation::fitStructure(const std::string& question) {
     }
 }
 
-/// Without --budget: half of the model's window, where its service tells that. The other half is for the conversation
-/// and the answer. A short structure fits every window.
+/// Without --budget: half of the model's window, if its service tells it. The other half is for the conversation and
+/// the answer. A short structure fits every window.
 Budget Conversation::chooseBudget() {
     Budget budget = obtainChosenBudget(m_options.structure);
     if (budget.tokens == 0 && estimateTokens(m_assistant->obtainCombinedInstructions().size()) > kFitsEveryWindow) {
@@ -155,7 +155,7 @@ Budget Conversation::chooseBudget() {
     return budget;
 }
 
-/// The question with the rows that the user agreed to send. They are shown before they go.
+/// The question with the rows that the user agreed to send. They are shown before they are sent.
 std::string Conversation::addSharedRows(const std::string& question) const {
     if (m_sharedRows.empty()) {
         return question;

@@ -20,7 +20,7 @@ namespace {
 constexpr std::string_view kVersionKey = "kai_conversation";
 constexpr std::int64_t kVersion = 1;
 
-/// A conversation has no use for more, and a wrong name must not fill the memory. Bytes.
+/// A conversation is never larger, and a wrong file name must not fill the memory. Bytes.
 constexpr std::uintmax_t kMaxFileBytes = std::uintmax_t{256} * 1024 * 1024;
 
 [[noreturn]] void fail(const std::string& fileName, const std::string& reason) {
@@ -43,7 +43,7 @@ std::string readWholeFile(const std::string& fileName) {
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// Reads the content of a file; nothing when it is not a conversation of a version that is known here.
+/// Parses the content of a file; nothing if it is not a conversation of a known version.
 std::optional<ConversationRecord> parseConversation(const std::string& content) {
     const COJson json{std::string_view(content)};
     const COJsonValue root = json.obtainRoot();
@@ -72,7 +72,7 @@ std::string writeConversation(const ConversationRecord& conversation) {
         writer.endObject();
         writer.finish();
     }
-    // The session text is JSON already and goes in as it is.
+    // The session text is already JSON and is inserted unchanged.
     content.pop_back();
     return content + ",\"session\":" + conversation.sessionText + "}\n";
 }

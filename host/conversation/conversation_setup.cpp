@@ -32,7 +32,7 @@ const Provider& findSavedProvider(const ConversationRecord& saved) {
     return *provider;
 }
 
-/// Whether a conversation may go on with another provider than the one it was held with.
+/// Checks whether a conversation may continue with another provider.
 void checkSwitch(const Provider& from, const Provider& to, const Options& options) {
     const std::string both = std::string(from.name) + " and " + std::string(to.name);
     if (!options.isSwitchAllowed) {
@@ -80,7 +80,7 @@ void chooseProvider(ConversationSetup& setup, const Options& options) {
     }
 }
 
-/// What the command line says goes before what was saved.
+/// The command line takes precedence over saved settings.
 void chooseSettings(ConversationSetup& setup, const Options& options, const OpenDatabase* database) {
     if (setup.saved) {
         setup.settings = setup.savedSummary.settings;
@@ -97,7 +97,7 @@ void chooseSettings(ConversationSetup& setup, const Options& options, const Open
         setup.settings.userInstructions = options.instructions;
     }
     if (database != nullptr) {
-        // What a budget leaves out is said when the question is there.
+        // Tables that a budget leaves out are reported later, with the question.
         static_cast<void>(
             describeDatabase(setup.settings, *database, options.structure, obtainChosenBudget(options.structure), ""));
     }

@@ -14,45 +14,45 @@ namespace host {
 /// How a conversation begins: the provider, the assistant's settings, and the saved conversation that it continues.
 struct ConversationSetup {
     const Provider* provider = nullptr;
-    AssistantSettings settings;  ///< the host as the command line or the saved text has it
+    AssistantSettings settings;  ///< with the host of the command line or of the saved text
     std::optional<ConversationRecord> saved;
-    SessionSummary savedSummary;  ///< what `saved` says of itself
-    bool isSwitched = false;      ///< another provider than the saved conversation was held with
+    SessionSummary savedSummary;  ///< the summary of `saved`
+    bool isSwitched = false;      ///< whether the provider differs from that of the saved conversation
 
-    /// Which conversation this is, for the file that it is saved to.
+    /// The record of this conversation for its file.
     [[nodiscard]] ConversationRecord describe(std::string sessionText) const;
 };
 
-/// A value that is in force and where it is from.
+/// A setting's current value and its source.
 struct Choice {
     std::string value;   ///< empty: none is chosen
-    std::string origin;  ///< "the command line", the settings file's line, or empty for what goes without saying
+    std::string origin;  ///< "the command line", the settings file's line, or empty for a default
 };
 
-/// What the command line says, else the settings file, else the usual provider.
+/// The provider from the command line, otherwise from the settings file, otherwise the default one.
 [[nodiscard]] Choice chooseProviderName(const Options& options);
 [[nodiscard]] const Provider& obtainChosenProvider(const Options& options);
 
-/// What the command line says, else the settings file for this provider.
+/// The model from the command line, otherwise from the settings file for this provider.
 [[nodiscard]] Choice chooseModel(const Options& options, const Provider& provider);
 [[nodiscard]] Choice chooseApiHost(const Options& options, const Provider& provider);
 [[nodiscard]] KeySource chooseKeySource(const Options& options, const Provider& provider);
 [[nodiscard]] HttpOptions chooseHttpOptions(const Options& options, const Provider& provider);
 
-/// How the user names a model for good.
+/// A text that tells the user how to set a model permanently.
 [[nodiscard]] std::string tellHowToSetModel(const Options& options, const Provider& provider);
 
-/// Puts the command line, the saved conversation and the database together.
-/// Throws HostError (Usage) where they do not fit: a provider that the conversation was not held with, no model, a
+/// Combines the command line, the saved conversation and the database.
+/// Throws HostError (Usage) if they do not fit: another provider than that of the conversation, no model, a
 /// conversation that would be lost on its service.
 [[nodiscard]] ConversationSetup setUpConversation(const Options& options, const OpenDatabase* database);
 
-/// The host that a continued conversation goes to.
+/// Checks the host of a continued conversation.
 ///
-/// A saved text must not be able to send the key, or the conversation, to a host that nobody named: one other than the
-/// provider's own has to stand on the command line.
+/// A saved text must not be able to send the key, or the conversation, to a host that the user did not name: every host
+/// except the provider's own must be on the command line.
 /// @param chosenHost  the host of the command line, or the provider's own
-/// Throws HostError (Usage) where the saved conversation was held at another host and the command line names none.
+/// Throws HostError (Usage) if the saved conversation used another host and the command line names none.
 void checkSavedHost(const ConversationSetup& setup, const Options& options, const std::string& chosenHost);
 
 }  // namespace host

@@ -21,23 +21,23 @@ struct HttpOptions {
     bool isTraced = false;
 };
 
-/// Stands beside every exchange of the library: shows the elapsed time, passes Ctrl-C on, traces.
-/// The library's settings refer to it: it must live as long as requests run.
+/// Watches every exchange of the library: shows the elapsed time, cancels on Ctrl-C, traces. The library's settings
+/// refer to it, so it must live as long as requests run.
 class ExchangeWatch {
 public:
     /// When Ctrl-C ends an exchange.
     enum class Cancelling {
         AtOnce,
-        Reluctant,  ///< a service is making something that only its answer names: it gets a few seconds to say it
+        Reluctant,  ///< a service is creating something that only its answer names: wait a few seconds for the answer
     };
 
     ExchangeWatch(Console& console, const HttpOptions& options);
 
-    /// Hands the settings to the library.
-    /// Throws HostError (Usage) when the CA file cannot be read.
+    /// Sets the library's HTTP settings.
+    /// Throws HostError (Usage) if the CA file cannot be read.
     void install();
 
-    /// What install() handed over, for requests of the program's own.
+    /// The settings that install() has set, for the program's own requests.
     [[nodiscard]] const CMRestGlobalSettings& obtainSettings() const noexcept { return m_settings; }
 
     /// A scope around the exchanges of one request of the library (a turn, a list of models, setting up).
@@ -52,10 +52,10 @@ public:
         ExchangeWatch& m_watch;
     };
 
-    /// What is known of the last exchange of the current request, as far as this object can tell.
+    /// What this object knows about the last exchange of the current request.
     [[nodiscard]] FailedExchange describeLast() const;
 
-    /// No elapsed time is shown for the rest of the current request: something else is being shown.
+    /// Hides the elapsed time for the rest of the current request, because something else is shown.
     void endProgress() { m_console.endProgress(); }
 
 private:

@@ -11,11 +11,11 @@
 namespace host {
 namespace {
 
-/// What services call it: OpenRouter, Together and Ollama, Groq, Mistral, vLLM, Gemini (2026-11-21).
+/// The services' names for it: OpenRouter, Together and Ollama, Groq, Mistral, vLLM, Gemini (2026-11-21).
 constexpr std::array<std::string_view, 5> kWindowMembers{"context_length", "context_window", "max_context_length",
                                                          "max_model_len", "inputTokenLimit"};
 
-/// More than any model takes; a number beyond it is none.
+/// More than any model accepts; a larger number is ignored.
 constexpr std::int64_t kMaxWindow = 1'000'000'000;
 
 bool isSameModel(std::string_view listed, std::string_view model, const ModelDetails& details) {

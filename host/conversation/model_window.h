@@ -10,10 +10,10 @@
 
 namespace host {
 
-/// Asks a service how many tokens a model takes, question and answer together, by the member of its list of models that
-/// services have for it. One request.
-/// @param apiHost  as the assistant has it
-/// @return 0 where the service does not tell, or does not answer
+/// Asks a service how many tokens a model accepts, question and answer together, with one request. Services have this
+/// number in different members of their list of models.
+/// @param apiHost  the assistant's host
+/// @return 0 if the service does not tell, or does not answer
 [[nodiscard]] std::size_t askModelWindow(const Provider& provider, const ApiKey& key, const std::string& apiHost,
                                          const std::string& model, ExchangeWatch& watch);
 

@@ -21,7 +21,7 @@ const std::vector<Provider>& obtainProviders() {
           .name = "name",
           .namePrefix = "models/",
           .keyParameter = "key"}},
-        // The models in memory, with the window that they were loaded with.
+        // The models in memory, with the windows that they were loaded with.
         {"ollama",
          KAIAssistantType::OLLAMA,
          {},

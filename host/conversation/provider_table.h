@@ -9,30 +9,31 @@
 
 namespace host {
 
-/// Where a service tells more of its models than their names. What it says is read by askModelWindow.
+/// Where a service's details about its models are. askModelWindow reads them.
 struct ModelDetails {
     std::string_view scheme{};
-    std::string_view path{};          ///< behind the host; empty: it tells nothing
-    std::string_view list{};          ///< the member that holds the list
-    std::string_view name{};          ///< the member of an entry that holds the name
-    std::string_view namePrefix{};    ///< what may stand before the name there
-    std::string_view nameSuffix{};    ///< what may stand behind it
+    std::string_view path{};          ///< after the host; empty: no details
+    std::string_view list{};          ///< the member with the list
+    std::string_view name{};          ///< the member of an entry with the name
+    std::string_view namePrefix{};    ///< may precede the name there
+    std::string_view nameSuffix{};    ///< may follow the name there
     std::string_view keyParameter{};  ///< the query parameter of the key; empty: it goes into a header
 };
 
-/// What the program knows of a provider. A new one is one row of the table in provider_table.cpp.
+/// The program's data about a provider. A new provider is one row of the table in provider_table.cpp.
 struct Provider {
-    std::string_view name;  ///< as --provider takes it
+    std::string_view name;  ///< as in --provider
     KAIAssistantType type;
-    std::vector<std::string_view> keyVariables;  ///< environment variables of the key, first one first; none: no key
-    bool isHistoryLocal;                         ///< the conversation is in the session text, not kept on the service
-    bool isContextWindowShort;                   ///< the server may cut a long prompt off unless it is set up for it
+    std::vector<std::string_view>
+        keyVariables;           ///< environment variables of the key, in order of precedence; none: no key
+    bool isHistoryLocal;        ///< the conversation is in the session text, not on the service
+    bool isContextWindowShort;  ///< the server may truncate a long prompt unless it is configured for it
     ModelDetails modelDetails{};
 };
 
 [[nodiscard]] const std::vector<Provider>& obtainProviders();
 
-/// The provider of a name; null for an unknown one.
+/// The provider with this name; null if there is none.
 [[nodiscard]] const Provider* findProvider(std::string_view name);
 
 /// The names with commas between them.

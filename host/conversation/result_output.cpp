@@ -22,7 +22,7 @@ ResultStyle chooseStyle(const Options& options, const Console& console) {
     style.format = chooseFormat(options);
     style.maxCellColumns = options.maxCellColumns;
     style.isForTerminal = console.isOutputTerminal() && !options.isJson;
-    // A table that was asked for by name stays one.
+    // A table that was requested by name stays a table.
     style.maxTableColumns = console.isOutputTerminal() && !isAlone(options) ? measureTerminalColumns() : 0;
     return style;
 }
@@ -97,7 +97,7 @@ void ResultOutput::checkIsWhole() const {
 QueryLimits chooseLimits(const Options& options) {
     QueryLimits limits = options.limits;
     if (isAlone(options) && isForPrograms(chooseFormat(options))) {
-        // Rows go out as they come and whole: nothing is kept.
+        // Rows are written completely as they arrive: nothing is kept.
         limits.maxBytes = 0;
         limits.maxCellBytes = 0;
     } else if (options.isJson || options.maxCellColumns == 0) {

@@ -9,11 +9,11 @@ namespace host {
 namespace {
 
 struct CodeBlock {
-    std::string mark;  ///< the first word behind the opening fence, in lower case
+    std::string mark;  ///< the first word after the opening fence, in lower case
     std::string content;
 };
 
-/// The run of "`" or "~" that a line begins with.
+/// The run of "`" or "~" at the start of a line.
 struct Fence {
     char character = '\0';
     std::size_t length = 0;
@@ -64,7 +64,7 @@ std::string_view removeIndentation(std::string_view line, std::size_t indentatio
     return line.substr(std::min(own, indentation));
 }
 
-/// Reads the lines up to the closing fence, or to the end of the answer where the model left it out.
+/// Reads the lines up to the closing fence, or to the end of the answer if the model left it out.
 std::string readContent(std::string_view& rest, const Fence& opening) {
     std::string content;
     while (!rest.empty()) {
@@ -109,7 +109,7 @@ bool beginsLikeQuery(std::string_view text) {
     return std::find(kWords.begin(), kWords.end(), firstWord) != kWords.end();
 }
 
-/// An answer that is nothing but a query: it begins like one and ends like one. "With pleasure: ..." does not.
+/// Whether an answer is only a query: it begins and ends like one. "With pleasure: ..." does not.
 bool isBareQuery(std::string_view text) {
     return beginsLikeQuery(text) && text.ends_with(';');
 }

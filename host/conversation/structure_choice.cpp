@@ -28,7 +28,7 @@ std::size_t measureNames(const std::vector<std::string>& names) {
     return bytes;
 }
 
-/// About the bytes of the statement that a relation becomes.
+/// The approximate size in bytes of a relation's statement.
 std::size_t measureStatement(const SchemaDescription& schema, const RelationDescription& relation) {
     constexpr std::size_t kFrame = 18;
     constexpr std::size_t kColumnFrame = 5;
@@ -69,7 +69,7 @@ bool isNamed(const std::string& table, const std::set<std::string>& words) {
     return words.count(name) != 0 || (isPlural && words.count(name.substr(0, name.size() - 1)) != 0);
 }
 
-/// A relation and how much it matters: the larger the rank, the later it is left out.
+/// A relation and its rank: the higher the rank, the later it is left out.
 struct Candidate {
     const SchemaDescription* schema;
     const RelationDescription* relation;
@@ -114,7 +114,7 @@ std::string describeColumn(const ColumnDescription& column) {
     return text.empty() ? std::string() : "  " + makeNameVisible(column.name) + text + "\n";
 }
 
-/// @param qualifier  what stands before the relation's name; empty: nothing
+/// @param qualifier  precedes the relation's name; empty: none
 std::string describeRelation(const std::string& qualifier, const RelationDescription& relation) {
     std::string text;
     for (const ColumnDescription& column : relation.columns) {

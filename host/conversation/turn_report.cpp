@@ -13,7 +13,7 @@ std::string hide(std::string_view text) {
     return replaceSecret(text, obtainHiddenSecret());
 }
 
-/// A list of values that are JSON already.
+/// A list of values that are already JSON.
 std::string join(const std::vector<std::string>& values) {
     std::string list;
     for (const std::string& value : values) {
@@ -22,7 +22,7 @@ std::string join(const std::vector<std::string>& values) {
     return "[" + list + "]";
 }
 
-/// A member whose value is JSON already.
+/// A member whose value is already JSON.
 std::string writeMember(std::string_view key, const std::string& value) {
     return "\"" + std::string(key) + "\":" + value;
 }
@@ -50,7 +50,7 @@ std::string writeTurnReport(const TurnReport& report) {
     for (const std::string& text : report.sql) {
         sql.push_back(writeString(text));
     }
-    // The results are JSON already, as they were written row by row.
+    // The results are already JSON, as they were written row by row.
     return "{" + writeMember("question", writeString(report.question)) + "," +
            writeMember("answer", writeString(report.answer)) + "," + writeMember("sql", join(sql)) + "," +
            writeMember("results", join(report.results)) + "," + writeMember("model", writeString(report.model)) + "," +

@@ -6,15 +6,15 @@
 
 namespace host {
 
-/// Everything of a turn, for --json.
+/// The data of a turn, for --json.
 struct TurnReport {
     std::string question;
     std::string answer;
     std::vector<std::string> sql;
-    std::vector<std::string> results;  ///< each a JSON object of "columns", "rows" and "truncated"
+    std::vector<std::string> results;  ///< each a JSON object with "columns", "rows" and "truncated"
     std::string model;
     std::string provider;
-    double seconds = 0;  ///< from the question to the answer's end
+    double seconds = 0;  ///< from the question to the end of the answer
 };
 
 /// The turn as one JSON object on a line of its own, without the hidden secret.

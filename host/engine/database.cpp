@@ -14,10 +14,11 @@ namespace {
 /// For opening the database and reading its structure.
 constexpr std::chrono::seconds kMaxStructureTime{120};
 
-/// The engine ends by itself at the limit, with its own words; what does not listen is ended this much later.
+/// At the limit the engine stops by itself, with its own error text; if it does not react, it is killed this much
+/// later.
 constexpr std::chrono::milliseconds kGrace{500};
 
-/// One request: the child process, its deadline, and the messages that come back.
+/// One request: the child process, its deadline, and its messages.
 class Request {
 public:
     Request(const std::string& bytes, std::chrono::milliseconds maxTime, const StopCheck& isStopped)
@@ -48,7 +49,7 @@ public:
         return Outcome::Message;
     }
 
-    /// Calls what takes the rows; its time does not count.
+    /// Calls the receiver of the rows; its time does not count.
     template <typename Action>
     void callReceiver(const Action& action) {
         const auto start = WorkerProcess::Clock::now();

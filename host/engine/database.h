@@ -11,18 +11,18 @@
 
 namespace host {
 
-/// Asked about ten times a second while something is waited for; true ends it. A place to show signs of life.
+/// Called about ten times a second during a wait; true ends the wait. It may also show progress.
 using StopCheck = std::function<bool()>;
 
-/// The user's database, of whatever engine.
+/// The user's database, with any engine.
 ///
-/// Every request opens the database anew in a child process with limits of time and memory and gets its results over a
-/// socket. The child can be ended at any moment, also where the engine itself listens to nothing; it ends with this
+/// Every request opens the database again in a child process with limits of time and memory, and gets its results over
+/// a socket. The child can be killed at any moment, even if the engine itself does not react; it ends with this
 /// process. One request at a time.
 class Database {
 public:
-    /// @param source  what --db names: a file, or a URL of an engine. Nothing is opened yet.
-    /// Throws HostError (Usage) when no engine fits.
+    /// @param source  the value of --db: a file, or a URL of an engine. Nothing is opened yet.
+    /// Throws HostError (Usage) if no engine fits.
     explicit Database(std::string source);
 
     [[nodiscard]] const Engine& obtainEngine() const noexcept { return m_engine; }
@@ -32,14 +32,14 @@ public:
     [[nodiscard]] const std::string& obtainVersion() const noexcept { return m_version; }
 
     /// Reads the structure.
-    /// Throws HostError: Database, or Cancelled when it was stopped.
+    /// Throws HostError: Database, or Cancelled if it was stopped.
     [[nodiscard]] DatabaseStructure readStructure(StructureDetail detail, const StopCheck& isStopped);
 
-    /// Runs the statements of a text in order, for reading only, and passes the rows on as they come. The first failure
-    /// ends it. The time that the receiver takes does not count.
+    /// Runs the statements of a text in order, read-only, and passes the rows on as they arrive. It stops at the first
+    /// failure. The receiver's time does not count.
     /// @return the number of statements that ran
-    /// Throws HostError: SqlFailed for what is wrong with the SQL, Database for what is wrong with the database,
-    /// Cancelled when it was stopped; and whatever the receiver throws.
+    /// Throws HostError: SqlFailed for errors in the SQL, Database for problems with the database, Cancelled if it was
+    /// stopped; and whatever the receiver throws.
     std::size_t run(const std::string& script, const QueryLimits& limits, RowReceiver& receiver,
                     const StopCheck& isStopped);
 

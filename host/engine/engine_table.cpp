@@ -26,7 +26,7 @@ std::string listSchemes() {
     return text;
 }
 
-/// What stands before "://", where that looks like a scheme.
+/// The part before "://", if it looks like a scheme.
 std::string_view readScheme(std::string_view source) {
     const std::size_t end = source.find("://");
     const std::string_view scheme = end == std::string_view::npos ? std::string_view() : source.substr(0, end);

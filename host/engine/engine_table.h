@@ -12,11 +12,11 @@ namespace host {
 /// All engines, one row each. The first one opens files.
 [[nodiscard]] const std::vector<Engine>& listEngines();
 
-/// The engine that a --db belongs to: by its scheme, or the one of files where it has none.
-/// Throws HostError (Usage) for a scheme that no engine has.
+/// The engine of a --db: by its scheme, or the one for files if it has none.
+/// Throws HostError (Usage) for an unknown scheme.
 [[nodiscard]] const Engine& findEngine(std::string_view source);
 
-/// The marks of code blocks of every engine's dialect.
+/// The code-block marks of all engines' dialects.
 [[nodiscard]] std::vector<std::string_view> listBlockMarks();
 
 /// The client libraries and their versions, for --version ("SQLite 3.40.1, libpq 15.8").

@@ -6,11 +6,12 @@
 
 namespace host {
 
-/// How statements from outside fail, in the same words for every engine. All throw HostError (SqlFailed).
+/// Failures of statements from outside, with the same texts for every engine. All functions throw HostError
+/// (SqlFailed).
 
 /// @param reason  the engine's own text, or the program's
 [[noreturn]] void failSql(const std::string& reason);
-/// @param what  what the statement would do ("INSERT into 't'")
+/// @param what  the statement's action ("INSERT into 't'")
 [[noreturn]] void failRefused(const std::string& what);
 [[noreturn]] void failTimeout(std::chrono::milliseconds limit);
 

@@ -14,8 +14,8 @@ struct CharacterRange {
     char32_t last;
 };
 
-/// Characters without a picture of their own that makeVisible() leaves as they are, since in running text they join or
-/// part letters: joiners, fillers, selectors of variants, tags.
+/// Characters without a symbol that makeVisible() leaves unchanged, because in running text they join or separate
+/// letters: joiners, fillers, variation selectors, tags.
 constexpr std::array<CharacterRange, 14> kInvisibleCharacters{{{0x00AD, 0x00AD},
                                                                {0x034F, 0x034F},
                                                                {0x115F, 0x1160},

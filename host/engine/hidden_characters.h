@@ -6,8 +6,8 @@
 
 namespace host {
 
-/// A name or type with every character visible that nobody sees: controls and line ends as their pictures ("␊"), format
-/// characters and fillers without a width as "<U+200B>". It is on one line.
+/// A name or type with all invisible characters made visible: control characters and line ends as symbols ("␊"), format
+/// characters and zero-width fillers as "<U+200B>". The result is on one line.
 [[nodiscard]] std::string makeNameVisible(std::string_view name);
 
 }  // namespace host

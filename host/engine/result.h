@@ -11,11 +11,11 @@
 
 namespace host {
 
-/// What bounds a run of statements. 0 means no limit, except for the time.
+/// The limits of a run of statements. 0 means no limit, except for the time.
 struct QueryLimits {
-    std::size_t maxRows = 100;                                    ///< rows of one result that are kept
-    std::size_t maxCellBytes = 64 * 1024;                         ///< bytes of one value that are kept
-    std::size_t maxBytes = std::size_t{64} * 1024 * 1024;         ///< memory that all results of a run take together
+    std::size_t maxRows = 100;                                    ///< kept rows of one result
+    std::size_t maxCellBytes = 64 * 1024;                         ///< kept bytes of one value
+    std::size_t maxBytes = std::size_t{64} * 1024 * 1024;         ///< memory of all results of a run together
     std::chrono::milliseconds maxTime{std::chrono::seconds{30}};  ///< for all statements of a run together
 };
 
@@ -26,25 +26,25 @@ struct Cell {
         Number,
         Text,
         Blob,
-        Boolean,  ///< bytes is "true" or "false"
+        Boolean,  ///< `bytes` is "true" or "false"
     };
     Kind kind = Kind::Null;
     std::string bytes;       ///< a number as the engine writes it; at most maxCellBytes
-    std::uint64_t size = 0;  ///< bytes of the whole value
+    std::uint64_t size = 0;  ///< bytes of the complete value
 };
 
 /// A cell that keeps at most maxCellBytes of a value.
 [[nodiscard]] Cell makeCell(Cell::Kind kind, std::string_view value, const QueryLimits& limits);
 
-/// Why a result ends before its last row.
+/// Why a result is truncated.
 enum class ResultCut : std::uint8_t {
     None,
     Rows,   ///< maxRows
     Bytes,  ///< maxBytes
 };
 
-/// Takes the results of a run as they come: for each statement beginResult(), its rows, endResult(). What it throws
-/// ends the run and passes through.
+/// Receives the results of a run as they arrive: for each statement beginResult(), its rows, endResult(). An exception
+/// ends the run and reaches the caller.
 class RowReceiver {
 public:
     RowReceiver() = default;
@@ -52,20 +52,20 @@ public:
     RowReceiver& operator=(const RowReceiver&) = delete;
     virtual ~RowReceiver() = default;
 
-    /// @param columns  empty for a statement that gives no rows at all
+    /// @param columns  empty for a statement that returns no rows at all
     virtual void beginResult(const std::vector<std::string>& columns) = 0;
     virtual void addRow(std::vector<Cell> row) = 0;
     virtual void endResult(ResultCut cut) = 0;
 };
 
-/// What one statement gave.
+/// The result of one statement.
 struct ResultTable {
-    std::vector<std::string> columns;  ///< empty for a statement that gives no rows at all
+    std::vector<std::string> columns;  ///< empty for a statement that returns no rows at all
     std::vector<std::vector<Cell>> rows;
     ResultCut cut = ResultCut::None;
 };
 
-/// Collects the rows of each result and hands it out whole.
+/// Collects the rows of each result and passes it on as a whole.
 class ResultCollector : public RowReceiver {
 public:
     explicit ResultCollector(std::function<void(const ResultTable&)> receive) : m_receive(std::move(receive)) {}
@@ -79,14 +79,14 @@ private:
     ResultTable m_table;
 };
 
-/// Passes results on to a receiver within the limits of rows and bytes.
+/// Passes results to a receiver, within the limits of rows and bytes.
 class LimitedReceiver {
 public:
     /// Both are borrowed.
     LimitedReceiver(const QueryLimits& limits, RowReceiver& receiver) : m_limits(limits), m_receiver(receiver) {}
 
     void beginResult(const std::vector<std::string>& columns);
-    /// @return whether more rows are wanted; false: the row was not passed on, and the result is to be ended
+    /// @return whether more rows are wanted; if not, the row was not passed on, and the caller must end the result
     [[nodiscard]] bool addRow(std::vector<Cell> row);
     void endResult();
 

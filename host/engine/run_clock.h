@@ -6,7 +6,7 @@
 
 namespace host {
 
-/// The time that the statements of a run have left. Time in which nothing of them runs does not count.
+/// The remaining time of a run's statements. Only the time in which they run counts.
 class RunClock {
 public:
     using Clock = std::chrono::steady_clock;
@@ -15,7 +15,7 @@ public:
 
     [[nodiscard]] bool isOver() const { return Clock::now() >= m_deadline; }
 
-    /// At least 1 ms: to the engines, 0 means no limit.
+    /// At least 1 ms, because 0 means "no limit" to the engines.
     [[nodiscard]] std::chrono::milliseconds obtainRest() const {
         const auto rest = std::chrono::ceil<std::chrono::milliseconds>(m_deadline - Clock::now());
         return std::max(rest, std::chrono::milliseconds{1});

@@ -81,7 +81,7 @@ private:
 
     [[nodiscard]] bool startsWith(std::string_view text) const { return m_script.substr(m_position).starts_with(text); }
 
-    /// A comment that MariaDB and MySQL read as code.
+    /// Whether a comment begins here that MariaDB and MySQL run as code.
     [[nodiscard]] bool isCodeComment() const { return startsWith("/*!") || startsWith("/*M!"); }
 
     [[nodiscard]] bool isLineComment() const {
@@ -121,7 +121,7 @@ private:
         while (m_position < m_script.size() && m_script[m_position] != quote) {
             m_position += hasBackslashes && m_script[m_position] == '\\' ? 2 : 1;
         }
-        // A doubled delimiter begins another quoted part at once.
+        // A doubled delimiter begins the next quoted part at once.
         m_position = std::min(m_position + 1, m_script.size());
     }
 
@@ -154,7 +154,7 @@ private:
     std::vector<std::string> m_statements;
     std::size_t m_position = 0;
     std::size_t m_start = 0;
-    bool m_hasContent = false;  ///< of the statement so far: something besides blanks and comments
+    bool m_hasContent = false;  ///< whether the statement so far has more than blanks and comments
 };
 
 }  // namespace

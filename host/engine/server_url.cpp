@@ -28,7 +28,7 @@ std::string decodePercents(std::string_view text) {
     return decoded;
 }
 
-/// Takes what stands before the separator; all where there is none.
+/// Removes and returns the text before the separator; the whole text if there is none.
 std::string_view takeBefore(std::string_view& rest, char separator) {
     const std::size_t end = rest.find(separator);
     const std::string_view taken = rest.substr(0, end);

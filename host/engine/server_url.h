@@ -7,10 +7,10 @@
 
 namespace host {
 
-/// The parts of SCHEME://USER@HOST:PORT/NAME?KEY=VALUE&..., percent-decoded. What is missing is empty.
+/// The parts of SCHEME://USER@HOST:PORT/NAME?KEY=VALUE&..., percent-decoded. Missing parts are empty.
 struct ServerUrl {
     std::string user;
-    bool hasPassword = false;  ///< the password itself is kept nowhere
+    bool hasPassword = false;  ///< the password itself is not stored
     std::string host;
     std::string port;
     std::string name;
@@ -19,7 +19,7 @@ struct ServerUrl {
 
 [[nodiscard]] ServerUrl parseServerUrl(std::string_view url);
 
-/// A URL for messages: without a password and without parameters.
+/// A URL for messages, without password and parameters.
 [[nodiscard]] std::string describeServerUrl(const std::string& url);
 
 }  // namespace host

@@ -86,7 +86,7 @@ CMVariantMap makeCatalogVariant(const CatalogDescription& catalog) {
     return variant;
 }
 
-/// The names and types of a structure that are told otherwise than they are.
+/// Counts the names and types of a structure that are changed for the model.
 class HiddenCharacterCount {
 public:
     void add(const std::string& name) {

@@ -11,7 +11,7 @@ namespace host {
 
 struct ColumnDescription {
     std::string name{};
-    std::string type{};  ///< as the engine spells it; "ANY" where it declares none
+    std::string type{};  ///< as the engine spells it; "ANY" if it declares none
     // The detail, read only on request:
     bool isNullable = true;
     std::string defaultText{};  ///< the expression as SQL; empty: none
@@ -39,41 +39,42 @@ struct RelationDescription {
 
 struct SchemaDescription {
     std::string name{};
-    bool isDefault = false;  ///< statements find its relations without a qualifier
+    bool isDefault = false;  ///< statements find its relations without qualifier
     std::vector<RelationDescription> tables{};
     std::vector<RelationDescription> views{};
     std::vector<RelationDescription> materializedViews{};
 };
 
 struct CatalogDescription {
-    std::string name{};  ///< empty: the one that the connection is in
+    std::string name{};  ///< empty: the connection's own
     std::vector<SchemaDescription> schemas{};
 };
 
 struct DatabaseStructure {
     std::vector<CatalogDescription> catalogs{};
-    std::vector<std::string> warnings{};  ///< what is left out or looks wrong, and why; one line each
+    std::vector<std::string> warnings{};  ///< one line each: what is left out or looks wrong, and why
 };
 
 /// How much of the structure is read.
 enum class StructureDetail {
-    Keys,  ///< what the "db_structure" property has a place for
+    Keys,  ///< the content of the "db_structure" property
     Full,  ///< comments, defaults, indexes and constraints as well
 };
 
 /// The structure as a value of the "db_structure" property.
 ///
-/// Where the default schema is the only one with relations, it has no name there: statements then need no qualifier.
-/// Names and types are written as makeNameVisible() writes them, so that each statement stays on one line.
+/// If only the default schema has relations, its name is left out: then statements need no qualifier. Names and types
+/// are written by makeNameVisible(), so each statement stays on one line.
 [[nodiscard]] CMVariantList makeStructureVariant(const DatabaseStructure& structure);
 
 /// The number of tables, views and materialized views.
 [[nodiscard]] std::size_t countRelations(const DatabaseStructure& structure);
 
-/// Whether statements need the schema's name before a relation's: not every relation is in the default schema.
+/// Whether statements need the schema's name before a relation's: some relation is not in the default schema.
 [[nodiscard]] bool needsQualifiers(const CatalogDescription& catalog);
 
-/// Calls visit(schema, relation) for each relation: the tables of a schema, its views, its materialized views.
+/// Calls visit(schema, relation) for each relation; in a schema first the tables, then the views, then the materialized
+/// views.
 template <typename Visitor>
 void visitRelations(const CatalogDescription& catalog, const Visitor& visit) {
     for (const SchemaDescription& schema : catalog.schemas) {
@@ -92,7 +93,7 @@ void visitRelations(const DatabaseStructure& structure, const Visitor& visit) {
     }
 }
 
-/// One warning for the names and types that are not told to the model as they are. Empty when there are none.
+/// One warning about the names and types that are changed for the model. Empty if there are none.
 [[nodiscard]] std::string warnOfHiddenCharacters(const DatabaseStructure& structure);
 
 }  // namespace host

@@ -16,7 +16,7 @@ std::string_view trimBlanks(std::string_view text) {
                                            : text.substr(first, text.find_last_not_of(" \t") - first + 1);
 }
 
-/// A list of patterns that notes which of them were of use.
+/// A list of patterns that records which of them have matched.
 class PatternList {
 public:
     explicit PatternList(const std::vector<std::string>& patterns) : m_patterns(patterns) {}
@@ -95,7 +95,7 @@ FilterSummary filterStructure(DatabaseStructure& structure, const StructureFilte
     PatternList relations(filter.relations);
     PatternList excluded(filter.excluded);
     FilterSummary summary;
-    // Asks every list, so that each notes what fits.
+    // Asks every list, so that each records its matches.
     summary.removed = keepRelations(structure, [&](const std::string& schema, const std::string& relation) {
         const bool isInSchema = schemas.fitsSchema(schema) || schemas.isEmpty();
         const bool isNamed = relations.fitsRelation(schema, relation) || relations.isEmpty();
@@ -121,7 +121,7 @@ std::vector<std::string> splitPatterns(std::string_view list) {
 }
 
 bool fitsPattern(std::string_view name, std::string_view pattern) {
-    // Where a character does not fit, the last "*" takes one character more: never more than name times pattern steps.
+    // If a character does not match, the last "*" takes one character more: never more than name times pattern steps.
     std::size_t place = 0;
     std::size_t patternPlace = 0;
     std::size_t starPlace = std::string_view::npos;

@@ -11,40 +11,39 @@
 
 namespace host {
 
-/// Which relations of a structure are told of, as patterns in which "*" stands for any characters, none included.
-/// Letters count without their case (ASCII). A pattern with a dot is compared with "schema.relation", one without with
-/// the relation's name alone.
+/// Selects relations of a structure with patterns, in which "*" stands for any number of characters. Case is ignored
+/// (ASCII). A pattern with a dot is compared with "schema.relation", a pattern without one with the relation's name.
 struct StructureFilter {
     std::vector<std::string> schemas;    ///< empty: all
     std::vector<std::string> relations;  ///< empty: all
-    std::vector<std::string> excluded;   ///< taken out of those
+    std::vector<std::string> excluded;   ///< removed from those
 };
 
-/// Whether a relation is kept, by the names of its schema and its own.
+/// Whether to keep a relation, by its schema's name and its own.
 using RelationTest = std::function<bool(const std::string& schema, const std::string& relation)>;
 
 struct RemovedCounts {
     std::size_t relations = 0;
-    std::size_t foreignKeys = 0;  ///< of the relations that stay, to some that do not
+    std::size_t foreignKeys = 0;  ///< from kept relations to removed ones
 };
 
-/// Takes out of a structure the relations that are not kept, and the foreign keys that lead to them: not even their
-/// names are told. Schemas without relations go too.
+/// Removes relations from a structure, and the foreign keys that refer to them, so that not even their names remain.
+/// Schemas without relations are removed too.
 RemovedCounts keepRelations(DatabaseStructure& structure, const RelationTest& isKept);
 
-/// What a filter left out.
+/// The effect of a filter.
 struct FilterSummary {
     RemovedCounts removed;
-    std::vector<std::string> unusedPatterns;  ///< that no relation or schema fits: mistyped, most likely
+    std::vector<std::string> unusedPatterns;  ///< match no relation or schema: probably mistyped
 };
 
-/// Takes out of a structure what a filter leaves out, as keepRelations does.
+/// Removes from a structure what a filter excludes, as keepRelations does.
 FilterSummary filterStructure(DatabaseStructure& structure, const StructureFilter& filter);
 
-/// The patterns of a list with commas between them, blanks around each dropped, empty ones left out.
+/// The patterns of a comma-separated list, trimmed, without empty ones.
 [[nodiscard]] std::vector<std::string> splitPatterns(std::string_view list);
 
-/// Whether a name fits a pattern with "*".
+/// Whether a name matches a pattern with "*".
 [[nodiscard]] bool fitsPattern(std::string_view name, std::string_view pattern);
 
 }  // namespace host

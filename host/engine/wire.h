@@ -15,10 +15,10 @@
 
 namespace host {
 
-/// How values travel between this program and its child process, both of one build on one machine: numbers as they are
-/// in memory, texts and lists with their length in front.
+/// The format of values between this program and its child process, which are one build on one machine: numbers as in
+/// memory, texts and lists with their length first.
 ///
-/// The fields of a type are listed once, in its exchangeFields(), for writing and for reading.
+/// The fields of a type are listed once, in its exchangeFields(), for both writing and reading.
 class WireWriter {
 public:
     template <typename... Values>
@@ -41,7 +41,7 @@ public:
     /// @param bytes  borrowed
     explicit WireReader(std::string_view bytes) : m_rest(bytes) {}
 
-    /// Throws std::runtime_error when the bytes end before the values do.
+    /// Throws std::runtime_error if the bytes end too early.
     template <typename... Values>
     void operator()(Values&... values) {
         (get(values), ...);
@@ -149,7 +149,8 @@ void WireReader::get(Value& value) {
         std::uint64_t length = 0;
         get(length);
         value.clear();
-        // Not resized to what a damaged message claims: each item takes a byte at least.
+        // Not resized to the claimed length, which may be wrong in a damaged message: each item takes at least one
+        // byte.
         for (std::uint64_t i = 0; i < length; ++i) {
             get(value.emplace_back());
         }

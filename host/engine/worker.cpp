@@ -27,10 +27,10 @@ constexpr int kSocket = STDIN_FILENO;
 constexpr int kFailed = 1;
 
 constexpr rlim_t kMaxMemoryBytes = rlim_t{1} << 30;
-/// Of one file: what sorting writes to disk.
+/// For one file: what sorting writes to disk.
 constexpr rlim_t kMaxFileBytes = rlim_t{2} << 30;
 
-/// Rows are sent together, but the first of them never waits longer than this for the others.
+/// Rows are sent together, but the first of them waits at most this long for others.
 constexpr std::size_t kSendBytes = 64 * 1024;
 constexpr std::chrono::milliseconds kSendInterval{100};
 
@@ -54,13 +54,13 @@ std::string describeMemoryLimit() {
 void limitMemory() {
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !HOST_HAS_FEATURE(address_sanitizer) && \
     !HOST_HAS_FEATURE(thread_sanitizer)
-    // A sanitizer reserves far more address space than that for itself.
+    // A sanitizer itself reserves far more address space than that.
     limitResource(RLIMIT_AS, kMaxMemoryBytes);
 #endif
 }
 
 void limitTime(std::chrono::milliseconds limit) {
-    // The parent ends the process before this does, unless the parent itself is stopped.
+    // The parent kills the process before this limit, unless the parent itself is stopped.
     constexpr std::chrono::seconds kGrace{5};
     limitResource(RLIMIT_CPU, static_cast<rlim_t>((std::chrono::ceil<std::chrono::seconds>(limit) + kGrace).count()));
 }
@@ -69,13 +69,13 @@ void limitProcess() {
     limitMemory();
     limitResource(RLIMIT_FSIZE, kMaxFileBytes);
     limitResource(RLIMIT_CORE, 0);
-    // Too long a file is then an error of the engine's, and a parent that is gone an error of the socket's.
+    // Then a file that is too long is an error of the engine, and a missing parent an error of the socket.
     signal(SIGXFSZ, SIG_IGN);
     signal(SIGPIPE, SIG_IGN);
 }
 
-/// Has the process end with its parent.
-/// @return whether the parent still lives
+/// Makes the process end with its parent.
+/// @return whether the parent is still alive
 bool bindToParent() {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     pollfd socket{kSocket, 0, 0};
@@ -106,7 +106,7 @@ Message receiveRequest() {
     return request;
 }
 
-/// The results of one request on their way to the parent.
+/// Sends the results of one request to the parent.
 class ResultSender : public RowReceiver {
 public:
     template <typename... Values>
@@ -130,7 +130,7 @@ private:
         while (!rest.empty()) {
             const ssize_t sent = ::send(kSocket, rest.data(), rest.size(), MSG_NOSIGNAL);
             if (sent < 0 && errno != EINTR) {
-                _exit(kFailed);  // nobody is left to tell
+                _exit(kFailed);  // there is nobody to report to
             }
             rest.remove_prefix(static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
         }
@@ -148,7 +148,7 @@ std::unique_ptr<EngineConnection> openConnection(const std::string& source, Resu
     return connection;
 }
 
-// The connection is closed before the last message: the parent ends this process once it has that.
+// The connection is closed before the last message, because the parent kills this process when it has received that.
 
 void readStructure(const Message& request, ResultSender& sender) {
     std::string source;

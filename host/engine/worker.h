@@ -3,9 +3,9 @@
 
 namespace host {
 
-/// The child process of a Database: serves the one request that comes over its standard input, a socket, and ends.
+/// The child process of a Database: serves the one request on its standard input, a socket, and ends.
 ///
-/// It limits its own memory, processor time and files, and it ends with its parent.
+/// It limits its own memory, processor time and files, and ends with its parent.
 /// @return the exit code of the process
 int runDatabaseWorker();
 

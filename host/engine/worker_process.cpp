@@ -29,8 +29,8 @@ std::string& programPath() {
     throw std::system_error(error, std::generic_category(), what);
 }
 
-/// What the child's descriptors, signals and process group become. Its group is its own, so that a Ctrl-C on the
-/// terminal reaches this program alone, which then decides.
+/// The child's descriptors, signals and process group. It has its own group, so a Ctrl-C on the terminal reaches only
+/// this program, which then decides.
 class SpawnSetup {
 public:
     explicit SpawnSetup(int socket) {
@@ -109,7 +109,7 @@ void WorkerProcess::send(const std::string& bytes) const {
         if (sent >= 0) {
             rest.remove_prefix(static_cast<std::size_t>(sent));
         } else if (errno != EINTR) {
-            return;  // the process is gone: receive() says so
+            return;  // the process has ended: receive() reports it
         }
     }
 }

@@ -12,14 +12,14 @@
 
 namespace host {
 
-/// A child process that serves one request, and the socket to it. It is killed with this object.
+/// A child process that serves one request, and the socket to it. The destructor kills it.
 class WorkerProcess {
 public:
     using Clock = std::chrono::steady_clock;
 
     enum class Outcome {
         Message,
-        Ended,  ///< the process is gone, and everything that it sent was received
+        Ended,  ///< the process has ended, and everything that it sent was received
         TimedOut,
         Stopped,
     };
@@ -36,12 +36,12 @@ public:
     Outcome receive(Message& message, Clock::time_point deadline, const StopCheck& isStopped);
 
     /// Waits for the end of a process whose socket is closed.
-    /// @return how it ended, for a person ("signal 11")
+    /// @return a text about how it ended ("signal 11")
     [[nodiscard]] std::string describeEnd();
-    /// Whether the limit of processor time ended it; only after describeEnd().
+    /// Whether it exceeded its limit of processor time; only after describeEnd().
     [[nodiscard]] bool isProcessorTimeOver() const noexcept { return m_isProcessorTimeOver; }
 
-    /// The program that is started; "/proc/self/exe", the running program, unless a test names another.
+    /// Sets the program to start; the default is "/proc/self/exe", the running program. For tests.
     static void setProgram(const std::string& path);
 
 private:
@@ -52,7 +52,7 @@ private:
     pid_t m_process = -1;
     int m_socket = -1;
     std::string m_received;
-    std::size_t m_taken = 0;  ///< bytes of m_received that are done with
+    std::size_t m_taken = 0;  ///< processed bytes of m_received
     int m_status = 0;
     bool m_isProcessorTimeOver = false;
 };

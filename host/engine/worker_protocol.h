@@ -8,14 +8,15 @@
 
 namespace host {
 
-/// The command-line word that makes this program the child process of a Database. Its standard input is the socket.
+/// The command-line word that makes this program the child process of a Database; then its standard input is the
+/// socket.
 constexpr const char* kWorkerWord = "--database-worker";
 
-/// What is sent over the socket: the length of the content (32 bits), the kind (one byte), the content.
+/// A message on the socket: the length of the content (32 bits), the kind (one byte), the content.
 struct Message {
     enum class Kind : std::uint8_t {
-        // To the child, one and only:
-        ReadStructure,  ///< source, detail, the limit of time
+        // To the child, exactly one of:
+        ReadStructure,  ///< source, detail, the time limit
         RunScript,      ///< source, script, limits
         // From the child, in this order:
         Version,      ///< text, once the database is open
@@ -24,7 +25,7 @@ struct Message {
         Row,          ///< cells
         EndResult,    ///< ResultCut
         Done,         ///< number of statements: the last of RunScript
-        Failure,      ///< exit code, text: the last wherever it comes
+        Failure,      ///< exit code, text: always the last message
     };
     Kind kind{};
     std::string content;
@@ -35,10 +36,10 @@ struct MessageHead {
     Message::Kind kind{};
 };
 
-/// The bytes of a MessageHead on the wire.
+/// The size of a message's head in bytes.
 constexpr std::size_t kMessageHeadBytes = sizeof(std::uint32_t) + sizeof(Message::Kind);
 
-/// Appends a message to what is to be sent. Throws std::length_error where the content is 4 GiB or more.
+/// Appends a message to the bytes to send. Throws std::length_error if the content is 4 GiB or larger.
 template <typename... Values>
 void appendMessage(std::string& target, Message::Kind kind, const Values&... values) {
     WireWriter content;

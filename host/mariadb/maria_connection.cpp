@@ -24,7 +24,7 @@ struct UrlParameter {
     mysql_option option;
 };
 
-/// The parameters that are options of the library; "socket" is one of connecting.
+/// The parameters that are options of the library; "socket" is passed when connecting.
 constexpr std::array<UrlParameter, 3> kParameters{
     {{"ssl-ca", MYSQL_OPT_SSL_CA}, {"ssl-cert", MYSQL_OPT_SSL_CERT}, {"ssl-key", MYSQL_OPT_SSL_KEY}}};
 

@@ -20,10 +20,10 @@ struct MariaResultFreer {
 
 using MariaResult = std::unique_ptr<MYSQL_RES, MariaResultFreer>;
 
-/// A connection to a MariaDB or MySQL server whose every transaction is read-only.
+/// A connection to a MariaDB or MySQL server on which every transaction is read-only.
 ///
-/// The password comes from MYSQL_PWD or the [client] section of the option files (~/.my.cnf), as the client library
-/// finds it. The server takes one statement at a time and gets no file of this machine.
+/// The client library takes the password from MYSQL_PWD or the [client] section of the option files (~/.my.cnf). The
+/// server accepts one statement at a time and cannot read files of this machine.
 class MariaConnection {
 public:
     /// @param url  mysql://USER@HOST:PORT/NAME?socket=PATH&ssl-ca=FILE, without a password
@@ -34,14 +34,14 @@ public:
     /// "10.11.9-MariaDB", "8.0.40"
     [[nodiscard]] std::string obtainVersion() const;
     [[nodiscard]] bool isMariaDb() const;
-    /// The database that the URL names; empty where it names none.
+    /// The database in the URL; empty if there is none.
     [[nodiscard]] const std::string& obtainDatabase() const noexcept { return m_database; }
 
-    /// Connects anew, after a result that was not read to its end.
+    /// Connects again, after a result that was not read to its end.
     void reconnect();
 
     using Row = std::vector<std::string>;
-    /// The rows of one of the program's own statements, NULL as an empty text. Throws HostError (Database).
+    /// The rows of one of the program's own statements, with NULL as an empty text. Throws HostError (Database).
     [[nodiscard]] std::vector<Row> query(const std::string& sql) const;
     /// Runs one of the program's own statements. Throws HostError (Database).
     void execute(const std::string& sql) const { (void)query(sql); }
@@ -49,7 +49,7 @@ public:
     /// A text as a literal.
     [[nodiscard]] std::string quote(std::string_view text) const;
 
-    /// Throws HostError (Database) with what the server or the library says.
+    /// Throws HostError (Database) with the error text of the server or the library.
     [[noreturn]] void failLost() const;
 
 private:

@@ -8,7 +8,7 @@
 
 namespace host {
 
-/// Connects to a MariaDB or MySQL server for reading only; see MariaConnection.
+/// Connects to a MariaDB or MySQL server, read-only; see MariaConnection.
 [[nodiscard]] std::unique_ptr<EngineConnection> openMaria(const std::string& url);
 
 /// "libmariadb 3.3.8"

@@ -22,7 +22,7 @@ constexpr ScriptSyntax kSyntax{.hasBackslashEscapes = true,
                                .hasHashComments = true,
                                .hasNestedComments = false};
 
-/// Functions that act outside the transaction: on other sessions, files or the server. "*" stands for what follows.
+/// Functions that act outside the transaction: on other sessions, files or the server. "*" stands for any rest.
 constexpr auto kRefusedFunctions = std::to_array<std::string_view>(
     {"LOAD_FILE", "GET_LOCK", "RELEASE_LOCK", "RELEASE_ALL_LOCKS", "MASTER_POS_WAIT", "MASTER_GTID_WAIT",
      "SOURCE_POS_WAIT", "WAIT_FOR_EXECUTED_GTID_SET", "SETVAL", "NEXTVAL", "LASTVAL", "sys_exec", "sys_eval", "sys_set",
@@ -33,7 +33,7 @@ constexpr unsigned int kReadOnlyServer = 1290;
 constexpr unsigned int kStatementTimeOver = 1969;  ///< MariaDB's
 constexpr unsigned int kQueryTimeOver = 3024;      ///< MySQL's
 constexpr unsigned int kQueryInterrupted = 1317;
-/// From here on, errors are the client library's: the connection is gone.
+/// Errors from this number on are the client library's: the connection is lost.
 constexpr unsigned int kFirstClientError = 2000;
 constexpr unsigned int kLastClientError = 2999;
 
@@ -107,7 +107,7 @@ private:
         m_connection.execute("START TRANSACTION READ ONLY");
     }
 
-    /// Has the server compile the statement, alone, and say what it gives.
+    /// Makes the server compile the statement, alone, and say what it returns.
     void checkIsQuery(const std::string& statement) const {
         const std::unique_ptr<MYSQL_STMT, StatementCloser> prepared(mysql_stmt_init(m_connection.obtainHandle()));
         if (prepared == nullptr) {
@@ -137,7 +137,7 @@ private:
             if (mysql_errno(handle) != 0) {
                 fail(mysql_errno(handle), mysql_error(handle));
             }
-            // Some functions come to an end without an error when the server ends them, and give anything.
+            // When the server stops them, some functions end without an error and return anything.
             if (m_clock.isOver()) {
                 failTimeout(m_limits.maxTime);
             }
@@ -145,7 +145,7 @@ private:
             return;
         }
         m_rows.endResult();
-        // The library would read all the rest; without a connection there is none.
+        // Otherwise the library would read all remaining rows; without a connection there are none.
         shutdown(static_cast<int>(mysql_get_socket(handle)), SHUT_RDWR);
         result.reset();
         m_connection.reconnect();

@@ -9,13 +9,13 @@
 
 namespace host {
 
-/// Runs statements from outside, for reading only.
+/// Runs statements from outside, read-only.
 ///
-/// Each statement runs alone, in a READ ONLY transaction of its own that is rolled back, and only if the server says
-/// beforehand that it gives rows: SET, KILL or INTO OUTFILE give none. Functions that reach outside the transaction are
-/// refused by their names.
+/// Each statement runs alone, in its own READ ONLY transaction that is rolled back, and only if the server says
+/// beforehand that it returns rows: SET, KILL or INTO OUTFILE return none. Functions that act outside the transaction
+/// are refused by their names.
 /// @return the number of statements that ran
-/// Throws HostError: SqlFailed for what is wrong with the SQL, Database for what is wrong with the connection.
+/// Throws HostError: SqlFailed for errors in the SQL, Database for problems with the connection.
 std::size_t runMariaScript(MariaConnection& connection, const std::string& script, const QueryLimits& limits,
                            RowReceiver& receiver);
 

@@ -46,7 +46,7 @@ private:
         RelationDescription description;
     };
 
-    /// The relation that a row is about by its first two columns; null where it is none that is told of.
+    /// The relation in a row's first two columns; null if it is none of the relations read.
     [[nodiscard]] RelationDescription* findRelation(const Row& row) {
         const auto found = m_relations.find({row[0], row[1]});
         return found == m_relations.end() ? nullptr : &found->second.description;
@@ -116,7 +116,7 @@ private:
 
     void readConstraints() {
         if (!m_connection.isMariaDb()) {
-            return;  // MySQL's list does not name the table
+            return;  // MySQL's list does not contain the table's name
         }
         for (const Row& row : m_connection.query(
                  "SELECT CONSTRAINT_SCHEMA, TABLE_NAME, CHECK_CLAUSE FROM information_schema.CHECK_CONSTRAINTS WHERE " +
@@ -135,7 +135,7 @@ private:
             schema.name = place.first;
             schema.isDefault = !m_connection.obtainDatabase().empty();
             if (relation.description.columns.empty()) {
-                // The server tells no columns of a view whose tables are gone.
+                // The server lists no columns of a view whose tables are missing.
                 structure.warnings.push_back("'" + makeOneLine(place.second) +
                                              "' is left out: the server tells no columns of it");
                 continue;

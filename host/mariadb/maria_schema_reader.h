@@ -9,12 +9,12 @@
 
 namespace host {
 
-/// Reads the structure of the database that a connection names, or of all databases except the system's where it names
+/// Reads the structure of the connection's database, or of all databases except the system's if the connection names
 /// none, from information_schema: tables and views by their names.
 /// Throws HostError (Database).
 [[nodiscard]] DatabaseStructure readMariaStructure(const MariaConnection& connection, StructureDetail detail);
 
-/// The catalogue queries that reading takes without the detail, in their order.
+/// The catalogue queries for reading the structure without details, in order.
 [[nodiscard]] std::vector<std::string> listMariaStructureQueries(const MariaConnection& connection);
 
 }  // namespace host

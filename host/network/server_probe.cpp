@@ -44,7 +44,7 @@ std::string takeReason() {
     return reason != nullptr ? reason : "the server closed the connection";
 }
 
-/// Brings a connection up, TLS included where it has that.
+/// Opens a connection, including TLS if it uses TLS.
 void connect(BIO* connection, std::chrono::milliseconds timeout) {
     BIO_set_nbio(connection, 1);
     const Clock::time_point deadline = Clock::now() + timeout;

@@ -7,20 +7,20 @@
 
 namespace host {
 
-/// Looks at a server step by step, for `kai check`: an exchange of the library says whether all of it works, not how
-/// far it comes. Nothing is sent to the server beyond what opening a connection takes. Failures are HostError:
+/// Tests a server step by step, for `kai check`: an exchange of the library shows only whether everything works, not
+/// which step fails. It sends nothing to the server beyond what opening a connection needs. Failures are HostError:
 /// Provider, or Cancelled after Ctrl-C.
 
-/// A host and a port as URLs and --api-host write them.
+/// A host and a port in the form of URLs and --api-host.
 struct ServerAddress {
     std::string name;  ///< an IPv6 address without its brackets
     std::string port;
 };
 
-/// @param text  a host, "host:port", "[::1]:port"; a scheme in front and a path behind are passed over
+/// @param text  a host, "host:port", "[::1]:port"; a scheme before it and a path after it are ignored
 [[nodiscard]] ServerAddress readServerAddress(std::string_view text, std::string_view usualPort);
 
-/// Looks a name up.
+/// Resolves a name.
 /// @return its first address
 [[nodiscard]] std::string resolveName(const std::string& name);
 
@@ -30,10 +30,10 @@ void tryConnection(const ServerAddress& server, std::chrono::milliseconds timeou
 struct ServerCertificate {
     std::string subject;
     std::string issuer;
-    std::string lastDay;  ///< the last day on which it holds, as "2027-01-31"
+    std::string lastDay;  ///< the last day on which it is valid, as "2027-01-31"
 };
 
-/// What certificate a server shows. It is read and not judged.
+/// Reads the certificate of a server, without verifying it.
 [[nodiscard]] ServerCertificate readCertificate(const ServerAddress& server, std::chrono::milliseconds timeout);
 
 }  // namespace host

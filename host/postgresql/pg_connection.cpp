@@ -13,7 +13,7 @@ namespace {
 
 void ignoreNotice(void* /*argument*/, const char* /*message*/) {}
 
-/// The defaults stand before the URL and the rules behind it: what comes later holds.
+/// Defaults come before the URL and fixed rules after it: later values take precedence.
 PGconn* connect(const std::string& url) {
     const std::array<const char*, 5> keys{"connect_timeout", "fallback_application_name", "dbname", "client_encoding",
                                           nullptr};
@@ -46,7 +46,8 @@ PgConnection::PgConnection(const std::string& url) : m_name(makeOneLine(describe
                                                 "': " + makeOneLine(PQerrorMessage(m_handle.get())) +
                                                 adviseOnFailure(m_handle.get()));
     }
-    // The server notices within a second when this process is ended while it works for it; older ones do not know how.
+    // With this setting, the server notices within a second that this process was killed while it works for it; older
+    // servers cannot.
     execute(
         "SET SESSION CHARACTERISTICS AS TRANSACTION READ ONLY; SET bytea_output = hex; "
         "SELECT set_config(name, '1s', false) FROM pg_settings WHERE name = 'client_connection_check_interval'");

@@ -19,9 +19,9 @@ struct PgClearer {
 
 using PgResult = std::unique_ptr<PGresult, PgClearer>;
 
-/// A connection to a PostgreSQL server whose every transaction is read-only unless it says otherwise.
+/// A connection to a PostgreSQL server on which every transaction is read-only unless it says otherwise.
 ///
-/// The password comes from PGPASSWORD, the password file or the service file, as libpq finds it.
+/// libpq takes the password from PGPASSWORD, the password file or the service file.
 class PgConnection {
 public:
     /// @param url  as libpq reads it, without a password
@@ -35,7 +35,7 @@ public:
     /// Runs the program's own statements. Throws HostError (Database).
     PgResult execute(const std::string& sql) const;
 
-    /// Throws HostError (Database): the connection is of no use any more.
+    /// Throws HostError (Database): the connection cannot be used any more.
     [[noreturn]] void failLost() const;
 
 private:

@@ -8,7 +8,7 @@
 
 namespace host {
 
-/// Connects to a PostgreSQL server for reading only; see PgConnection.
+/// Connects to a PostgreSQL server, read-only; see PgConnection.
 [[nodiscard]] std::unique_ptr<EngineConnection> openPostgresql(const std::string& url);
 
 /// "libpq 15.8"

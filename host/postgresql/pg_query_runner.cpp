@@ -24,7 +24,7 @@ constexpr ScriptSyntax kSyntax{.hasBackslashEscapes = false,
                                .hasNestedComments = true};
 
 /// Functions that act outside the transaction: on other sessions, files, the server, other servers, large objects, or
-/// by SQL that they are given as a text. "*" stands for whatever follows.
+/// by running SQL that is given as a text. "*" stands for any rest.
 constexpr auto kRefusedFunctions = std::to_array<std::string_view>({"set_config",
                                                                     "dblink*",
                                                                     "lo_export",
@@ -74,7 +74,7 @@ constexpr auto kRefusedFunctions = std::to_array<std::string_view>({"set_config"
                                                                     "crosstab*",
                                                                     "xpath_table"});
 
-/// Types by their fixed numbers.
+/// Types, with their fixed numbers.
 constexpr Oid kBooleanType = 16;
 constexpr Oid kBlobType = 17;
 constexpr std::array<Oid, 7> kNumberTypes{20, 21, 23, 26, 700, 701, 1700};
@@ -87,7 +87,7 @@ Cell::Kind chooseKind(Oid type, std::string_view value) {
         return Cell::Kind::Blob;
     }
     const bool isNumber = std::find(kNumberTypes.begin(), kNumberTypes.end(), type) != kNumberTypes.end();
-    // "NaN" and "Infinity" are no numbers to whoever reads the result.
+    // "NaN" and "Infinity" are not numbers in the result's formats.
     const bool hasDigits = !value.empty() && value.find_first_of("NI") == std::string_view::npos;
     return isNumber && hasDigits ? Cell::Kind::Number : Cell::Kind::Text;
 }
@@ -96,7 +96,7 @@ int readHexDigit(char character) {
     return character <= '9' ? character - '0' : (character | 0x20) - 'a' + 10;
 }
 
-/// Reads "\x00ff", as far as the limit needs it.
+/// Decodes "\x00ff", up to the limit.
 Cell makeBlob(std::string_view text, const QueryLimits& limits) {
     text.remove_prefix(std::min<std::size_t>(text.size(), 2));
     const std::size_t size = text.size() / 2;
@@ -161,7 +161,7 @@ private:
                 failRefused("the function '" + std::string(name) + "'");
             }
         }
-        // A name in this form can be any of these.
+        // A name in this form can be any of these names.
         if (containsWord(statement, "U&\"*")) {
             failRefused("a name or text in the form U&\"...\"");
         }
@@ -203,7 +203,7 @@ private:
                 if (isMoreWanted) {
                     fail(result.get());
                 }
-                continue;  // the end of a statement that was cancelled because its result is cut
+                continue;  // the end of a statement that was cancelled because its result is truncated
             }
             if (!isBegun) {
                 m_rows.beginResult(readColumns(result.get()));
@@ -219,7 +219,7 @@ private:
         m_rows.endResult();
     }
 
-    /// Waits for the next row or the result's end. Null where nothing more comes.
+    /// Waits for the next row or the end of the result. Null if nothing more follows.
     [[nodiscard]] PgResult receiveResult() {
         while (PQisBusy(m_handle) != 0) {
             pollfd socket{PQsocket(m_handle), POLLIN, 0};

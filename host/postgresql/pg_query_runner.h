@@ -9,14 +9,14 @@
 
 namespace host {
 
-/// Runs statements from outside, for reading only.
+/// Runs statements from outside, read-only.
 ///
-/// Each statement runs alone, in a READ ONLY transaction of its own that is rolled back, prepared in the extended
-/// protocol (which takes one statement) and only if it gives rows. A superuser's rights are put aside: where the
-/// server lets a session do everything, it does it only with those of pg_read_all_data. Functions that reach outside
-/// the transaction, which no server keeps a reader from, are refused by their names.
+/// Each statement runs alone, in its own READ ONLY transaction that is rolled back. It is prepared in the extended
+/// protocol (which accepts one statement) and runs only if it returns rows. A superuser's rights are dropped: the
+/// statement runs with the rights of pg_read_all_data. Functions that act outside the transaction, which the server
+/// allows even to readers, are refused by their names.
 /// @return the number of statements that ran
-/// Throws HostError: SqlFailed for what is wrong with the SQL, Database for what is wrong with the connection.
+/// Throws HostError: SqlFailed for errors in the SQL, Database for problems with the connection.
 std::size_t runPgScript(const PgConnection& connection, const std::string& script, const QueryLimits& limits,
                         RowReceiver& receiver);
 

@@ -8,9 +8,9 @@
 namespace host {
 namespace {
 
-/// In the queries, $1 stands for whether the detail is read.
+/// In the queries, $1 says whether to read the details.
 ///
-/// The relations that are told of. A partition is a part of its table.
+/// The relations to describe. A partition is a part of its table.
 constexpr const char* kRelations =
     "kai_relations AS (SELECT c.oid, c.relname, c.relkind, n.nspname FROM pg_catalog.pg_class c "
     "JOIN pg_catalog.pg_namespace n ON n.oid = c.relnamespace "
@@ -29,7 +29,8 @@ constexpr const char* kColumnQuery =
     "LEFT JOIN pg_catalog.pg_attrdef d ON d.adrelid = a.attrelid AND d.adnum = a.attnum "
     "WHERE a.attnum > 0 AND NOT a.attisdropped ORDER BY a.attrelid, a.attnum";
 
-/// One row a column of a key. The copies of a key that lead to a parent's partitions have a parent themselves.
+/// One row per column of a key. Copies of a key that refer to partitions of the parent table have a parent constraint
+/// themselves.
 constexpr const char* kKeyQuery =
     "SELECT c.conrelid, c.oid, c.contype, a.attname, pn.nspname, pc.relname, pa.attname "
     "FROM pg_catalog.pg_constraint c JOIN kai_relations r ON r.oid = c.conrelid "
@@ -83,7 +84,7 @@ private:
         RelationDescription description;
     };
 
-    /// The relation that a row is about; null where it was made after the relations were read.
+    /// The relation of a row; null if it was created after the relations were read.
     [[nodiscard]] RelationDescription* findRelation(const PGresult* rows, int row) {
         const auto found = m_places.find(readPgText(rows, row, 0));
         return found == m_places.end() ? nullptr : &m_relations[found->second].description;
@@ -98,7 +99,7 @@ private:
             relation.description.name = readPgText(rows.get(), i, 2);
             relation.description.comment = readPgText(rows.get(), i, 5);
             m_places.emplace(readPgText(rows.get(), i, 0), m_relations.size() - 1);
-            // A schema needs no qualifier as long as each of its relations is found without one.
+            // A schema needs no qualifier if each of its relations is found without one.
             const bool isVisible = readPgText(rows.get(), i, 4) == "t";
             const auto schema = m_isSchemaVisible.emplace(relation.schema, true).first;
             schema->second = schema->second && isVisible;

@@ -9,13 +9,13 @@
 
 namespace host {
 
-/// Reads the structure of the database that a connection is in, from pg_catalog in one snapshot: tables (foreign and
-/// partitioned ones too, their partitions not), views and materialized views of all schemas except the system's, in the
-/// order in which they were made.
+/// Reads the structure of the connection's database from pg_catalog in one snapshot: tables (including foreign and
+/// partitioned ones, but not their partitions), views and materialized views of all schemas except the system's, in the
+/// order of their creation.
 /// Throws HostError (Database).
 [[nodiscard]] DatabaseStructure readPgStructure(const PgConnection& connection, StructureDetail detail);
 
-/// The catalogue queries that reading takes, in their order.
+/// The catalogue queries for reading the structure, in order.
 [[nodiscard]] std::vector<std::string> listPgStructureQueries(StructureDetail detail);
 
 }  // namespace host

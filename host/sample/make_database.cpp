@@ -19,7 +19,7 @@ bool readFile(const std::string& fileName, std::string& content) {
 }
 
 /// Runs the script on a new database file.
-/// @return what went wrong; empty on success
+/// @return the error; empty on success
 std::string makeDatabase(const std::string& script, const std::string& fileName) {
     sqlite3* handle = nullptr;
     const int openCode =

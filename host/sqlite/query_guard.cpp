@@ -9,7 +9,7 @@
 namespace host {
 namespace {
 
-/// Steps of the engine's machine between two looks at the clock: well under a millisecond.
+/// Steps of the engine's virtual machine between two checks of the clock: well under a millisecond.
 constexpr int kStepsBetweenChecks = 1000;
 
 bool isSameName(const char* name, std::string_view other) {
@@ -22,18 +22,18 @@ bool isOneOf(const char* name, const std::array<std::string_view, count>& names)
     return std::any_of(names.begin(), names.end(), [&](std::string_view other) { return isSameName(name, other); });
 }
 
-/// Pragmas whose argument says what to tell of.
+/// Pragmas whose argument selects what they report.
 constexpr std::array<std::string_view, 15> kTellingPragmas{
     "table_info",    "table_xinfo",      "table_list",        "index_list",    "index_info",
     "index_xinfo",   "foreign_key_list", "foreign_key_check", "database_list", "collation_list",
     "function_list", "module_list",      "pragma_list",       "quick_check",   "integrity_check"};
 
-/// Pragmas that tell something without an argument and change something with one.
+/// Pragmas that report something without an argument and change something with one.
 constexpr std::array<std::string_view, 9> kTellingBarePragmas{"user_version",   "schema_version",  "application_id",
                                                               "encoding",       "page_count",      "page_size",
                                                               "freelist_count", "compile_options", "data_version"};
 
-/// Functions that reach outside the database where a build of the engine has them.
+/// Functions that act outside the database, if a build of the engine has them.
 constexpr std::array<std::string_view, 5> kRefusedFunctions{"load_extension", "fts3_tokenizer", "readfile", "writefile",
                                                             "edit"};
 
@@ -98,7 +98,7 @@ int QueryGuard::authorize(void* guard, int action, const char* first, const char
     if (self.allow(action, first, second)) {
         return SQLITE_OK;
     }
-    // The first refusal says what the statement is about; what follows are its consequences.
+    // The first refusal names the statement's real action; the later ones are its consequences.
     if (self.m_refusal.empty()) {
         self.m_refusal = describeAction(action, first, second);
     }
@@ -116,8 +116,8 @@ bool QueryGuard::allow(int action, const char* first, const char* second) {
         case SQLITE_PRAGMA:
             return isTellingPragma(first, second);
         case SQLITE_UPDATE:
-            // What the engine itself asks when it connects a virtual table, the table-valued pragmas among them. A
-            // statement that means to do it is refused by the engine.
+            // The engine itself asks this when it connects a virtual table, including the table-valued pragmas. If a
+            // statement tries to do it, the engine refuses.
             return isSameName(first, "sqlite_master");
         default:
             return false;

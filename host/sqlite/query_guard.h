@@ -8,23 +8,23 @@
 
 namespace host {
 
-/// Authorizes and times the statements from outside while it lives: the engine asks it about every action of a
-/// statement while it compiles the statement, and while the statement runs whether it may go on.
+/// Authorizes and times statements from outside while it lives. The engine asks it about every action when it compiles
+/// a statement, and whether to continue while the statement runs.
 ///
-/// Allowed are reading, calling functions except those that reach outside the database, and pragmas that only report
-/// something. Everything else is refused. One guard a connection; it must not outlive the connection.
+/// It allows reading, functions except those that act outside the database, and pragmas that only report something. It
+/// refuses everything else. One guard per connection; it must not outlive the connection.
 class QueryGuard {
 public:
-    /// @param timeLimit  for all statements together, from now on
+    /// @param timeLimit  for all statements together, starting now
     QueryGuard(sqlite3* handle, std::chrono::milliseconds timeLimit);
     ~QueryGuard();
     QueryGuard(const QueryGuard&) = delete;
     QueryGuard& operator=(const QueryGuard&) = delete;
 
-    /// What was refused last, for a person ("INSERT into 'orders'"); empty when nothing was.
+    /// The last refused action, for the user ("INSERT into 'orders'"); empty if there was none.
     [[nodiscard]] const std::string& obtainRefusal() const noexcept { return m_refusal; }
     [[nodiscard]] bool isTimeOver() const noexcept { return m_isTimeOver; }
-    /// Moves the deadline by time that the statements did not use.
+    /// Extends the deadline by time in which no statement ran.
     void extendTime(std::chrono::steady_clock::duration time) noexcept { m_deadline += time; }
 
 private:

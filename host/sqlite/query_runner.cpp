@@ -10,16 +10,16 @@
 namespace host {
 namespace {
 
-/// What the engine may allocate in all while statements from outside run. Bytes.
+/// The most that the engine may allocate while statements from outside run. Bytes.
 constexpr sqlite3_int64 kMaxHeapBytes = sqlite3_int64{512} * 1024 * 1024;
 
-/// Has the engine connect every virtual table. Some modules prepare their writing statements on that occasion, which a
-/// guard would refuse, and with them all reading of the table.
+/// Makes the engine connect every virtual table. Some modules then prepare their writing statements; a guard would
+/// refuse these, and with them all reading of the table.
 const SqliteDatabase& connectVirtualTables(const SqliteDatabase& database) {
     for (const std::string& name : database.listVirtualTables("main")) {
         const std::string sql = "SELECT 1 FROM main." + quoteIdentifier(name);
         sqlite3_stmt* statement = nullptr;
-        // A table of a module that is not there fails here, and again in the statement that uses it.
+        // A table of a missing module fails here, and again in the statement that uses it.
         sqlite3_prepare_v2(database.obtainHandle(), sql.c_str(), -1, &statement, nullptr);
         sqlite3_finalize(statement);
     }
@@ -71,7 +71,7 @@ private:
         if (code != SQLITE_OK) {
             fail(code);
         }
-        // VACUUM and the like are nothing that the authorizer is asked about.
+        // The engine does not ask the authorizer about VACUUM and similar statements.
         if (statement != nullptr && sqlite3_stmt_readonly(statement) == 0) {
             failRefused("the statement would write");
         }
@@ -101,7 +101,7 @@ private:
         m_rows.endResult();
     }
 
-    /// Passes a row on; waiting for its receiver does not count as the statement's time.
+    /// Passes a row on; the receiver's time does not count as the statement's time.
     [[nodiscard]] bool passOn(std::vector<Cell> row) {
         const auto start = std::chrono::steady_clock::now();
         const bool isMoreWanted = m_rows.addRow(std::move(row));

@@ -9,15 +9,15 @@
 
 namespace host {
 
-/// Runs statements from outside on a database, for reading only.
+/// Runs statements from outside on a database, read-only.
 class QueryRunner {
 public:
     /// @param database  borrowed
     QueryRunner(const SqliteDatabase& database, QueryLimits limits);
 
-    /// Runs the statements of a text in order and passes the rows on as they come. The first failure ends it.
+    /// Runs the statements of a text in order and passes the rows on as they arrive. It stops at the first failure.
     /// @return the number of statements that ran
-    /// Throws HostError: SqlFailed for what is wrong with the SQL, Database for what is wrong with the file.
+    /// Throws HostError: SqlFailed for errors in the SQL, Database for problems with the file.
     std::size_t run(const std::string& script, RowReceiver& receiver) const;
 
 private:

@@ -15,11 +15,11 @@
 namespace host {
 namespace {
 
-/// What the engine may allocate for reading the structure, besides the schema that it has read. Views upon views that
-/// name each other twice would otherwise take all there is, and hours. Bytes.
+/// The most that the engine may allocate for reading the structure, besides the schema itself. Otherwise views that
+/// name other views twice could take all memory, and hours. Bytes.
 constexpr sqlite3_int64 kMaxStructureBytes = sqlite3_int64{32} * 1024 * 1024;
 
-/// A statement about one relation: ?1 is its name, ?2 its schema. Both go in as values, so no name needs quoting.
+/// A statement about one relation: ?1 is its name, ?2 its schema. Both are bound values, so no name needs quoting.
 class RelationQuery {
 public:
     RelationQuery(const SqliteDatabase& database, const char* sql)
@@ -31,7 +31,7 @@ public:
         sqlite3_bind_text64(m_statement.get(), 2, schema.data(), schema.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
     }
 
-    /// Moves to the next row. Nothing when the engine cannot describe the relation.
+    /// Moves to the next row. Nothing if the engine cannot describe the relation.
     [[nodiscard]] std::optional<bool> moveNext() const {
         const int code = sqlite3_step(m_statement.get());
         if (code == SQLITE_ROW || code == SQLITE_DONE) {
@@ -48,7 +48,7 @@ public:
     [[nodiscard]] bool isNull(int column) const {
         return sqlite3_column_type(m_statement.get(), column) == SQLITE_NULL;
     }
-    /// Lets go of the last relation: no statement may stay open between two of them.
+    /// Resets the statement: no statement may stay open between two relations.
     void end() const { sqlite3_reset(m_statement.get()); }
 
 private:
@@ -56,7 +56,7 @@ private:
     SqliteStatementHandle m_statement;
 };
 
-/// Names as SQLite compares them: ASCII letters without their case.
+/// A name as SQLite compares it: ASCII letters without case.
 std::string foldName(std::string_view name) {
     std::string folded(name);
     for (char& character : folded) {
@@ -75,7 +75,7 @@ std::string joinNames(const std::vector<std::string>& names) {
     return text;
 }
 
-/// The foreign keys of a schema that lead nowhere, told of in one line.
+/// The foreign keys of a schema whose parent is missing, reported in one line.
 class LostForeignKeys {
 public:
     void add(const std::string& table, const ForeignKeyDescription& key) {
@@ -156,7 +156,8 @@ private:
         return description;
     }
 
-    /// Views can take long: one that names two others twice is expanded into all of them. The rest is left out then.
+    /// Views can take long: a view that names two others twice is expanded into all of them. When the time is over, the
+    /// rest is left out.
     void readViews(SchemaDescription& schema, const std::vector<std::string>& names) {
         const auto deadline = std::chrono::steady_clock::now() + kMaxViewTime;
         for (std::size_t i = 0; i < names.size(); ++i) {
@@ -188,8 +189,8 @@ private:
         return names;
     }
 
-    /// The tables behind virtual tables. The list that tells them expands every view, so it is asked for only where
-    /// there are virtual tables.
+    /// The tables behind virtual tables. The list that names them expands every view, so it is read only if there are
+    /// virtual tables.
     [[nodiscard]] std::set<std::string> readShadowNames(const std::string& schema) {
         std::set<std::string> names;
         if (m_database.listVirtualTables(schema).empty()) {
@@ -287,7 +288,7 @@ private:
         return parent.primaryKey;
     }
 
-    /// Tells of the keys that lead nowhere, and drops those of them that have no columns to lead to.
+    /// Reports the keys whose parent is missing, and drops those of them without parent columns.
     void reportLostForeignKeys(std::vector<RelationDescription>& tables) {
         std::map<std::string, std::set<std::string>> columns;
         for (const RelationDescription& table : tables) {

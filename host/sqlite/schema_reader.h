@@ -6,13 +6,13 @@
 
 namespace host {
 
-/// Reads the structure of every database of a connection except the temporary one: tables (virtual ones too) and views
-/// in the order in which they were made, without the engine's own tables and the shadow tables of virtual ones.
+/// Reads the structure of every database of a connection except the temporary one: tables (also virtual ones) and views
+/// in the order of their creation, without the engine's own tables and the shadow tables of virtual ones.
 ///
-/// A foreign key that names no parent columns gets the parent's primary key; one that leads nowhere gives a warning. A
-/// relation that the engine cannot describe within its limits (a view of a table that is gone, a virtual table of an
-/// unknown module, views upon views that multiply each other) is left out with a warning.
-/// Throws HostError (Database) when the file cannot be read.
+/// A foreign key without parent columns gets the parent's primary key; a foreign key whose parent is missing gives a
+/// warning. A relation that the engine cannot describe within its limits (a view of a missing table, a virtual table of
+/// an unknown module, views on views that multiply each other) is left out with a warning.
+/// Throws HostError (Database) if the file cannot be read.
 [[nodiscard]] DatabaseStructure readSqliteStructure(const SqliteDatabase& database, StructureDetail detail);
 
 }  // namespace host

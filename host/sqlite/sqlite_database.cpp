@@ -8,10 +8,10 @@
 namespace host {
 namespace {
 
-/// How long a lock of another program is waited for.
+/// How long to wait for a lock of another program.
 constexpr int kBusyMilliseconds = 2000;
 
-/// Values longer than this are not read, and no statement makes them. Bytes.
+/// Longer values are not read, and no statement can create them. Bytes.
 constexpr int kMaxValueBytes = 16 * 1024 * 1024;
 
 void lockDown(sqlite3* handle) {
@@ -58,7 +58,7 @@ SqliteDatabase::SqliteDatabase(const std::string& fileName) : m_fileName(fileNam
     lockDown(m_handle.get());
     const SqliteStatementHandle queryOnly = prepare("PRAGMA query_only = 1");
     step(queryOnly);
-    // The first read finds out whether the file is a database at all, and whether it is locked.
+    // The first read shows whether the file is a database at all, and whether it is locked.
     const SqliteStatementHandle firstRead = prepare("SELECT count(*) FROM sqlite_schema");
     step(firstRead);
 }
@@ -78,7 +78,7 @@ void SqliteDatabase::open() {
 }
 
 std::vector<std::string> SqliteDatabase::listVirtualTables(const std::string& schema) const {
-    // They alone have no page of their own.
+    // Only virtual tables have no page of their own.
     const SqliteStatementHandle statement =
         prepare("SELECT name FROM " + quoteIdentifier(schema) + ".sqlite_schema WHERE type = 'table' AND rootpage = 0");
     std::vector<std::string> names;

@@ -23,16 +23,16 @@ struct SqliteFinalizer {
 
 using SqliteStatementHandle = std::unique_ptr<sqlite3_stmt, SqliteFinalizer>;
 
-/// A SQLite file, opened so that nothing done through it can change the file, or any other.
+/// A SQLite file, opened so that nothing done with it can change it, or any other file.
 ///
-/// The connection is read-only by the engine's own means: it is opened read-only, `query_only` is on, nothing can be
-/// attached, extensions and the two-argument fts3_tokenizer are off, and the schema's own expressions are not trusted.
-/// Statements that come from outside run through a QueryRunner, which also asks an authorizer about each action.
-/// It leaves no file behind that was not there before. One thread at a time.
+/// The engine itself makes the connection read-only: the file is opened read-only, `query_only` is on, nothing can be
+/// attached, extensions and the two-argument fts3_tokenizer are off, and expressions in the schema are not trusted.
+/// Statements from outside run in a QueryRunner, which also sets an authorizer for each action. It leaves no new file
+/// behind. One thread at a time.
 class SqliteDatabase {
 public:
     /// Opens a file and reads its header.
-    /// @param fileName  a path; it is never read as a URI or as a name with a meaning of its own
+    /// @param fileName  a path; it is never used as a URI or a special name
     /// Throws HostError (Database) with what is wrong and what to do.
     explicit SqliteDatabase(const std::string& fileName);
 
@@ -41,8 +41,8 @@ public:
     /// The names of a schema's virtual tables.
     [[nodiscard]] std::vector<std::string> listVirtualTables(const std::string& schema) const;
 
-    /// To be called after reading. Throws HostError (Database) when another program may have changed the file meanwhile
-    /// without this connection noticing.
+    /// Must be called after reading. Throws HostError (Database) if another program may have changed the file without
+    /// this connection noticing.
     void checkUnchanged() const;
 
     /// Prepares one of the program's own statements. Throws HostError (Database).
@@ -52,7 +52,7 @@ public:
     /// @return whether there is one. Throws HostError (Database) on a failure.
     bool step(const SqliteStatementHandle& statement) const;
 
-    /// What the last failure of this connection means for the user, as one line that names the file.
+    /// The last failure of this connection in one line for the user, with the file's name.
     [[nodiscard]] std::string describeFailure() const;
 
 private:
@@ -63,13 +63,13 @@ private:
     std::unique_ptr<sqlite3, SqliteCloser> m_handle;
 };
 
-/// Whether a result code speaks of the file (locked, damaged, unreadable) rather than of the statement.
+/// Whether a result code is about the file (locked, damaged, unreadable) and not about the statement.
 [[nodiscard]] bool isDatabaseFailure(int resultCode) noexcept;
 
 /// A column of the current row as text; empty for NULL. NUL bytes inside it are kept.
 [[nodiscard]] std::string readColumnText(sqlite3_stmt* statement, int column);
 
-/// A name in double quotes, a double quote inside it doubled.
+/// A name in double quotes, with double quotes in it doubled.
 [[nodiscard]] std::string quoteIdentifier(std::string_view name);
 
 }  // namespace host

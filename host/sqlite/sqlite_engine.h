@@ -8,7 +8,7 @@
 
 namespace host {
 
-/// Opens a SQLite file for reading only; see SqliteDatabase.
+/// Opens a SQLite file, read-only; see SqliteDatabase.
 [[nodiscard]] std::unique_ptr<EngineConnection> openSqlite(const std::string& fileName);
 
 /// "SQLite 3.40.1"

@@ -15,7 +15,7 @@
 namespace host {
 namespace {
 
-/// The part of a database file that SQLite's own locks lie on: pending, reserved and shared.
+/// The part of a database file on which SQLite's own locks are: pending, reserved and shared.
 constexpr off_t kLockStart = 0x40000000;
 constexpr off_t kLockBytes = 2 + 510;
 
@@ -40,7 +40,7 @@ bool isFilled(const std::string& fileName) {
     return stat(fileName.c_str(), &status) == 0 && status.st_size > 0;
 }
 
-/// Removes the index of a log unless somebody uses the database: everybody who does holds one of SQLite's locks.
+/// Removes the index of a log unless somebody uses the database: every user holds one of SQLite's locks.
 void removeIndex(const std::string& fileName) {
     const int descriptor = open(fileName.c_str(), O_RDWR | O_CLOEXEC);
     if (descriptor < 0) {
@@ -78,7 +78,7 @@ SqliteFile::SqliteFile(const std::string& fileName) : m_fileName(fileName) {
     }
     if (isInWriteAheadMode(fileName)) {
         const bool hasIndex = exists(fileName + "-shm");
-        // Whoever uses the database has both files; an empty log without an index was left by somebody.
+        // A program that uses the database has both files; an empty log without an index was left behind.
         m_isReadAlone = !exists(fileName + "-wal") || (!isFilled(fileName + "-wal") && !hasIndex);
         m_isIndexOwn = !m_isReadAlone && !hasIndex;
     }
@@ -92,7 +92,7 @@ SqliteFile::~SqliteFile() {
 
 std::string SqliteFile::makeUri() const {
     constexpr std::string_view kDigits = "0123456789ABCDEF";
-    // An absolute path stands behind an empty authority: its own slashes may be more than one.
+    // An absolute path follows an empty authority, because it may begin with several slashes.
     std::string uri = m_fileName.starts_with('/') ? "file://" : "file:./";
     for (const char character : m_fileName) {
         const auto byte = static_cast<unsigned char>(character);

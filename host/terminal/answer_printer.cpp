@@ -10,7 +10,7 @@ AnswerPrinter::AnswerPrinter(Console& console)
     : m_console(console), m_isColoured(console.isOutputTerminal() && hasTerminalEscapes() && areColoursWanted()) {}
 
 AnswerPrinter::~AnswerPrinter() {
-    // A turn that failed leaves the cursor at the beginning of a line, and no colour on.
+    // After a failed turn, the cursor is at the beginning of a line, and no colour is on.
     finish();
 }
 

@@ -10,7 +10,7 @@
 
 namespace host {
 
-/// Prints an answer as it comes: made safe, coloured where the output is a terminal that wants colours.
+/// Prints an answer as it arrives: without unsafe characters, and coloured if the output is a terminal with colours.
 class AnswerPrinter {
 public:
     explicit AnswerPrinter(Console& console);
@@ -19,7 +19,7 @@ public:
     ~AnswerPrinter();
 
     void add(std::string_view piece);
-    /// Prints what was held back and ends the line.
+    /// Prints the rest and ends the line.
     void finish();
     [[nodiscard]] bool hasPrinted() const noexcept { return m_hasPrinted; }
 

@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kUpdateInterval{100};
 
-/// Writes at once, past every buffer: the display is of no use later.
+/// Writes at once, without a buffer: the display is useless later.
 void writeToTerminal(const std::string& text) {
     [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text.data(), text.size());
 }
@@ -115,7 +115,7 @@ void Console::flush() {
         throw BrokenOutput();
     }
     if (m_outputError == EINTR) {
-        // A signal broke off a write that nobody took. The next one starts anew.
+        // A signal interrupted a write that nobody read. The next one starts again.
         std::cout.clear();
         clearerr(stdout);
         throw HostError(ExitCode::Cancelled, "cancelled; some output is lost");

@@ -7,11 +7,11 @@
 
 namespace host {
 
-/// The program's standard output and standard error. What is not the program's own wording is made safe to print, and
-/// the key is taken out.
+/// The program's standard output and standard error. Text that is not the program's own is made safe to print, and the
+/// key is removed.
 ///
-/// While a turn runs, standard error shows the elapsed time where it is a terminal; the line is gone before anything
-/// else is written there. The terminal's modes are never changed, so there is nothing to restore.
+/// If standard error is a terminal, it shows the elapsed time during a turn; that line is removed before anything else
+/// is written there. The terminal's modes are never changed, so nothing needs to be restored.
 class Console {
 public:
     Console();
@@ -19,25 +19,25 @@ public:
     Console(const Console&) = delete;
     Console& operator=(const Console&) = delete;
 
-    /// Running text from outside (an answer): control characters are made visible, one line end stands behind it.
+    /// Prints text from outside (an answer): control characters are made visible, and one line end is added.
     void printText(std::string_view text);
-    /// The program's own text, or text that was made visible already, as it is.
+    /// Prints the program's own text, or text that was already made visible, unchanged.
     void printPlain(std::string_view text);
-    /// One line on standard error, "kai: " in front.
+    /// Prints one line on standard error, after "kai: ".
     void note(std::string_view message);
 
-    /// Begins and ends the display of the elapsed time. Both may be called where nothing is displayed.
+    /// Begins and ends the display of the elapsed time. Both may be called when nothing is displayed.
     void beginProgress();
     void endProgress();
-    /// Brings the display up to date, not more often than makes sense.
+    /// Updates the display, but not too often.
     void updateProgress();
 
-    /// Whether a person sits at the prompt: standard input and standard output are terminals.
+    /// Whether the session is interactive: standard input and standard output are terminals.
     [[nodiscard]] bool isInteractive() const noexcept { return m_isInteractive; }
     [[nodiscard]] bool isOutputTerminal() const noexcept { return m_isOutputTerminal; }
 
-    /// Writes out what is buffered. Throws HostError (Usage) when the standard output cannot be written, BrokenOutput
-    /// when nobody reads it any more.
+    /// Flushes standard output. Throws HostError (Usage) if it cannot be written, BrokenOutput if nobody reads it any
+    /// more.
     void flush();
 
 private:
@@ -56,7 +56,7 @@ private:
     std::chrono::steady_clock::time_point m_nextUpdate;
 };
 
-/// The reader of the standard output has gone away: nothing is left to say to anybody.
+/// The reader of the standard output is gone: there is nobody to report to.
 class BrokenOutput {};
 
 }  // namespace host

@@ -15,7 +15,7 @@ std::filesystem::path findStateDirectory() {
         const char* value = std::getenv(name);
         return std::filesystem::path(value != nullptr ? value : "");
     };
-    // A relative path there is to be ignored.
+    // A relative path in the variable must be ignored.
     if (std::filesystem::path state = read("XDG_STATE_HOME"); state.is_absolute()) {
         return state;
     }
@@ -74,7 +74,7 @@ void HistoryFile::append(const std::string& text) const {
         m_fileName.empty() ? -1 : open(m_fileName.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
     if (file >= 0) {
         const std::string line = writeOnOneLine(text) + "\n";
-        // One write: lines of several chats at once do not mix.
+        // One write, so that lines of simultaneous chats do not mix.
         [[maybe_unused]] const ssize_t ignored = write(file, line.data(), line.size());
         close(file);
     }

@@ -7,8 +7,8 @@
 
 namespace host {
 
-/// The questions of former chats, one a line: $XDG_STATE_HOME/kai/history, or ~/.local/state/kai/history. Only its
-/// owner can read it. Whatever goes wrong with it is no reason to disturb a chat: there is less to come back then.
+/// The questions of former chats, one per line: $XDG_STATE_HOME/kai/history, or ~/.local/state/kai/history. Only its
+/// owner can read it. Errors of this file never disturb a chat; the history is then shorter.
 class HistoryFile {
 public:
     static constexpr int kMaxLines = 1000;
@@ -21,7 +21,7 @@ public:
     void append(const std::string& text) const;
 
 private:
-    std::string m_fileName;  ///< empty: there is no place for it
+    std::string m_fileName;  ///< empty: no place for it
 };
 
 }  // namespace host

@@ -23,7 +23,7 @@ static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_alw
                   std::atomic<void (*)()>::is_always_lock_free,
               "a signal handler may use these");
 
-/// How long the program has for ending by itself after the second request. Seconds.
+/// The time for the program to end by itself after the second request. Seconds.
 constexpr unsigned kGrace = 2;
 
 [[noreturn]] void endAtOnce(int /*signal*/) {
@@ -46,7 +46,7 @@ void noteSignal(int signal) {
         alarm(kGrace);
     }
     const char mark = 0;
-    // A full pipe is as good as one more byte in it.
+    // A full pipe wakes the reader as well as one more byte.
     [[maybe_unused]] const ssize_t ignored = write(s_wakePipe[1], &mark, 1);
     errno = savedErrno;
 }
@@ -60,7 +60,7 @@ void installHandler(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
-    // Without SA_RESTART a read of the terminal ends, so that the prompt can come back.
+    // Without SA_RESTART the signal interrupts a read of the terminal, so that the prompt can come back.
     action.sa_flags = 0;
     sigaction(signal, &action, nullptr);
 }

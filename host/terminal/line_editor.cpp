@@ -30,7 +30,8 @@ void writeToTerminal(std::string_view text) {
     [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, text.data(), text.size());
 }
 
-/// Does nothing; that there is a handler ends the wait for a key, so that the editor looks at the terminal anew.
+/// Does nothing; but because there is a handler, the signal ends the wait for a key, and the editor checks the terminal
+/// again.
 void noteChange(int /*signal*/) {}
 
 void wakeAt(int signal) {
@@ -56,7 +57,7 @@ std::string narrow(std::wstring_view text) {
     return narrow;
 }
 
-/// The bytes of a character after its first one.
+/// The number of bytes of a character after its first one.
 std::size_t countContinuations(unsigned char lead) {
     return lead < 0xC2 || lead > 0xF4 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
 }
@@ -79,7 +80,7 @@ RawTerminal::~RawTerminal() {
 }
 
 LineEditor::LineEditor() : m_hasBracketedPaste(hasTerminalEscapes()) {
-    // The editor prints characters as the locale says, and the program speaks UTF-8 wherever it runs.
+    // The editor prints characters according to the locale, but the program always uses UTF-8.
     setlocale(LC_CTYPE, "C.UTF-8");
     m_editor.reset(el_init("kai", stdin, stdout, stderr));
     m_history.reset(history_winit());
@@ -90,7 +91,7 @@ LineEditor::LineEditor() : m_hasBracketedPaste(hasTerminalEscapes()) {
     el_wset(m_editor.get(), EL_PROMPT, &LineEditor::obtainPrompt);
     el_wset(m_editor.get(), EL_GETCFN, &LineEditor::readCharacter);
     el_wset(m_editor.get(), EL_SIGNAL, 0);
-    // Between two lines too: the kernel's line editing would cut what is typed meanwhile.
+    // Between two lines too: otherwise the kernel's line editing would cut input that is typed meanwhile.
     el_wset(m_editor.get(), EL_SETTY, L"-x", L"-icanon", L"-echo", nullptr);
     el_wset(m_editor.get(), EL_HIST, history_w, m_history.get());
     bindKeys();
@@ -149,7 +150,7 @@ bool LineEditor::readByte(unsigned char& byte) {
         std::array<char, 4096> bytes{};
         const ssize_t count = read(STDIN_FILENO, bytes.data(), bytes.size());
         if (count > 0) {
-            // The next byte stands at the end.
+            // The bytes are stored in reverse: the next one is the last.
             m_bytes.assign(bytes.rend() - count, bytes.rend());
         } else if (count == 0 || errno != EINTR) {
             return false;
@@ -195,7 +196,7 @@ unsigned char LineEditor::insertPaste(EditLine* editor, wint_t /*key*/) {
             clean += L' ';
         }
     }
-    // The end of the last line is no part of the question.
+    // The last line end is not part of the question.
     clean.resize(clean.find_last_not_of(L'\n') + 1);
     return el_winsertstr(editor, clean.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
 }

@@ -12,8 +12,8 @@
 
 namespace host {
 
-/// The terminal of the standard input without the kernel's line editing, which cuts lines at 4,095 bytes, and without
-/// its echo, until this object ends or the process is ended at once.
+/// Turns off the kernel's line editing (which cuts lines at 4,095 bytes) and echo on the terminal of the standard
+/// input, until this object or the process ends.
 class RawTerminal {
 public:
     RawTerminal();
@@ -22,8 +22,8 @@ public:
     RawTerminal& operator=(const RawTerminal&) = delete;
 };
 
-/// Lines typed on a terminal: editing, history, search (Ctrl-R), questions of several lines (Alt-Enter, or pasted).
-/// One at a time; it holds the terminal as long as it lives.
+/// Lines typed on a terminal: editing, history, search (Ctrl-R), questions with several lines (Alt-Enter, or pasted).
+/// One object at a time; it occupies the terminal while it lives.
 class LineEditor : public LineSource {
 public:
     LineEditor();
@@ -57,7 +57,7 @@ private:
     HistoryFile m_historyFile;
     std::wstring m_prompt;
     std::string m_offered;
-    std::string m_bytes;  ///< read from the terminal and not taken yet
+    std::string m_bytes;  ///< read from the terminal, not processed yet
     bool m_isInterrupted = false;
     bool m_hasBracketedPaste;
 };

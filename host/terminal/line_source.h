@@ -6,7 +6,7 @@
 
 namespace host {
 
-/// Where the lines of a chat come from.
+/// The source of a chat's lines.
 class LineSource {
 public:
     enum class Outcome { Line, EndOfInput, Interrupted };
@@ -16,18 +16,18 @@ public:
     LineSource& operator=(const LineSource&) = delete;
     virtual ~LineSource() = default;
 
-    /// Waits for a line, or for a pasted or edited text of several lines. An interrupted one is dropped.
-    /// @param prompt  printed where a person types
+    /// Waits for a line, or for a pasted or edited text with several lines. An interrupted line is dropped.
+    /// @param prompt  printed if a person types
     [[nodiscard]] virtual Outcome readLine(const std::string& prompt, std::string& line) = 0;
 
-    /// Has the line come back on request, now and in later chats.
+    /// Adds the line to the history, for this chat and later ones.
     virtual void remember(const std::string& /*line*/) {}
 
-    /// Puts a text into the next line, to be edited there.
+    /// Puts a text into the next line, for editing.
     virtual void offer(const std::string& /*text*/) {}
 };
 
-/// An editor on a terminal, plain lines from anything else.
+/// A line editor for a terminal, plain lines for anything else.
 [[nodiscard]] std::unique_ptr<LineSource> makeLineSource(bool isTerminal);
 
 }  // namespace host

@@ -16,7 +16,7 @@ constexpr std::string_view kKeyword = "\033[1;34m";
 constexpr std::string_view kString = "\033[32m";
 constexpr std::string_view kReset = "\033[0m";
 
-/// The words of SQL that are coloured, in order.
+/// The coloured words of SQL, sorted.
 constexpr std::array<std::string_view, 62> kKeywords{
     "ALL",   "AND",   "AS",        "ASC",      "BETWEEN", "BY",        "CASE",      "CAST",    "COALESCE",
     "COUNT", "CROSS", "DESC",      "DISTINCT", "ELSE",    "END",       "EXCEPT",    "EXISTS",  "EXPLAIN",
@@ -90,7 +90,7 @@ void MarkdownStream::takeCharacter(char character) {
     switch (m_block) {
         case Block::Unknown:
             m_lineStart += character;
-            // Indentation, a run of marks and one character more say what a line is.
+            // Indentation, a run of marks and one more character determine the kind of a line.
             if (const std::string_view text = skipBlanks(m_lineStart); countRun(text) < text.size()) {
                 decideBlock();
             }
@@ -115,7 +115,7 @@ void MarkdownStream::beginLine() {
     }
 }
 
-/// Says what the line is, and prints what was held back of it.
+/// Determines the kind of the line, and prints its held-back start.
 void MarkdownStream::decideBlock() {
     if (m_block != Block::Unknown) {
         return;
@@ -163,7 +163,7 @@ void MarkdownStream::takeText(char character) {
     }
 }
 
-/// Prints the run of marks that has ended; "**" and "`" switch their style, coloured like what they enclose.
+/// Prints a run of marks that has ended; "**" and "`" switch their style and have the colour of what they enclose.
 void MarkdownStream::flushMarks() {
     const std::string marks = std::exchange(m_marks, {});
     bool* style = marks == "`" ? &m_isInlineCode : marks == "**" && !m_isInlineCode ? &m_isBold : nullptr;

@@ -6,14 +6,14 @@
 
 namespace host {
 
-/// Markdown that comes in pieces, rendered with a terminal's colours: headings, emphasis, code, and SQL in code blocks
-/// with its keywords, strings and comments. The text itself stays as it is, marks included, so that it can be copied.
+/// Renders Markdown that arrives in pieces with a terminal's colours: headings, emphasis, code, and in code blocks SQL
+/// with its keywords, strings and comments. The text itself stays unchanged, including marks, so that it can be copied.
 class MarkdownStream {
 public:
     /// @param piece  text that is safe to print
-    /// @return what can be printed now; a few characters may be held back
+    /// @return the text that can be printed now; a few characters may be held back
     [[nodiscard]] std::string add(std::string_view piece);
-    /// The rest, with every colour ended.
+    /// The rest, with all colours ended.
     [[nodiscard]] std::string finish();
 
 private:
@@ -30,16 +30,16 @@ private:
     void setColour(std::string_view colour);
 
     std::string m_output;
-    std::string m_lineStart;  ///< of a line whose kind is not known yet
-    std::string m_marks;      ///< "*" or "`" that may go on
-    std::string m_word;       ///< of SQL, not ended yet
+    std::string m_lineStart;  ///< the start of a line whose kind is not known yet
+    std::string m_marks;      ///< a run of "*" or "`" that may continue
+    std::string m_word;       ///< an incomplete word of SQL
     Block m_block = Block::Unknown;
-    std::string m_fence;  ///< what opened the code block; empty outside of one
+    std::string m_fence;  ///< the opening fence of the code block; empty outside of one
     bool m_isBold = false;
     bool m_isInlineCode = false;
-    char m_quote = '\0';        ///< of the SQL string that is open; '-' for a comment up to the line's end
-    bool m_isDashHeld = false;  ///< of SQL: one that may begin a comment
-    std::string_view m_colour;  ///< what is on now
+    char m_quote = '\0';        ///< the quote of the open SQL string; '-' in a comment up to the end of the line
+    bool m_isDashHeld = false;  ///< in SQL: a dash that may begin a comment
+    std::string_view m_colour;  ///< the current colour
 };
 
 }  // namespace host

@@ -39,7 +39,7 @@ std::string writeBlob(std::string_view bytes) {
     return text + "'";
 }
 
-/// A value as text, whole.
+/// A complete value as text.
 std::string writeValue(const Cell& cell, bool isForTerminal) {
     if (cell.kind == Cell::Kind::Blob) {
         return writeBlob(cell.bytes);
@@ -128,7 +128,7 @@ private:
         writer.finish();
     }
 
-    /// Whether an engine's number is one for JSON too: "Infinity" and "007" are not.
+    /// Whether an engine's number is valid in JSON: "Infinity" and "007" are not.
     static bool isJsonNumber(const std::string& text) {
         return COJson(std::string_view(text)).obtainType() == COJsonValue::Type::Number;
     }
@@ -190,13 +190,13 @@ private:
     Printer m_print;
 };
 
-/// A table that is wider than it may be, or every table, row by row.
+/// Prints tables; those that are too wide, or all, row by row.
 class TableWriter : public ResultCollector {
 public:
     TableWriter(const ResultStyle& style, const Printer& print)
         : ResultCollector([style, print](const ResultTable& table) {
               std::ostringstream text;
-              // One column is as wide either way.
+              // A single column is equally wide in both forms.
               const bool isTooWide = style.maxTableColumns != 0 && table.columns.size() > 1 &&
                                      measureTable(table, style.maxCellColumns) > style.maxTableColumns;
               if (style.format == ResultFormat::Vertical || isTooWide) {

@@ -18,30 +18,30 @@ namespace host {
 /// |---|---|---|---|
 /// | Table | aligned columns, a line that counts the rows | NULL | 'NULL' |
 /// | Csv | RFC 4180 with line feeds | an empty field | NULL; an empty text is "" |
-/// | Json | an object of "columns", "rows" (lists) and "truncated", on a line of its own | null | "NULL" |
+/// | Json | an object with "columns", "rows" (lists) and "truncated", on a line of its own | null | "NULL" |
 /// | Markdown | a table | *NULL* | NULL |
-/// | Vertical | a row's values below each other | NULL | 'NULL' |
+/// | Vertical | the values of a row, one below the other | NULL | 'NULL' |
 ///
-/// Csv and Json hold the values exactly where the output is no terminal, without the hidden secret. Blobs are written
-/// as x'1B5B': whole in Csv and Json, else their first bytes.
+/// If the output is not a terminal, Csv and Json contain the exact values, without the hidden secret. Blobs are written
+/// as x'1B5B': complete in Csv and Json, otherwise their first bytes.
 enum class ResultFormat { Table, Csv, Json, Markdown, Vertical };
 
-/// The format of a name; nothing for an unknown one.
+/// The format with this name; nothing for an unknown name.
 [[nodiscard]] std::optional<ResultFormat> findResultFormat(std::string_view name);
 /// The names with commas between them.
 [[nodiscard]] std::string listResultFormats();
-/// Whether programs read the format: its values must not be abbreviated.
+/// Whether the format is for programs: then its values must not be abbreviated.
 [[nodiscard]] bool isForPrograms(ResultFormat format) noexcept;
 
 struct ResultStyle {
     ResultFormat format = ResultFormat::Table;
-    std::size_t maxCellColumns = 80;  ///< longer values are cut off with U+2026; 0: never
-    std::size_t maxTableColumns = 0;  ///< a wider table is printed vertically; 0: never
+    std::size_t maxCellColumns = 80;  ///< longer values are abbreviated with U+2026; 0: never
+    std::size_t maxTableColumns = 0;  ///< wider tables are printed vertically; 0: never
     bool isForTerminal = true;        ///< everything is made visible
 };
 
-/// Takes results and prints them. What stands between two results is the caller's.
-/// @param print  called with text as it becomes ready
+/// Receives results and prints them. The caller prints separators between results.
+/// @param print  called with each text that is ready
 [[nodiscard]] std::unique_ptr<RowReceiver> makeResultWriter(const ResultStyle& style,
                                                             std::function<void(std::string_view)> print);
 

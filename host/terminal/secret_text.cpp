@@ -14,13 +14,13 @@ std::string& holdSecret() {
     return secret;
 }
 
-/// How one character of a secret stands in a text.
+/// A match of one character of a secret.
 struct CharacterMatch {
-    std::size_t length = 0;     ///< bytes of the text; 0: the character is not there
-    bool isUnfinished = false;  ///< the text ends before that can be told
+    std::size_t length = 0;     ///< matched bytes of the text; 0: no match
+    bool isUnfinished = false;  ///< the text ends before this is certain
 };
 
-/// A byte written in hexadecimal digits behind a prefix: "%2F", "\u002f".
+/// Matches a byte written as a prefix and hexadecimal digits: "%2F", "\u002f".
 CharacterMatch matchHexadecimal(std::string_view text, std::string_view prefix, std::size_t digits, char wanted) {
     const std::size_t length = prefix.size() + digits;
     if (text.substr(0, prefix.size()) != prefix.substr(0, text.size())) {
@@ -50,7 +50,7 @@ CharacterMatch matchCharacter(std::string_view text, char wanted) {
     return match.length == 0 && text.front() == wanted ? CharacterMatch{.length = 1} : match;
 }
 
-/// The bytes that the secret takes at the beginning of the text.
+/// Matches the secret at the beginning of the text.
 CharacterMatch matchSecret(std::string_view text, std::string_view secret) {
     std::size_t length = 0;
     for (const char wanted : secret) {

@@ -7,16 +7,16 @@
 
 namespace host {
 
-/// The text with each occurrence of a secret replaced by "***": as it is, percent-encoded, or escaped as in JSON, each
-/// character of it in whichever of these forms. An empty secret is nowhere.
+/// The text with each occurrence of a secret replaced by "***". Each character of the secret may be plain,
+/// percent-encoded or escaped as in JSON. An empty secret never occurs.
 [[nodiscard]] std::string replaceSecret(std::string_view text, std::string_view secret);
 
-/// Where a secret may begin that goes on behind the text's end; the text's size where none does. What stands before
-/// that can be printed before the rest has come.
+/// The position where a secret may begin that continues after the text's end; the text's size if there is none. The
+/// text before it can be printed before the rest has arrived.
 [[nodiscard]] std::size_t findUnfinishedSecret(std::string_view text, std::string_view secret);
 
-/// From here on this secret is taken out of every text that is made visible (makeVisible, makeOneLine), before anything
-/// is cut from it. One secret a process; one that is shorter than 4 bytes would be an everyday word and is ignored.
+/// From now on, removes this secret from every text that is made visible (makeVisible, makeOneLine), before anything is
+/// cut from it. One secret per process. A secret shorter than 4 bytes could be an ordinary word and is ignored.
 void setHiddenSecret(std::string_view secret);
 [[nodiscard]] const std::string& obtainHiddenSecret() noexcept;
 

@@ -25,7 +25,7 @@ std::string describeBlob(const Cell& cell) {
     return text + " (" + std::to_string(cell.size) + (cell.size == 1 ? " byte)" : " bytes)");
 }
 
-/// A text; one that spells NULL, in quotes or without, is put into quotes.
+/// A text. One that spells NULL, with or without quotes, is put into quotes.
 std::string describeText(const Cell& cell, std::size_t maxColumns) {
     std::string text = makeVisible(cell.bytes, LineBreaks::Show);
     const std::size_t first = text.find_first_not_of('\'');

@@ -5,13 +5,13 @@
 
 namespace host {
 
-/// Whether TERM names a terminal that acts on escape sequences: it is set, and not "dumb".
+/// Whether TERM names a terminal that supports escape sequences: it is set, and not "dumb".
 [[nodiscard]] bool hasTerminalEscapes();
 
-/// Whether colours are wanted on such a terminal: NO_COLOR is not set, or empty.
+/// Whether to use colours on such a terminal: NO_COLOR is not set, or empty.
 [[nodiscard]] bool areColoursWanted();
 
-/// The columns of the terminal that standard output leads to; 80 where they are not known.
+/// The columns of standard output's terminal; 80 if unknown.
 [[nodiscard]] std::size_t measureTerminalColumns();
 
 }  // namespace host

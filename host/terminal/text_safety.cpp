@@ -27,8 +27,8 @@ bool isInOneOf(const std::array<Range, count>& ranges, char32_t character) {
     return std::any_of(ranges.begin(), ranges.end(), [&](const Range& range) { return range.has(character); });
 }
 
-/// What steers a terminal (C1), changes the order and lines of the text around it, or takes no place on the screen, so
-/// that nobody would see that it is there.
+/// Characters that control a terminal (C1), change the order and lines of the text around them, or are invisible
+/// because they have no width.
 constexpr std::array<Range, 20> kHidden{{
     {0x80, 0x9F},       {0xAD, 0xAD},       {0x34F, 0x34F},     {0x61C, 0x61C},   {0x115F, 0x1160},
     {0x17B4, 0x17B5},   {0x180B, 0x180F},   {0x200B, 0x200F},   {0x2028, 0x202E}, {0x2060, 0x206F},
@@ -36,7 +36,7 @@ constexpr std::array<Range, 20> kHidden{{
     {0x1BCA0, 0x1BCA3}, {0x1D173, 0x1D17A}, {0xE0000, 0xE0FFF}, {0xFDD0, 0xFDEF}, {0x13430, 0x1345F},
 }};
 
-/// Scripts whose letters are joined or parted by U+200C and U+200D, and pictures, which these and U+FE0F shape.
+/// Scripts whose letters U+200C and U+200D join or separate, and emoji, which these and U+FE0F shape.
 constexpr std::array<Range, 7> kShaped{{{0x600, 0x109F},
                                         {0x1780, 0x18AF},
                                         {0x2190, 0x2BFF},
@@ -45,7 +45,7 @@ constexpr std::array<Range, 7> kShaped{{{0x600, 0x109F},
                                         {0xFE70, 0xFEFC},
                                         {0x1F000, 0x1FAFF}}};
 
-/// Characters of text that U+FE0F turns into pictures.
+/// Text characters that U+FE0F turns into emoji.
 constexpr std::array<Range, 5> kPictured{{{'#', '#'}, {'*', '*'}, {'0', '9'}, {0xA9, 0xA9}, {0xAE, 0xAE}}};
 
 bool isShapedBy(char32_t shaper, char32_t previous) {
@@ -91,7 +91,7 @@ bool isBlank(char32_t character) {
     return character == ' ' || (character >= '\t' && character <= '\r');
 }
 
-/// The widths of characters, whatever the locale of the process is.
+/// The widths of characters, independent of the process's locale.
 class WidthTable {
 public:
     WidthTable() : m_locale(newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr)) {}

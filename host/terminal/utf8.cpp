@@ -21,7 +21,7 @@ char32_t decodeCharacter(std::string_view text, std::size_t& position) {
     }
     const int length = lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
     char32_t character = lead & (0x3F >> length);
-    // The first continuation byte's range rules out overlong forms, surrogates and values past U+10FFFF.
+    // The range of the first continuation byte excludes overlong forms, surrogates and values beyond U+10FFFF.
     unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
     unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
     for (int i = 0; i < length; ++i) {

@@ -7,9 +7,9 @@
 
 namespace host {
 
-/// Reads the character at `position` and moves `position` behind it.
+/// Reads the character at `position` and moves `position` after it.
 ///
-/// An ill-formed sequence gives U+FFFD; as many of its bytes are passed as could have begun a character.
+/// An ill-formed sequence gives U+FFFD; `position` moves over as many of its bytes as could have begun a character.
 /// @param position  an offset below the text's size
 [[nodiscard]] char32_t decodeCharacter(std::string_view text, std::size_t& position);
 

@@ -6,23 +6,23 @@
 
 namespace host {
 
-/// Running text from outside that comes in pieces, made visible like makeVisible(LineBreaks::Keep) does with the whole.
+/// Makes running text visible that arrives in pieces, as makeVisible(LineBreaks::Keep) does with a whole text.
 ///
-/// What cannot be judged yet is held back: the beginning of what may be the hidden secret, and a last character whose
-/// meaning depends on the next one.
+/// It holds back what it cannot decide yet: the possible start of the hidden secret, and a last character that depends
+/// on the next one.
 class VisibleStream {
 public:
     /// @param piece  whole UTF-8 characters
-    /// @return what can be printed now
+    /// @return the text that can be printed now
     [[nodiscard]] std::string add(std::string_view piece);
-    /// The rest, at the text's end.
+    /// The rest, at the end of the text.
     [[nodiscard]] std::string finish();
 
 private:
     [[nodiscard]] std::string take(std::size_t size);
 
     std::string m_pending;
-    char32_t m_previous = 0;  ///< the last one that was printed: some characters are visible behind others only
+    char32_t m_previous = 0;  ///< the last printed character: some characters are kept only after certain others
 };
 
 }  // namespace host

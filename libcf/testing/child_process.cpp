@@ -68,7 +68,7 @@ std::vector<std::string> listEnvironment(const ChildProcessSetup& setup) {
     return lines;
 }
 
-/// Whether a signal was sent to a process and has not reached it yet.
+/// Whether a signal was sent to a process but not delivered yet.
 bool isSignalPending(pid_t process, int signal) {
     std::ifstream status("/proc/" + std::to_string(process) + "/status");
     for (std::string line; std::getline(status, line);) {
@@ -133,7 +133,7 @@ void ChildProcess::connectPipes(const ChildProcessSetup& setup, Plan& plan) {
     m_errors.descriptor = errorRead;
 }
 
-/// Makes nothing but system calls: other threads of this process may hold locks.
+/// Makes only system calls: other threads of this process may hold locks.
 void ChildProcess::runChild(const Plan& plan) {
     sigset_t none;
     sigemptyset(&none);
@@ -174,13 +174,13 @@ void ChildProcess::readFrom(Stream& stream) {
     if (count > 0) {
         stream.text.append(bytes.data(), static_cast<std::size_t>(count));
     } else if (count == 0 || (errno != EINTR && errno != EAGAIN)) {
-        // A terminal whose other end is closed gives an error in place of an end.
+        // A terminal whose other end is closed reports an error instead of an end.
         close(std::exchange(stream.descriptor, -1));
     }
 }
 
 ChildProcess::Progress ChildProcess::readMore(std::chrono::milliseconds patience, bool isWriting) {
-    // poll() passes over descriptors below 0.
+    // poll() ignores descriptors below 0.
     std::array<pollfd, 3> descriptors{
         {{m_output.descriptor, POLLIN, 0}, {m_errors.descriptor, POLLIN, 0}, {isWriting ? m_input : -1, POLLOUT, 0}}};
     if (m_output.descriptor < 0 && m_errors.descriptor < 0 && !isWriting) {
@@ -230,7 +230,7 @@ void ChildProcess::sendSignalTwice(int signal) const {
 }
 
 bool ChildProcess::waitUntil(const std::function<bool()>& isReached) {
-    // What is looked for may come about without the program writing anything.
+    // The condition may become true without any output of the program.
     constexpr std::chrono::milliseconds kInterval{20};
     const auto end = std::chrono::steady_clock::now() + m_patience;
     while (!isReached()) {

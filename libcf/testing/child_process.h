@@ -14,59 +14,60 @@
 
 /// How a program is started.
 struct ChildProcessSetup {
-    std::vector<std::string> arguments;  ///< the program first, searched in PATH unless it has a slash
-    std::optional<std::map<std::string, std::string>> environment{};  ///< all of it; nothing: this process's own
-    /// Which of its descriptors lead to a terminal of its own; the others are pipes.
+    std::vector<std::string> arguments;  ///< the program first, searched in PATH unless it contains a slash
+    std::optional<std::map<std::string, std::string>>
+        environment{};  ///< the whole environment; nothing: this process's own
+    /// Which of its descriptors are connected to a terminal of its own; the others are pipes.
     enum class Terminal { None, ErrorOnly, All } terminal = Terminal::None;
     std::size_t terminalColumns = 0;  ///< the terminal's width; 0: not set
     /// Where its standard error goes.
     enum class Errors { Separate, WithOutput, Inherited } errors = Errors::Separate;
-    /// Without root's right to pass over file permissions, so that they count for root too.
+    /// Without root's right to bypass file permissions, so that they apply to root too.
     bool isBoundByPermissions = false;
-    std::chrono::seconds patience{60};  ///< how long any wait lasts before it gives up
+    std::chrono::seconds patience{60};  ///< the time limit of every wait
 };
 
-/// Another program. It starts no thread: what the program writes is read whenever this object waits for something.
-/// The program is killed with this object.
+/// A child process. Starts no thread: the program's output is read whenever this object waits for something. The
+/// destructor kills the program.
 class ChildProcess {
 public:
     using Terminal = ChildProcessSetup::Terminal;
 
-    /// Throws std::runtime_error when there are no pipes or terminals. A program that cannot be run ends with 127.
+    /// Throws std::runtime_error if there are no pipes or terminals. A program that cannot be run ends with 127.
     explicit ChildProcess(const ChildProcessSetup& setup);
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    /// Writes to its standard input. Throws std::runtime_error when nobody takes it.
+    /// Writes to its standard input. Throws std::runtime_error if the program does not read it.
     void write(std::string_view text);
     void closeInput();
     void sendSignal(int signal) const;
-    /// Two signals that the program gets one by one: the second is sent when the first has reached it.
+    /// Sends two signals that the program receives one by one: the second is sent when the first has been delivered.
     void sendSignalTwice(int signal) const;
     [[nodiscard]] pid_t obtainId() const noexcept { return m_process; }
 
-    /// Waits until the text stands in all that was written to standard output, or standard error. On a terminal both
-    /// come as output. False when the program's output ends before that, or the patience is over.
+    /// Waits until standard output, or standard error, contains the text. On a terminal both are output. False if the
+    /// program's output ends before that, or the time limit is over.
     [[nodiscard]] bool waitForOutput(std::string_view text);
     [[nodiscard]] bool waitForErrors(std::string_view text);
-    /// As waitForOutput, for whatever the caller looks for, here or elsewhere.
+    /// Like waitForOutput, for any condition.
     [[nodiscard]] bool waitUntil(const std::function<bool()>& isReached);
 
-    /// The next line of standard output without its line feed; what is left of it at its end.
+    /// The next line of standard output without its line feed; the rest of the output at its end.
     [[nodiscard]] std::string readLine();
     /// The next bytes of standard output; fewer at its end.
     [[nodiscard]] std::string readBytes(std::size_t size);
-    /// Whether all of standard output was read by readLine and readBytes, and no more will come.
+    /// Whether readLine and readBytes have read all of standard output, and no more will come.
     [[nodiscard]] bool isAtEnd();
 
-    /// Waits for the program's end, and reads what it writes until then; kills it when the patience is over.
-    /// @return its exit code; 128 and the signal's number when a signal ended it; -1 when it was killed here
+    /// Waits for the program's end and reads its output meanwhile; kills it when the time limit is over.
+    /// @return its exit code; 128 plus the signal's number if a signal ended it; -1 if it was killed here
     int wait();
-    /// As wait(), but reads nothing meanwhile, as a reader that has stopped does.
+    /// Like wait(), but reads nothing meanwhile, like a reader that has stopped.
     int waitWithoutReading();
 
-    /// All that was written so far.
+    /// Everything that was written so far.
     [[nodiscard]] std::string obtainOutput();
     [[nodiscard]] std::string obtainErrors();
 
@@ -91,9 +92,9 @@ private:
     void connectPipes(const ChildProcessSetup& setup, Plan& plan);
     void connectTerminal(const ChildProcessSetup& setup, Plan& plan);
     enum class Progress { Some, None, Closed };
-    /// Reads what there is, and waits for it if need be.
-    /// @param isWriting  waits for room in its standard input as well
-    /// @return None when the time is over, Closed when there is nothing to wait for
+    /// Reads the available output, and waits for some if there is none.
+    /// @param isWriting  also waits until its standard input accepts more
+    /// @return None if the time is over, Closed if there is nothing to wait for
     Progress readMore(std::chrono::milliseconds patience, bool isWriting = false);
     static void readFrom(Stream& stream);
     int collect(bool isInTime);
@@ -103,10 +104,10 @@ private:
     int m_input = -1;
     Stream m_output;
     Stream m_errors;
-    std::size_t m_readPosition = 0;  ///< how far readLine and readBytes have come
+    std::size_t m_readPosition = 0;  ///< the position of readLine and readBytes
 };
 
-/// The path of a program that stands beside this one.
+/// The path of a program in the same folder as this one.
 [[nodiscard]] std::string obtainSiblingPath(const std::string& name);
 
 #endif

@@ -56,7 +56,7 @@ void addExtension(X509* certificate, X509* issuer, int kind, const char* value) 
     require(extension != nullptr && X509_add_ext(certificate, extension.get(), -1) == 1, "add an extension");
 }
 
-// Clients that trust several of these servers at once must not meet two certificates of one issuer and serial number.
+// Clients that trust several of these servers must not see two certificates with the same issuer and serial number.
 void setSerialNumber(X509* certificate) {
     std::uint64_t serial = 0;
     require(RAND_bytes(reinterpret_cast<unsigned char*>(&serial), sizeof serial) == 1, "draw a serial number");
@@ -69,7 +69,7 @@ void setSubjectName(X509* certificate, const char* commonName) {
             "set a subject");
 }
 
-// An issuer without a certificate: the certificate signs itself.
+// If the issuer has no certificate, the certificate signs itself.
 Certificate makeCertificate(const Subject& subject, EVP_PKEY* key, Issuer issuer) {
     Certificate made(X509_new());
     require(made != nullptr, "make a certificate");

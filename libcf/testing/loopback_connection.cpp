@@ -109,7 +109,7 @@ void LoopbackConnection::reset() {
 }
 
 void LoopbackConnection::close() {
-    // After reset() or abandon() the number may be another connection's socket already, and TLS still knows it.
+    // After reset() or abandon() the descriptor may already be another connection's, and TLS still knows it.
     if (m_tls != nullptr && m_socket >= 0) {
         ERR_clear_error();
         SSL_shutdown(m_tls.get());

@@ -15,28 +15,28 @@
 /// called from any other.
 class LoopbackConnection {
 public:
-    /// Takes the socket over. `context` (borrowed) may be null: plain.
+    /// Takes the ownership of the socket. `context` (borrowed) may be null: plain.
     LoopbackConnection(int socket, SSL_CTX* context);
     ~LoopbackConnection();
     LoopbackConnection(const LoopbackConnection&) = delete;
     LoopbackConnection& operator=(const LoopbackConnection&) = delete;
 
-    /// Does the TLS handshake, if there is one to do.
+    /// Does the TLS handshake, if the connection uses TLS.
     [[nodiscard]] bool shakeHands();
     [[nodiscard]] bool isResumed() const;
-    /// Blocks for bytes; 0: the end.
+    /// Waits for bytes; 0: the end.
     [[nodiscard]] std::size_t read(char* buffer, std::size_t capacity);
     [[nodiscard]] bool write(std::string_view bytes);
 
-    /// Waits while `mayGoOn` is false: true when it became true or `limit` passed (absent: no limit), false when the
-    /// client went away or the connection was interrupted. `mayGoOn` is asked again after each wake().
+    /// Waits while `mayGoOn` returns false. True if it returned true or `limit` passed (absent: no limit); false if the
+    /// client closed the connection or the connection was interrupted. `mayGoOn` is called again after each wake().
     [[nodiscard]] bool pause(std::optional<std::chrono::milliseconds> limit, const std::function<bool()>& mayGoOn);
 
     /// Ends with a TCP reset.
     void reset();
-    /// Ends in order, TLS close included.
+    /// Closes the connection properly, with a TLS close.
     void close();
-    /// Ends as a process that dies does: no TLS close.
+    /// Closes the connection without a TLS close, like a process that dies.
     void abandon();
 
     /// Makes every operation of the connection's thread fail, now and later.
@@ -47,7 +47,8 @@ private:
     [[nodiscard]] bool hasPeerLeft(std::chrono::milliseconds wait, bool isEndless);
     void closeSocket();
 
-    std::mutex m_mutex;  // of m_socket's life: interrupt() must not meet a number that is another file by now
+    std::mutex
+        m_mutex;  // protects m_socket: interrupt() must not use a descriptor that already belongs to another file
     int m_socket;
     int m_wakeEvent;
     bool m_isInterrupted = false;

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Two sockets that are connected to each other. The first is given away.
+// Two connected sockets. The first one is given away.
 struct SocketPair {
     SocketPair() { EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0); }
     ~SocketPair() { ::close(ends[1]); }

@@ -67,7 +67,7 @@ LoopbackFields readQueryParams(std::string_view query) {
 }
 
 std::string deflatePiece(z_stream& stream, std::string piece, int flush) {
-    constexpr std::size_t kFlushBytes = 64;  // what a flush adds at most, and the gzip head and tail
+    constexpr std::size_t kFlushBytes = 64;  // the most that a flush adds, and the gzip header and trailer
     std::string result(deflateBound(&stream, piece.size()) + kFlushBytes, '\0');
     stream.next_in = reinterpret_cast<Bytef*>(piece.data());
     stream.avail_in = static_cast<uInt>(piece.size());
@@ -78,7 +78,7 @@ std::string deflatePiece(z_stream& stream, std::string piece, int flush) {
     return result;
 }
 
-// One gzip stream. Each piece is flushed, so that a client can read it before the next one comes.
+// One gzip stream. Each piece is flushed, so that a client can read it before the next one is sent.
 void compressPieces(std::vector<std::string>& pieces) {
     z_stream stream{};
     constexpr int kGzipWindow = 15 + 16;

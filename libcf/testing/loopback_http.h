@@ -8,20 +8,20 @@
 
 #include "loopback_server.h"
 
-/// A request whose bytes are taken as they come. No socket is seen here.
+/// Parses requests from bytes, as they arrive. It uses no socket.
 class LoopbackRequestReader {
 public:
     enum class State : std::uint8_t { NeedsMore, Complete, Malformed };
 
-    /// Takes bytes of the connection. Bytes after the end of a request stay for the next one.
+    /// Adds bytes of the connection. Bytes after the end of a request are kept for the next one.
     void feed(std::string_view bytes) { m_buffer.append(bytes); }
-    /// Reads on in what was fed.
+    /// Continues to parse the bytes that were fed.
     State read();
-    /// After Complete: the request; the reader then stands at the next one.
+    /// After Complete: the request; the reader then begins the next one.
     LoopbackRequest takeRequest();
-    /// True once, when the client waits for "100 Continue" before it sends its body.
+    /// True once, if the client waits for "100 Continue" before it sends its body.
     bool takeExpectation();
-    /// Whether nothing of a next request has come yet.
+    /// Whether no byte of a next request has arrived yet.
     [[nodiscard]] bool isIdle() const { return m_buffer.empty() && m_stage == Stage::Head; }
 
 private:
@@ -43,21 +43,21 @@ private:
     bool m_isContinueExpected = false;
 };
 
-/// A reply as bytes. A fault's place counts within `body`.
+/// A reply as bytes. The position of a fault counts within `body`.
 struct LoopbackWireReply {
     std::string head;
     std::string body;
-    std::vector<std::size_t> pieceEnds{};  ///< where in `body` each piece ends, in rising order
+    std::vector<std::size_t> pieceEnds{};  ///< the end of each piece in `body`, in ascending order
     bool isConnectionClosed = false;
 
-    /// The end of the piece that `place` lies in; the body's end behind the last piece.
+    /// The end of the piece that contains `place`; after the last piece, the body's end.
     [[nodiscard]] std::size_t findPieceEnd(std::size_t place) const;
 };
 
 /// The bytes of a reply to a request of this method.
 [[nodiscard]] LoopbackWireReply writeLoopbackReply(const LoopbackReply& reply, std::string_view method);
 
-/// Whether the client asked for the connection to end after this request.
+/// Whether the client requested that the connection end after this request.
 [[nodiscard]] bool isCloseRequested(const LoopbackRequest& request);
 
 #endif

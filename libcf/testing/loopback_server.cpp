@@ -98,8 +98,8 @@ private:
 
     std::mutex m_mutex;
     std::condition_variable m_changed;
-    Records m_records;                             // behind the mutex
-    std::list<std::unique_ptr<Worker>> m_workers;  // behind the mutex
+    Records m_records;                             // protected by the mutex
+    std::list<std::unique_ptr<Worker>> m_workers;  // protected by the mutex
     std::thread m_acceptor;
     std::mutex m_stopMutex;
 };
@@ -150,7 +150,7 @@ void LoopbackServer::Inside::acceptConnections() {
         } else if (doLocked([](const Records& records) { return records.isStopping; })) {
             return;
         } else if (errno != EINTR && errno != ECONNABORTED) {
-            // Out of descriptors or memory: a connection that ends makes room.
+            // Out of descriptors or memory: the end of a connection frees some.
             std::unique_lock lock(m_mutex);
             m_changed.wait_for(lock, std::chrono::milliseconds{100});
         }
@@ -253,7 +253,7 @@ LoopbackReply LoopbackServer::Inside::askHandler(const LoopbackRequest& request)
     }
 }
 
-// False when the connection has ended.
+// False if the connection has ended.
 bool LoopbackServer::Inside::answer(Worker& worker, LoopbackRequest request) {
     request.ordinal = record(request);
     LoopbackConnection& connection = worker.connection;
@@ -323,7 +323,7 @@ bool LoopbackServer::Inside::send(LoopbackConnection& connection, const Loopback
     return true;
 }
 
-// Where in the body, as it stands on the wire, the fault comes.
+// The position of the fault in the body as sent.
 std::size_t LoopbackServer::Inside::findFault(const LoopbackReply& reply, const LoopbackWireReply& wire) {
     if (!reply.faultAfterPieces) {
         return std::min(reply.faultAt.value_or(wire.body.size() / 2), wire.body.size());

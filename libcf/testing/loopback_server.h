@@ -12,10 +12,10 @@
 #include <utility>
 #include <vector>
 
-/// Header fields or query parameters: names and values in the order of the wire.
+/// Header fields or query parameters: names and values, in the order in which they are sent.
 using LoopbackFields = std::vector<std::pair<std::string, std::string>>;
 
-/// One request as it came in.
+/// One received request.
 struct LoopbackRequest {
     std::string method;          ///< as sent
     std::string target;          ///< as sent: the second word of the request line
@@ -23,32 +23,32 @@ struct LoopbackRequest {
     LoopbackFields queryParams;  ///< decoded, in order; "+" is a blank
     std::string version;         ///< "HTTP/1.1"
     LoopbackFields headers;      ///< as sent, in order, blanks around a value removed
-    std::string body;            ///< without its transfer coding
+    std::string body;            ///< after removing the transfer coding
     std::size_t ordinal = 0;     ///< from 1, in the order in which requests were complete
     std::size_t connection = 0;  ///< from 1, in the order in which connections were accepted
     bool isTLS = false;
 
-    /// The first value of a header (whatever the case of its name); null when there is none. Lives as long as this.
+    /// The first value of a header (case of the name is ignored); null if there is none. Valid as long as this object.
     [[nodiscard]] const std::string* findHeader(std::string_view name) const;
-    /// The first value of a query parameter (exact name); null when there is none. Lives as long as this.
+    /// The first value of a query parameter (exact name); null if there is none. Valid as long as this object.
     [[nodiscard]] const std::string* findQueryParam(std::string_view name) const;
 };
 
 /// How the body of a reply is delimited.
 enum class LoopbackFraming : std::uint8_t { ContentLength, Chunked, UntilClose };
 
-/// What goes wrong with a reply.
+/// The fault of a reply.
 enum class LoopbackFault : std::uint8_t {
     None,
-    CloseBeforeReply,  ///< an orderly end of the connection, no byte sent
+    CloseBeforeReply,  ///< the connection is closed properly, no byte sent
     ResetBeforeReply,  ///< a TCP reset, no byte sent
-    StallBeforeReply,  ///< nothing is sent until released, then the reply as it is
+    StallBeforeReply,  ///< nothing is sent until released, then the reply
     CutInBody,         ///< the connection ends after `faultAt` bytes of the body, without a TLS close
     ResetInBody,       ///< a TCP reset after `faultAt` bytes of the body
     StallInBody        ///< nothing more is sent after `faultAt` bytes until released, then the rest
 };
 
-/// What the server answers. A default-constructed one is an empty 200.
+/// The server's answer. A default-constructed one is an empty 200.
 struct LoopbackReply {
     int status = 200;
     std::string reason{};  ///< empty: the standard phrase
@@ -57,30 +57,32 @@ struct LoopbackReply {
     std::string body{};
     LoopbackFraming framing = LoopbackFraming::ContentLength;
     std::size_t chunkBytes = 1024;  ///< length of a chunk when chunked
-    bool isCompressed = false;      ///< gzip the body and say so
-    /// When not empty, these joined are the body in place of `body`. Each is one chunk when chunked, ends a block of
-    /// the compressed data when compressed, and is sent by itself unless the body drips.
+    bool isCompressed = false;      ///< compresses the body with gzip, with a header that says so
+    /// If not empty, these pieces joined replace `body`. Each is one chunk if chunked, ends a block of the compressed
+    /// data if compressed, and is sent by itself unless the body drips.
     std::vector<std::string> pieces{};
     std::chrono::milliseconds pieceInterval{0};  ///< pause after each piece but the last
-    /// When present, sent in place of all of the above: what is not HTTP, a 1xx before the reply, odd framings.
+    /// If present, sent instead of all of the above: bytes that are not HTTP, a 1xx before the reply, odd framings.
     std::optional<std::string> raw{};
-    /// Sent again and again after the rest, until the client closes or the server stops. Empty: nothing.
+    /// Sent repeatedly after the rest, until the client closes or the server stops. Empty: nothing.
     std::string endless{};
 
     LoopbackFault fault = LoopbackFault::None;
-    /// Bytes of the body as it stands on the wire (compressed, chunked), or of `raw`; absent: half of it.
+    /// Bytes before the fault, of the body as sent (compressed, chunked) or of `raw`; absent: half of it.
     std::optional<std::size_t> faultAt{};
-    /// Pieces of the body before the fault, in place of `faultAt`.
+    /// Pieces of the body before the fault; used instead of `faultAt`.
     std::optional<std::size_t> faultAfterPieces{};
-    /// A stall ends by itself after this time; 0: only when released, when the client closes, or at the server's stop.
+    /// A stall ends after this time; 0: only when released, when the client closes, or when the server stops.
     std::chrono::milliseconds stallLimit{0};
-    /// The body (or `raw`) goes out in pieces of this many bytes with a pause of `dripInterval` between; 0: at once.
+    /// The body (or `raw`) is sent in pieces of this many bytes with a pause of `dripInterval` between them; 0: at
+    /// once.
     std::size_t dripBytes = 0;
     std::chrono::milliseconds dripInterval{1};
-    /// Sent as it is when the reply is complete and `lateDelay` has passed, whether or not the client asks for more.
+    /// Sent unchanged when the reply is complete and `lateDelay` has passed, whether or not the client sends another
+    /// request.
     std::string late{};
     std::chrono::milliseconds lateDelay{0};
-    /// End the connection after all that without having announced it. (A "Connection: close" header ends it as well.)
+    /// Closes the connection after all this without announcing it. (A "Connection: close" header closes it as well.)
     bool isClosedAfter = false;
 };
 
@@ -89,31 +91,31 @@ enum class LoopbackTLS : std::uint8_t {
     Off,            ///< plain HTTP
     Valid,          ///< for 127.0.0.1 and localhost, signed by the server's own CA
     WrongHostName,  ///< for another host, signed by that CA
-    Expired,        ///< for 127.0.0.1 and localhost, signed by that CA, ended a day ago
-    SelfSigned      ///< for 127.0.0.1 and localhost, signed by nobody but itself; the CA file does not cover it
+    Expired,        ///< for 127.0.0.1 and localhost, signed by that CA, expired a day ago
+    SelfSigned      ///< for 127.0.0.1 and localhost, self-signed; the CA file does not contain it
 };
 
 struct LoopbackOptions {
     LoopbackTLS tls = LoopbackTLS::Off;
-    /// A client that connects is accepted but gets no byte: neither a TLS handshake nor a reply.
+    /// Connections are accepted, but no byte is sent: neither a TLS handshake nor a reply.
     bool isSilent = false;
-    /// Requests are kept for requests(). A long-running or measuring server does without; they are counted all the
-    /// same.
+    /// Whether requests are stored for requests(). Turn it off for a long-running or measuring server; requests are
+    /// counted anyway.
     bool isRecording = true;
     /// 0: a free port.
     std::uint16_t port = 0;
 };
 
-/// An HTTP/1.1 server on 127.0.0.1 for tests: it records what it is asked, and misbehaves on demand. It is answered for
-/// by a function of the test, which runs on the connection's own thread: calls overlap when connections do, and the
-/// function guards what it shares. An exception that leaves it is answered with status 500 and its text.
+/// An HTTP/1.1 server on 127.0.0.1 for tests: it records the requests, and misbehaves on demand. A function of the test
+/// answers; it runs on the connection's own thread. Calls overlap if connections do, so the function must protect
+/// shared data. If it throws, the reply has status 500 and the exception's text.
 ///
-/// Connections are kept open until the client closes them. All operations may be called from any thread.
+/// Connections stay open until the client closes them. All operations may be called from any thread.
 class LoopbackServer {
 public:
     using Handler = std::function<LoopbackReply(const LoopbackRequest&)>;
 
-    /// Listens at once. Throws std::runtime_error when the port cannot be had or a certificate cannot be made.
+    /// Listens at once. Throws std::runtime_error if the port is not available or a certificate cannot be made.
     explicit LoopbackServer(Handler handler, LoopbackOptions options = {});
     /// Stops.
     ~LoopbackServer();
@@ -121,7 +123,7 @@ public:
     LoopbackServer& operator=(const LoopbackServer&) = delete;
 
     [[nodiscard]] std::uint16_t obtainPort() const;
-    /// "127.0.0.1:PORT", or the given host name with the port ("localhost" is served as well).
+    /// "127.0.0.1:PORT", or the given host name with the port ("localhost" works as well).
     [[nodiscard]] std::string obtainAuthority(std::string_view hostName = "127.0.0.1") const;
     /// Scheme, authority and the given path.
     [[nodiscard]] std::string obtainURL(std::string_view path = "/") const;
@@ -130,15 +132,15 @@ public:
     /// The text of that file. Empty without TLS.
     [[nodiscard]] std::string obtainCAText() const;
 
-    /// The requests so far, in the order in which they were complete.
+    /// The requests so far, in the order of their completion.
     [[nodiscard]] std::vector<LoopbackRequest> requests() const;
     [[nodiscard]] std::size_t countRequests() const;
-    /// What came in but was no HTTP request; it was answered with status 400.
+    /// The number of received texts that were not HTTP requests; they were answered with status 400.
     [[nodiscard]] std::size_t countMalformedRequests() const;
     [[nodiscard]] std::size_t countConnections() const;
     /// Connections whose thread still serves them.
     [[nodiscard]] std::size_t countOpenConnections() const;
-    /// Completed TLS handshakes; those that resumed an earlier session are among them.
+    /// Completed TLS handshakes, including those that resumed an earlier session.
     [[nodiscard]] std::size_t countHandshakes() const;
     [[nodiscard]] std::size_t countResumedHandshakes() const;
 
@@ -153,12 +155,12 @@ public:
     [[nodiscard]] bool waitForOpenConnections(std::size_t count,
                                               std::chrono::milliseconds limit = std::chrono::seconds{30});
 
-    /// Ends the stalls of all requests that are complete by now, also of those that do not stall yet.
+    /// Ends the stalls of all requests that are complete by now, including those that do not stall yet.
     void releaseStalls();
-    /// Closes every connection that is open now, as a server that has waited long enough does; goes on listening.
+    /// Closes every connection that is open now, like a server whose idle timeout has passed; continues to listen.
     void closeConnections();
     /// Closes the port and every connection, whatever they are doing, and waits for the threads. Idempotent. The
-    /// records stay readable.
+    /// records remain readable.
     void stop();
 
 private:

@@ -7,7 +7,7 @@
 
 #include "temporary_folder.h"
 
-/// A port of 127.0.0.1 that is listened on. Throws std::runtime_error when it cannot be had.
+/// A listening port of 127.0.0.1. Throws std::runtime_error if the port is not available.
 class LoopbackListener {
 public:
     /// 0: a free port.
@@ -17,9 +17,9 @@ public:
     LoopbackListener& operator=(const LoopbackListener&) = delete;
 
     [[nodiscard]] std::uint16_t obtainPort() const { return m_port; }
-    /// The socket of the next connection, the caller's to close; below 0 (with errno) after stop() or an error.
+    /// The socket of the next connection, owned by the caller; below 0 (with errno) after stop() or an error.
     [[nodiscard]] int accept() const;
-    /// Ends a waiting accept() of another thread; close() may follow when that thread is joined.
+    /// Ends a waiting accept() of another thread. Call close() only after that thread is joined.
     void stop() const;
     void close();
 
@@ -28,8 +28,8 @@ private:
     std::uint16_t m_port = 0;
 };
 
-/// While it lives, the calling thread and those it starts take no signal: signals are the process's own business, and
-/// writing to a client that has gone must end the connection, not the process.
+/// While it lives, the calling thread and the threads it starts receive no signals: signals are handled elsewhere in
+/// the process, and writing to a closed connection must end the connection, not the process.
 class LoopbackBlockedSignals {
 public:
     LoopbackBlockedSignals();
@@ -41,7 +41,7 @@ private:
     sigset_t m_former{};
 };
 
-/// A file of the temporary folder that only this user may read, removed at the end.
+/// A file in the temporary folder that only this user may read, removed by the destructor.
 class LoopbackPrivateFile {
 public:
     explicit LoopbackPrivateFile(const std::string& text) : m_path(m_folder.write("loopback.pem", text)) {}

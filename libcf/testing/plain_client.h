@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-/// What came back from one exchange.
+/// The result of one exchange.
 struct PlainResponse {
-    CURLcode code = CURLE_OK;  ///< of the transport; the status is not judged
+    CURLcode code = CURLE_OK;  ///< of the transport; an HTTP error status is no error here
     long status = 0;
     std::string head;  ///< status line and header fields as received
     std::string body;
@@ -26,17 +26,17 @@ struct PlainRequest {
     std::string body{};
 };
 
-/// libcurl as it is, for tests of servers: it knows nothing of the library under test. Connections are kept between
-/// the exchanges of one client.
+/// Plain libcurl, for tests of servers: it does not use the library under test. Connections are kept between the
+/// exchanges of one client.
 class PlainClient {
 public:
-    /// `caFile`: the only certificates trusted; empty: the system's.
+    /// `caFile`: the only trusted certificates; empty: the system's.
     explicit PlainClient(std::string caFile = {});
 
     [[nodiscard]] PlainResponse send(const PlainRequest& request);
-    /// Told of the bytes of each body as they come, decompressed. They are in the response as well.
+    /// Receives the bytes of each body as they arrive, decompressed. They are in the response as well.
     void watchBody(std::function<void(std::string_view)> watcher) { m_watcher = std::move(watcher); }
-    /// Time for a whole exchange from now on.
+    /// Sets the time limit of a whole exchange.
     void limitTime(std::chrono::milliseconds limit) { m_limit = limit; }
 
 private:
