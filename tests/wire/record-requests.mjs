@@ -1,4 +1,5 @@
-// Lets kai ask each provider's emulator and writes what it sent as TypeScript (requests.ts), for `tsc --noEmit`.
+// Lets two hosts ask each provider's emulator and writes what they sent as TypeScript (requests.ts), for `tsc --noEmit`:
+// kai asks for answers in pieces, kai-whole-turns for whole ones.
 import { execFileSync, spawn } from 'node:child_process';
 import { readFileSync, writeFileSync } from 'node:fs';
 import { createInterface } from 'node:readline';
@@ -10,6 +11,7 @@ const openai = { model: 'm', env: { OPENAI_API_KEY: 'k', DEEPSEEK_API_KEY: 'k' }
 const rows = [
   {
     provider: 'deepseek',
+    streams: true,
     ...openai,
     requests: [['POST', /\/chat\/completions$/, 'OpenAI.ChatCompletionCreateParams']],
   },
@@ -26,11 +28,18 @@ const rows = [
   },
   {
     provider: 'google',
+    streams: true,
     model: 'm',
     env: { GEMINI_API_KEY: 'k' },
     requests: [['POST', /enerateContent$/, 'GoogleBody', adaptGoogle]],
   },
-  { provider: 'ollama', model: 'm:latest', env: {}, requests: [['POST', /\/api\/chat$/, 'Ollama.ChatRequest']] },
+  {
+    provider: 'ollama',
+    streams: true,
+    model: 'm:latest',
+    env: {},
+    requests: [['POST', /\/api\/chat$/, 'Ollama.ChatRequest']],
+  },
 ];
 
 // The protocol reads both spellings of a member and takes one value for an array of one; the package's declarations know
@@ -41,7 +50,11 @@ function adaptGoogle({ system_instruction: instruction, ...body }) {
     : { ...body, systemInstruction: { ...instruction, parts: [instruction.parts].flat() } };
 }
 
-async function record({ provider, model, env, requests }) {
+function asksForPieces({ path, body }) {
+  return body?.stream === true || path.includes(':stream');
+}
+
+async function record({ provider, streams = false, model, env, requests }) {
   const recorded = `${provider}.jsonl`;
   const scenario = `${provider}.json`;
   writeFileSync(scenario, JSON.stringify({ models: [model], rules: [{ answer: 'one two' }] }));
@@ -59,12 +72,21 @@ async function record({ provider, model, env, requests }) {
     input: 'How many customers?\nAnd how many products?\n',
     stdio: ['pipe', 'ignore', 'inherit'],
   });
+  execFileSync('kai-whole-turns', [provider, ready.host, model, ...trust.slice(1)], {
+    stdio: ['ignore', 'ignore', 'inherit'],
+  });
   const ended = new Promise((resolve) => server.once('exit', resolve));
   server.kill('SIGTERM');
   await ended;
   const lines = readFileSync(recorded, 'utf8').trim().split('\n').map((line) => JSON.parse(line));
   return requests.flatMap(([method, path, type, adapt = (body) => body]) => {
     const sent = lines.filter((line) => line.method === method && path.test(line.path));
+    for (const isStreamed of streams ? [true, false] : []) {
+      const count = sent.filter((line) => asksForPieces(line) === isStreamed).length;
+      if (count !== 2) {
+        throw new Error(`${count} of 2 recorded requests to ${provider} ask ${isStreamed ? 'for pieces' : 'for the whole'}`);
+      }
+    }
     return sent.map((line) => `export const request: ${type} = ${JSON.stringify(adapt(line.body ?? {}))};`);
   });
 }
