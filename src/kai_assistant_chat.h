@@ -36,7 +36,7 @@ public:
     std::pair<IKAIMessage*, std::string> addMessage(IKAISession* session, std::string text) override;
 
 private:
-    /// A URL, and what it was made of.
+    /// A URL and its parts.
     struct BuiltURL {
         std::span<const std::string_view> path{};
         std::string host{};

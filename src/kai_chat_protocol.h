@@ -37,8 +37,8 @@ enum class ChatValue : std::uint8_t {
     WhenWhole,     ///< nothing; the member is only in requests for a whole answer
     WhenStreamed,  ///< nothing; the member is only in requests for a streamed answer
     Model,         ///< the model's name as a string
-    Temperature,   ///< a number; without the member if the host did not assign the temperature
-    Instructions,  ///< the combined instructions as a string; without the member if there are none
+    Temperature,   ///< a number; the member is only there if the host assigned the temperature
+    Instructions,  ///< the combined instructions as a string; the member is only there if there are any
     Messages,      ///< the messages, separated by commas: the history and the user's text
 };
 

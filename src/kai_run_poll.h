@@ -36,7 +36,7 @@ struct RunState {
 /// Reads the service's description of a run.
 RunState readRunState(const COJson& run);
 
-/// Polls a run until it ends: at once, after 250 ms, then each time after 1.3 times the last delay, which is at most 1
+/// Polls a run until it ends: at once, after 250 ms, and then each time after 1.3 times the last delay, but at most 1
 /// s; at most 102 times. While it waits, it calls the host's `cancelled` as often as during an exchange.
 /// @param look  asks the service for the run's state
 /// @return empty if the run completed, otherwise the error text; the transport's text if the host cancelled

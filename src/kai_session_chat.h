@@ -23,8 +23,8 @@ public:
     std::string serializeSession() override;
 
     /// Restores the session and the assistant's properties from the text of serializeSession. If the host is empty, the
-    /// provider's default host is used.
-    /// @return false if the text is not JSON; nothing has changed then. Other errors in the text are ignored
+    /// provider's default host is used. Errors in the text other than invalid JSON are ignored.
+    /// @return false if the text is not JSON; nothing has changed then
     bool loadSession(std::string serializedSession);
 
     /// The messages. A running turn keeps them alive, so a host's callback may free the session during the turn.
