@@ -77,6 +77,12 @@ void ChatHistory::appendMessage(std::int32_t role, std::string_view text) {
     appendMessage(role, text, buffer);
 }
 
+inline void ChatHistory::note(Role role, std::size_t size) noexcept {
+    m_places.push_back({.size = size, .role = static_cast<std::uint64_t>(role)});
+    m_size += size;
+    m_hasUnknownRole |= role == Role::Unknown;
+}
+
 void ChatHistory::appendMessage(std::int32_t role, std::string_view text, std::string& buffer) {
     const Role kind = classifyRole(role);
     const ChatFrame& frame = obtainFrame(kind);
@@ -131,12 +137,6 @@ void ChatHistory::add(Role role, std::string_view framed) noexcept {
     appendBytes(framed);
     appendBytes(",");
     note(role, framed.size() + 1);
-}
-
-void ChatHistory::note(Role role, std::size_t size) noexcept {
-    m_places.push_back({.size = size, .role = static_cast<std::uint64_t>(role)});
-    m_size += size;
-    m_hasUnknownRole = m_hasUnknownRole || role == Role::Unknown;
 }
 
 // While the last block is empty, the one before it may have free space.

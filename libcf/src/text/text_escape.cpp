@@ -112,6 +112,25 @@ Marks copyBlock(char* out, const char* text, const BlockTest& test) noexcept {
     return Marks((test.lowest > (block ^ test.flipped)) | (block == '\\'));
 }
 
+/// Copies up to kBlockSize bytes, but not none, without a call.
+void copyShort(char* out, const char* text, std::size_t size) noexcept {
+    const auto copyEnds = [&]<typename Word>(Word word) {
+        std::memcpy(&word, text, sizeof word);
+        std::memcpy(out, &word, sizeof word);
+        std::memcpy(&word, text + size - sizeof word, sizeof word);
+        std::memcpy(out + size - sizeof word, &word, sizeof word);
+    };
+    if (size >= 8) {
+        copyEnds(std::uint64_t{});
+    } else if (size >= 4) {
+        copyEnds(std::uint32_t{});
+    } else {
+        out[0] = text[0];
+        out[size / 2] = text[size / 2];
+        out[size - 1] = text[size - 1];
+    }
+}
+
 /// Copies the plain bytes up to the first one that is not plain.
 EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const BlockTest& test) noexcept {
     auto [out, text] = progress;
@@ -128,7 +147,7 @@ EscapeProgress copyPlainBytes(EscapeProgress progress, const char* end, const Bl
     }
     // Copy the rest as a block filled up with NULs, which are not plain.
     char rest[kBlockSize] = {};
-    std::memcpy(rest, text, static_cast<std::size_t>(end - text));
+    copyShort(rest, text, static_cast<std::size_t>(end - text));
     const std::size_t size = copyBlock(out, rest, test).countUnmarked();
     return {out + size, text + size};
 }
