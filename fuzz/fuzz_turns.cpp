@@ -45,7 +45,7 @@ Answer askStreamed(IKAIAssistant& assistant, IKAISession& session, const char* q
         require(!piece.empty(), "no piece is empty");
         pieces += piece;
     });
-    const Answer answer = ask(assistant, session, question);
+    Answer answer = ask(assistant, session, question);
     require(!answer.isGood || pieces == answer.text, "the pieces joined are the answer");
     return answer;
 }

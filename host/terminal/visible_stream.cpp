@@ -23,7 +23,7 @@ std::string VisibleStream::take(std::size_t size) {
     if (size == 0) {
         return {};
     }
-    const std::string visible = makeVisible(std::string_view(m_pending).substr(0, size), LineBreaks::Keep, m_previous);
+    std::string visible = makeVisible(std::string_view(m_pending).substr(0, size), LineBreaks::Keep, m_previous);
     m_pending.erase(0, size);
     return visible;
 }
