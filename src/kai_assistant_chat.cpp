@@ -153,14 +153,24 @@ ChatAnswer ChatAssistant::askForWhole(ChatBody& body, const std::string& model) 
         return {ChatAnswer::Outcome::Failed,
                 chooseErrorText(m_protocol.readChatError(response.get()), std::move(transportText))};
     }
-    if (response == nullptr || !response->readJson(m_reply)) {
+    const COJson* json = response ? parseReply(*response) : nullptr;
+    if (json == nullptr) {
         return {ChatAnswer::Outcome::Invalid};
     }
-    std::optional<std::string> reply = m_protocol.readReply(m_reply);
+    std::optional<std::string> reply = m_protocol.readReply(*json);
     if (!reply) {
         return {ChatAnswer::Outcome::Unsupported};
     }
     return {ChatAnswer::Outcome::Complete, *std::move(reply)};
+}
+
+// A parsed document takes several times the memory of its text, so that of a large one is not kept.
+const COJson* ChatAssistant::parseReply(CMRestResourceResponse& response) {
+    constexpr std::size_t kLargestKept = std::size_t{64} * 1024;
+    if (response.getBufferString().size() > kLargestKept) {
+        return response.getJson();
+    }
+    return response.readJson(m_reply) ? &m_reply : nullptr;
 }
 
 ChatAnswer ChatAssistant::askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream) {

@@ -46,6 +46,7 @@ private:
 
     ChatAnswer askForPieces(ChatBody& body, const std::string& model, const CMTextStream& stream);
     ChatAnswer askForWhole(ChatBody& body, const std::string& model);
+    const COJson* parseReply(CMRestResourceResponse& response);
     [[nodiscard]] ChatSession* castSession(IKAISession* session) const;
     [[nodiscard]] std::string obtainURL(std::span<const std::string_view> path, const std::string& model);
     void ensureHost(AssistantSettings& settings) const;

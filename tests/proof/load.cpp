@@ -4,6 +4,7 @@
 //
 // Prints a line of figures for each load. A load fails where a turn fails, or where one of the figures grows.
 
+#include <atomic>
 #include <cstdio>
 #include <functional>
 #include <iostream>
@@ -173,6 +174,32 @@ void runRestarts() {
     report("500 restarts", 2 * turns, service.server.countConnections(), 2 * turns, warm, 2 * kMegabyte);
 }
 
+/// Replies that take some hundred megabytes to parse, between others.
+void runLargeReplies() {
+    const std::string head = R"({"message":{"role":"assistant","content":"fine"},"done":true,"more":[1)";
+    std::string numbers;
+    for (std::size_t i = 0; i < 4 * kMegabyte; ++i) {
+        numbers += ",1";
+    }
+    std::atomic<bool> isLarge = false;
+    const LoopbackServer server(
+        [&](const LoopbackRequest&) { return LoopbackReply{.body = head + (isLarge ? numbers : "") + "]}"}; },
+        {.isRecording = false});
+    KAISetHTTPSettings({});
+    HostAtWork host(KAIAssistantType::OLLAMA, server.obtainAuthority());
+    host.prepare(HostStep::Say);
+    const std::size_t turns = scale(40);
+    Figures warm;
+    for (std::size_t i = 0; i < turns; ++i) {
+        isLarge = i % 2 == 1;
+        s_failed += host.perform(HostStep::Say).error.empty() ? 0 : 1;
+        if (i == 0) {
+            warm = Figures();
+        }
+    }
+    report("40 turns, every second with a large reply", turns, server.countConnections(), 1, warm, 32 * kMegabyte);
+}
+
 }  // namespace
 
 int main(int count, char** values) {
@@ -189,5 +216,6 @@ int main(int count, char** values) {
     runManyAssistants();
     runClosingServer();
     runRestarts();
+    runLargeReplies();
     return s_failed == 0 ? 0 : 1;
 }
