@@ -13,16 +13,19 @@ LoopbackReply makeFuzzedReply(unsigned char form, std::string_view bytes) {
         reply.isClosedAfter = true;
         return reply;
     }
+    constexpr std::size_t kLargeBytes = std::size_t{64} * 1024;
+    std::string body(bytes);
+    body.append(has(6) ? kLargeBytes : 0, '\n');
     reply.isCompressed = has(2);
     if (has(3)) {
         reply.framing = LoopbackFraming::Chunked;
-        reply.chunkBytes = 7;
+        reply.chunkBytes = has(6) ? 7'000 : 7;
     }
     if (has(4)) {
         const std::size_t half = bytes.size() / 2;
-        reply.pieces = {std::string(bytes.substr(0, half)), std::string(bytes.substr(half))};
+        reply.pieces = {body.substr(0, half), body.substr(half)};
     } else {
-        reply.body = std::string(bytes);
+        reply.body = std::move(body);
     }
     return reply;
 }

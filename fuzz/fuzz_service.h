@@ -14,10 +14,11 @@
 /// |---|---|
 /// | 1 | all that the server sends before it closes the connection; the bits below do not count then |
 /// | 2 | a body that is sent compressed |
-/// | 3 | a body that is sent in chunks of seven bytes |
+/// | 3 | a body that is sent in small chunks |
 /// | 4 | a body that is sent in two pieces |
+/// | 6 | followed by 64 KiB of line feeds, since large replies are read in another way |
 ///
-/// Bit 0 is the caller's. No reply makes the client wait: the body is whole, or the connection ends.
+/// The other bits are the caller's. No reply makes the client wait: the body is whole, or the connection ends.
 LoopbackReply makeFuzzedReply(unsigned char form, std::string_view bytes);
 
 /// A service on the loopback, and the process-wide settings of the library under which it is reached. Lives as long as

@@ -59,8 +59,14 @@ void askForModels(IKAIAssistant& assistant) {
     require(error.empty() || models.empty(), "a list that failed is empty");
 }
 
-/// The first byte chooses the form of the reply, whether the turn is streamed (bit 0), and whether the list of models
-/// is asked for before it (bit 5).
+void askWell(const Protocol& protocol, IKAIAssistant& assistant, IKAISession& session) {
+    answerAlways({.body = protocol.goodReply});
+    const Answer answer = ask(assistant, session, "question");
+    require(answer.isGood && answer.text == "good", "the next turn gets its own answer");
+}
+
+/// The first byte chooses the form of the reply, whether the turn is streamed (bit 0), and what comes before it: the
+/// list of models with the same reply (bit 5), a turn that is answered well (bit 7).
 void runTurn(const Protocol& protocol, std::string_view input) {
     if (input.empty()) {
         return;
@@ -72,19 +78,20 @@ void runTurn(const Protocol& protocol, std::string_view input) {
         KAICreateAssistant(protocol.type, cfCreateHTTPPoolCenter(), "key", service.obtainHost()));
     assistant->setAssistantProperties([](IKAIProperties* properties) { properties->setProperty("model", "m"); });
     const KAIPtr<IKAISession> session(assistant->createSession().first);
+    if ((form & (1U << 7)) != 0) {
+        askWell(protocol, *assistant, *session);
+    }
     const std::string before = session->serializeSession();
-
     answerAlways(makeFuzzedReply(form, input.substr(1)));
     if ((form & (1U << 5)) != 0) {
         askForModels(*assistant);
     }
-    const Answer answer = isStreamed ? askStreamed(*assistant, *session, "first") : ask(*assistant, *session, "first");
+    const Answer answer =
+        isStreamed ? askStreamed(*assistant, *session, "fuzzed") : ask(*assistant, *session, "fuzzed");
     const std::string after = session->serializeSession();
     require((after == before) == !answer.isGood, "a conversation grows by an answered turn and by nothing else");
 
-    answerAlways({.body = protocol.goodReply});
-    const Answer next = ask(*assistant, *session, "second");
-    require(next.isGood && next.text == "good", "the next turn gets its own answer");
+    askWell(protocol, *assistant, *session);
     const std::string text = session->serializeSession();
     const KAIPtr<IKAISession> restored(assistant->restoreSession(text).first);
     require(restored && restored->serializeSession() == text, "a conversation can be restored");
