@@ -345,6 +345,17 @@ TEST(ICSRestClient, ReadsABodyInEveryFraming) {
     }
 }
 
+TEST(ICSRestClient, SetsAsideNoMoreThanASmallBodyNeeds) {
+    for (const LoopbackFraming framing :
+         {LoopbackFraming::ContentLength, LoopbackFraming::Chunked, LoopbackFraming::UntilClose}) {
+        LoopbackServer server([&](const LoopbackRequest&) { return LoopbackReply{.body = "ok", .framing = framing}; });
+        RestCaller caller;
+        const RestResult result = caller.get(server.obtainURL());
+        ASSERT_EQ(result.obtainBody(), "ok");
+        EXPECT_LT(result.response->getBufferString().capacity(), 1024U);
+    }
+}
+
 TEST(ICSRestClient, DecompressesAGzipBody) {
     const std::string body(1'000'000, 'z');
     for (const LoopbackFraming framing : {LoopbackFraming::ContentLength, LoopbackFraming::Chunked}) {

@@ -181,6 +181,24 @@ TEST(RestLateBytes, ThatComeWhileTheRequestIsSentAreNotItsResponse) {
     EXPECT_GT(second.size(), 20'000'000U);
 }
 
+TEST(RestLateBytes, DoNotIncludeARefusalOfABodyThatIsStillSentOnANewConnection) {
+    const LoopbackListener listener(0);
+    std::thread server([&] {
+        const LoopbackBlockedSignals signals;
+        const int client = listener.accept();
+        readUntil(client, "\r\n\r\n");
+        sendAll(client, "HTTP/1.1 413 Content Too Large\r\nContent-Length: 5\r\n\r\nlarge");
+        readUntil(client, "m\"");
+        close(client);
+    });
+    RestCaller caller;
+    const std::string url = "http://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/";
+    const RestResult result = caller.post(url, std::string(20'000'000, 'm'));
+    EXPECT_EQ(result.code, 413);
+    EXPECT_EQ(result.obtainBody(), "large");
+    server.join();
+}
+
 TEST(RestLateBytes, DoNotIncludeARefusalOfARequestThatWasRead) {
     for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
         LoopbackServer server(
