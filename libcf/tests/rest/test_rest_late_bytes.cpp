@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <string>
 #include <thread>
@@ -179,6 +180,34 @@ TEST(RestLateBytes, ThatComeWhileTheRequestIsSentAreNotItsResponse) {
     EXPECT_EQ(caller.post(url, std::string(20'000'000, 'm')).obtainBody(), "right");
     server.join();
     EXPECT_GT(second.size(), 20'000'000U);
+}
+
+TEST(RestLateBytes, LeaveTheRepeatedRequestWhatIsLeftOfItsTime) {
+    const LoopbackListener listener(0);
+    std::chrono::steady_clock::duration took{};
+    std::thread server([&] {
+        const LoopbackBlockedSignals signals;
+        const int first = listener.accept();
+        readUntil(first, "\"b\"");
+        sendAll(first, "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nfirst");
+        readUntil(first, "\r\n\r\n");
+        const auto start = std::chrono::steady_clock::now();
+        std::this_thread::sleep_for(600ms);  // of the request's time
+        sendAll(first, kUnasked);
+        const int client = listener.accept();
+        readUntil(client, "(never)");
+        took = std::chrono::steady_clock::now() - start;
+        close(client);
+        close(first);
+    });
+    RestCaller caller;
+    const std::string url = "http://127.0.0.1:" + std::to_string(listener.obtainPort()) + "/";
+    EXPECT_EQ(caller.post(url, "b").obtainBody(), "first");
+    caller.settings.requestTimeout = 1000ms;
+    EXPECT_EQ(caller.post(url, std::string(20'000'000, 'm')).code,
+              static_cast<std::int32_t>(CMRestResult::RequestTimeout));
+    server.join();
+    EXPECT_LT(took, 1500ms) << "with its whole time anew 1.6 seconds";
 }
 
 TEST(RestLateBytes, DoNotIncludeARefusalOfABodyThatIsStillSentOnANewConnection) {
