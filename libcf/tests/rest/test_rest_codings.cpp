@@ -83,6 +83,12 @@ TEST(RestCoding, NamesACutGzipBodyOfAnErrorToo) {
     expectFailure(getReply(reply), kBroken, 12);
 }
 
+TEST(RestCoding, TakesBareDeflateWhoseFirstByteOnlyResemblesZlibs) {
+    // Two stored blocks. The first byte names zlib's method, with a window that zlib does not have.
+    const std::string bare("\x88\x02\x00\xFD\xFFok\x01\x00\x00\xFF\xFF", 12);
+    EXPECT_EQ(getReply(codeReply("deflate", bare)).obtainBody(), "ok");
+}
+
 TEST(RestCoding, NamesADeflateBodyThatIsCutWithinItsFraming) {
     for (const int windowBits : {kZlib, kBareDeflate}) {
         const std::string whole = compress(makeText(1000), windowBits);

@@ -135,6 +135,19 @@ TEST(ICSHTTPPoolCenter, ConnectsAnewWhenTheServerClosesWithoutAWordAfterEachResp
     EXPECT_EQ(server.countRequests(), 200U);
 }
 
+TEST(ICSHTTPPoolCenter, ConnectsAnewHoweverOftenTheServerClosesAtARequest) {
+    // Each exchange but the first is closed on the kept connection and answered on a new one.
+    LoopbackServer server([](const LoopbackRequest& request) {
+        const bool isClosed = request.ordinal % 2 == 0;
+        return LoopbackReply{.body = "ok", .fault = isClosed ? LoopbackFault::CloseBeforeReply : LoopbackFault::None};
+    });
+    RestCaller caller;
+    for (int round = 0; round < 20; ++round) {
+        EXPECT_EQ(caller.get(server.obtainURL()).obtainBody(), "ok") << round;
+    }
+    EXPECT_EQ(server.countConnections(), 20U);
+}
+
 TEST(ICSHTTPPoolCenter, DoesNotSendAPostAgainThatTheServerMayBeWorkingOn) {
     bool isFirst = true;
     LoopbackServer server([&](const LoopbackRequest&) {

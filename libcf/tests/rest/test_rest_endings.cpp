@@ -120,7 +120,8 @@ TEST(RestEnding, TakesChunksForTheEndOnlyWhereTheResponseAnnouncesThem) {
 }
 
 TEST(RestEnding, KnowsChunksHoweverTheyAreAnnounced) {
-    for (const char* const value : {"chunked", "  CHUNKED \t", "identity, Chunked", "identity,chunked"}) {
+    for (const char* const value :
+         {"chunked", "  CHUNKED \t", "identity, Chunked", "identity,chunked", "identity, identity, chunked"}) {
         const std::string raw = std::string("HTTP/1.1 200 OK\r\ntransfer-ENCODING:") + value + "\r\n\r\n2\r\nok\r\n";
         EXPECT_EQ(getCutTLS(raw + "0\r\n\r\n").obtainBody(), "ok") << value;
         expectBreak(getCutTLS(raw), raw);

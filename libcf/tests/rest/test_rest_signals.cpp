@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "loopback_server.h"
 #include "rest/rest_caller.h"
@@ -137,4 +138,29 @@ TEST(RestSignals, DoesNotStopAHostWhoseServersVanish) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(requestFromVanishingServers(LoopbackTLS::Off), testing::ExitedWithCode(0), "");
     EXPECT_EXIT(requestFromVanishingServers(LoopbackTLS::Valid), testing::ExitedWithCode(0), "");
+}
+
+TEST(RestSignals, LeavesTheSignalToTheHostsFunctions) {
+    LoopbackServer server([](const LoopbackRequest&) {
+        return LoopbackReply{.body = "firstsecond", .fault = LoopbackFault::StallInBody, .faultAt = 5};
+    });
+    RestCaller caller;
+    int asked = 0;
+    int told = 0;
+    caller.settings.cancelled = [&] {
+        EXPECT_FALSE(isPipeSignalBlocked());
+        if (++asked == 3) {
+            server.releaseStalls();
+        }
+        return false;
+    };
+    CMRestPostRequest request;
+    request.setURL(server.obtainURL());
+    request.setBodyReceiver([&](std::string_view) {
+        EXPECT_FALSE(isPipeSignalBlocked());
+        ++told;
+    });
+    EXPECT_EQ(caller.post(request).code, 0);
+    EXPECT_GE(asked, 3);
+    EXPECT_GE(told, 2);
 }
