@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "loopback_server.h"
@@ -354,6 +356,24 @@ TEST(ICSRestClient, SetsAsideNoMoreThanASmallBodyNeeds) {
         ASSERT_EQ(result.obtainBody(), "ok");
         EXPECT_LT(result.response->getBufferString().capacity(), 1024U);
     }
+}
+
+TEST(ICSRestClient, LeavesTheProcessorAloneWhileABodyStalls) {
+    const auto measureProcessor = [] {
+        timespec used{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+        return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+    };
+    LoopbackServer server([](const LoopbackRequest&) {
+        return LoopbackReply{.body = "firstsecond",
+                             .fault = LoopbackFault::StallInBody,
+                             .faultAt = 5,
+                             .stallLimit = std::chrono::milliseconds(500)};
+    });
+    RestCaller caller;
+    const auto start = measureProcessor();
+    EXPECT_EQ(caller.get(server.obtainURL()).obtainBody(), "firstsecond");
+    EXPECT_LT(measureProcessor() - start, std::chrono::milliseconds(50));
 }
 
 TEST(ICSRestClient, DecompressesAGzipBody) {

@@ -76,6 +76,9 @@ TEST(CMRestBodyReceiver, IsToldOfAPieceBeforeTheNextOneComes) {
         receiving.pieces.emplace_back(bytes);
         server.releaseStalls();
     });
+    // On a kept connection: while it connects, libcurl wakes up by itself.
+    EXPECT_EQ(caller.post(receiving.request).code, 0);
+    receiving.pieces.clear();
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(caller.post(receiving.request).code, 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, 5s) << "the network was waited for before the piece was told";
