@@ -56,8 +56,9 @@ SLOW = [
 
 
 def limit_resources():
-    # A shell ignores the signal in what it runs in the background; kai's tests send it.
-    signal.signal(signal.SIGINT, signal.SIG_DFL)
+    # Whoever runs this in the background may have them ignored; the tests of kai send them.
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
+        signal.signal(number, signal.SIG_DFL)
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     resource.setrlimit(resource.RLIMIT_FSIZE, (LARGEST_FILE, LARGEST_FILE))
 
@@ -121,7 +122,8 @@ class Tree:
 
     def build_programs(self, programs):
         """Whether they could be built."""
-        targets = [pathlib.Path(program.path).name for program in programs]
+        # Both libraries as well, which are compared then.
+        targets = ["cf", "kai_internal", *(pathlib.Path(program.path).name for program in programs)]
         # kai is started by the tests of the host, whose program does not depend on it.
         targets += ["kai_program"] if "kai_program_test" in targets else []
         return subprocess.run(
