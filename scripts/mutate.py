@@ -306,7 +306,7 @@ def report(changes, outcomes):
 
 def main():
     parser = argparse.ArgumentParser(prog="scripts/mutate", add_help=False)
-    parser.add_argument("--count", type=int, default=200)
+    parser.add_argument("--count", type=int, default=260)
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("--list", action="store_true")
