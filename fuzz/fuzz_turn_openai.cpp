@@ -4,8 +4,10 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <span>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "cf/stream.h"
 #include "fuzz_require.h"
@@ -14,8 +16,7 @@
 
 namespace {
 
-/// A request of a conversation, and what the service answers when all is well. "*" stands for any one segment of a
-/// path.
+/// A request of a conversation, and what the service answers when all is well. "*" stands for an id.
 struct Exchange {
     const char* method;
     const char* path;
@@ -36,29 +37,35 @@ constexpr std::array kExchanges{
     Exchange{"DELETE", "/v1/assistants/*", "{}"},
 };
 
-std::string_view takeSegment(std::string_view& path) {
-    const std::string_view segment = path.substr(0, path.find('/'));
-    path.remove_prefix(std::min(segment.size() + 1, path.size()));
-    return segment;
+using Segments = std::span<const std::string_view>;
+
+std::vector<std::string_view> splitPath(std::string_view path) {
+    std::vector<std::string_view> segments;
+    std::size_t begin = 0;
+    for (std::size_t end = 0; (end = path.find('/', begin)) != std::string_view::npos; begin = end + 1) {
+        segments.push_back(path.substr(begin, end - begin));
+    }
+    segments.push_back(path.substr(begin));
+    return segments;
 }
 
-bool fits(std::string_view pattern, std::string_view path) {
-    if (std::count(pattern.begin(), pattern.end(), '/') != std::count(path.begin(), path.end(), '/')) {
-        return false;
+/// An empty id leaves its segment out: cfConcatURL writes one slash where an empty part stands.
+bool fits(Segments pattern, Segments path) {
+    if (pattern.empty() || path.empty()) {
+        return pattern.empty() && path.empty();
     }
-    while (!pattern.empty() || !path.empty()) {
-        const std::string_view wanted = takeSegment(pattern);
-        const std::string_view segment = takeSegment(path);
-        if (wanted == "*" ? segment.empty() || segment == "." || segment == ".." : segment != wanted) {
-            return false;
-        }
+    const bool isID = pattern.front() == "*";
+    if (isID && pattern.size() > 1 && fits(pattern.subspan(1), path)) {
+        return true;
     }
-    return true;
+    const bool isFitting = isID ? path.front() != "." && path.front() != ".." : path.front() == pattern.front();
+    return isFitting && fits(pattern.subspan(1), path.subspan(1));
 }
 
 std::size_t findExchange(const LoopbackRequest& request) {
+    const std::vector<std::string_view> path = splitPath(request.path);
     const auto* const found = std::find_if(kExchanges.begin(), kExchanges.end(), [&](const Exchange& exchange) {
-        return request.method == exchange.method && fits(exchange.path, request.path);
+        return request.method == exchange.method && fits(splitPath(exchange.path), path);
     });
     require(found != kExchanges.end(), "whatever ids the service gives, each request goes to one of its places");
     return static_cast<std::size_t>(found - kExchanges.begin());
@@ -101,6 +108,10 @@ void setModel(KAIAssistant_OPENAI& assistant, const char* model) {
     if (!assistant.setAssistantProperties(fill).empty()) {
         require(assistant.obtainAssistantID() == formerID, "settings that failed leave the assistant as it is");
         require(assistant.setAssistantProperties(fill).empty(), "settings can be sent again");
+    }
+    if (assistant.obtainAssistantID().empty()) {
+        // The service gave an empty id, which is what an assistant has that is not created yet.
+        require(assistant.setAssistantProperties(fill).empty(), "an assistant with an empty id can be created again");
     }
     require(!assistant.obtainAssistantID().empty(), "an assistant with settings is on the service");
 }

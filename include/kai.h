@@ -153,8 +153,8 @@ public:
     /// (COJson in cf/json.h) and compare its "api_host" with the hosts that you trust with the key; an empty value
     /// means the provider's default host.
     ///
-    /// A string that is moved in and has 64 bytes of capacity beyond its size, as those of serializeSession have, is
-    /// parsed without a copy.
+    /// A string that is moved in and has 64 bytes of capacity beyond its size is parsed without a copy. The strings of
+    /// serializeSession have them, but for OpenAI's, which are short.
     /// @return as createSession
     virtual std::pair<IKAISession*, std::string> restoreSession(std::string serializedSession) = 0;
 

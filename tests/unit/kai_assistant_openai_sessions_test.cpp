@@ -159,6 +159,16 @@ TEST_F(OpenAISessions, KeepWhatMeansSomethingInAURLInItsSegmentOfThePath) {
     EXPECT_EQ(takeRequests().at(0), "POST /v1/threads/a%2F..%2Fb%3Fc%3Dd%26e%252f/messages");
 }
 
+TEST_F(OpenAISessions, WithAnEmptyIdLeaveItsSegmentOutOfThePath) {
+    answer("POST /v1/threads", R"({"id":""})");
+    const auto session = createSession();
+    takeRequests();
+    KAIFreeObject(m_assistant->addMessage(session.get(), "q").first);
+    EXPECT_EQ(takeRequests().at(0), "POST /v1/threads/messages");
+    EXPECT_EQ(m_assistant->destroySession(session.get()), "");
+    EXPECT_EQ(takeRequests().at(0), "DELETE /v1/threads/");
+}
+
 TEST_F(OpenAISessions, WriteTheirTextInOrder) {
     const auto session = createSession();
     EXPECT_EQ(session->serializeSession(),

@@ -61,6 +61,16 @@ TEST_P(KAISessionChatText, HoldsEveryMemberInOrder) {
               R"({"role":"user","content":""},{"role":"assistant","content":"\"two\"\nlines"}]})");
 }
 
+TEST_P(KAISessionChatText, OfAConversationHasTheSpareCapacityToBeParsedInPlace) {
+    // What COJson::parseInPlace needs; its text would be copied otherwise.
+    constexpr std::size_t kPadding = 64;
+    for (std::size_t size = 0; size < 200; ++size) {
+        appendTurn(*m_session, std::string(size, 'q'), "a");
+        const std::string text = m_session->serializeSession();
+        EXPECT_GE(text.capacity() - text.size(), kPadding) << size;
+    }
+}
+
 TEST_P(KAISessionChatText, HoldsTheTemperatureAlsoWhenItWasNeverAssigned) {
     m_properties.changeSettings([](kai::AssistantSettings& settings) { settings.temperature = 0.75; });
     EXPECT_NE(m_session->serializeSession().find(R"("temperature":0.75,)"), std::string::npos);

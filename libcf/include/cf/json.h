@@ -59,7 +59,8 @@ public:
     /// Writes a value that is fixed except for one string: `before` and `after` are JSON text, written unchanged around
     /// the string. `writeFramed(R"({"role":"user","content":)", text, "}")` writes an object of two members.
     void writeFramed(std::string_view before, std::string_view text, std::string_view after);
-    /// The free capacity that a new writer's target needs so that one writeFramed() cannot reallocate it.
+    /// The free capacity that a new writer's target needs so that one writeFramed() cannot reallocate it. Hosts compile
+    /// this function in, so a later version of the library must not need more.
     [[nodiscard]] static constexpr std::size_t countMostFramed(std::string_view before, std::string_view text,
                                                                std::string_view after) noexcept {
         constexpr std::size_t kQuotes = 2;
