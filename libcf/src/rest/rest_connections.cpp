@@ -184,7 +184,7 @@ bool RestConnections::hasBodyToHandOver() {
 RestOutcome RestConnections::conclude(CMRestResult result) {
     RestReceipt& receipt = m_handle.obtainTransfer().obtainReceipt();
     RestOutcome outcome{.result = result};
-    outcome.body = std::move(receipt.obtainBody());
+    outcome.body = std::exchange(receipt.obtainBody(), std::string());
     outcome.responseBytes = receipt.countBodyBytes();
     outcome.firstByte = receipt.obtainFirstByte();
     outcome.isConnectionReused = m_handle.obtainTransfer().isConnectionReused();
