@@ -1,11 +1,15 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <string>
@@ -69,7 +73,50 @@ int acceptSecondHead(const LoopbackListener& listener) {
     return client;
 }
 
+/// What the system says of every connection's shortest round trip while this lives. On the loopback it is so short that
+/// no server could answer within it.
+class ShortestRoundTrip {
+public:
+    explicit ShortestRoundTrip(std::uint32_t microseconds) { s_microseconds = microseconds; }
+    ~ShortestRoundTrip() { s_microseconds = kMeasured; }
+    ShortestRoundTrip(const ShortestRoundTrip&) = delete;
+    ShortestRoundTrip& operator=(const ShortestRoundTrip&) = delete;
+
+    static void change(tcp_info& info) {
+        const std::int64_t microseconds = s_microseconds;
+        if (microseconds != kMeasured) {
+            info.tcpi_min_rtt = static_cast<std::uint32_t>(microseconds);
+        }
+    }
+
+private:
+    static constexpr std::int64_t kMeasured = -1;
+    static inline std::atomic<std::int64_t> s_microseconds = kMeasured;
+};
+
+/// Replies with the request's ordinal, after a pause.
+LoopbackServer::Handler answerAfter(std::chrono::milliseconds pause) {
+    return [pause](const LoopbackRequest& request) {
+        return LoopbackReply{.body = std::to_string(request.ordinal),
+                             .fault = pause > 0ms ? LoopbackFault::StallBeforeReply : LoopbackFault::None,
+                             .stallLimit = pause};
+    };
+}
+
 }  // namespace
+
+extern "C" __attribute__((visibility("default"))) int getsockopt(int descriptor, int level, int option, void* value,
+                                                                 socklen_t* size) noexcept {
+    using Function = int (*)(int, int, int, void*, socklen_t*);
+    static const auto system = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "getsockopt"));
+    const int result = system(descriptor, level, option, value, size);
+    // A kernel may know fewer members than the header, or more.
+    constexpr std::size_t kNeeded = offsetof(tcp_info, tcpi_min_rtt) + sizeof(tcp_info::tcpi_min_rtt);
+    if (result == 0 && level == IPPROTO_TCP && option == TCP_INFO && *size >= kNeeded) {
+        ShortestRoundTrip::change(*static_cast<tcp_info*>(value));
+    }
+    return result;
+}
 
 TEST(RestLateBytes, AreNotTheNextResponse) {
     for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
@@ -262,5 +309,37 @@ TEST(RestLateBytes, AreNotExpectedOfTLSWhichSendsItsTicketsBeforeTheResponse) {
     for (int round = 0; round < 50; ++round) {
         EXPECT_EQ(caller.get(server.obtainURL()).code, 0);
     }
+    EXPECT_EQ(server.countConnections(), 1U);
+}
+
+TEST(RestLateBytes, AreThoseThatComeWithinTheShortestRoundTripAfterTheRequest) {
+    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
+        LoopbackServer server(answerAfter(0ms), {.tls = tls});
+        RestCaller caller;
+        caller.settings.caBundleFile = server.obtainCAFile();
+        EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+        const ShortestRoundTrip roundTrip(900'000);
+        EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "3") << "sent again on a new connection";
+        EXPECT_EQ(server.requests().at(1).connection, 1U);
+        EXPECT_EQ(server.requests().at(2).connection, 2U);
+        EXPECT_EQ(server.countRequests(), 3U);
+    }
+}
+
+TEST(RestLateBytes, AreNotThoseThatComeAfterTheShortestRoundTrip) {
+    LoopbackServer server(answerAfter(50ms));
+    RestCaller caller;
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+    const ShortestRoundTrip roundTrip(10'000);
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "2");
+    EXPECT_EQ(server.countConnections(), 1U);
+}
+
+TEST(RestLateBytes, AreNotToldByARoundTripThatTheSystemHasNotMeasured) {
+    LoopbackServer server(answerAfter(0ms));
+    RestCaller caller;
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "1");
+    const ShortestRoundTrip roundTrip(~std::uint32_t{0});
+    EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "2");
     EXPECT_EQ(server.countConnections(), 1U);
 }
