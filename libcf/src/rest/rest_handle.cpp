@@ -80,7 +80,7 @@ void RestHandle::useTLSSettings(RestTLSSettings settings) {
     const bool isChanged = std::exchange(m_hasTLSSettings, true);
     m_tlsSettings = std::move(settings);
     if (isChanged) {
-        // The handle is replaced too: it caches TLS sessions, and resuming one skips the certificate check.
+        // The TLS sessions are dropped too: resuming one skips the certificate check.
         reopen();
     } else {
         setTLSOptions();

@@ -35,8 +35,8 @@ long toCurlTimeout(std::chrono::milliseconds limit, std::chrono::milliseconds pa
 }
 
 /// Whether a curl handle may run a second exchange. Until May 2023 libcurl kept a pointer to a freed header of the
-/// first, and used it when the first header line of the second response began with a blank. All versions from 8.2.0 have
-/// the correction.
+/// first, and used it when the first header line of the second response began with a blank. All versions from 8.2.0
+/// have the correction.
 bool isHandleReusable() noexcept {
     constexpr unsigned int kCorrected = 0x080200;
     static const bool isCorrected = curl_version_info(CURLVERSION_NOW)->version_num >= kCorrected;
