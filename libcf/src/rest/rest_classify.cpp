@@ -139,7 +139,7 @@ CMRestResult classifyEnding(const RestEnding& ending) {
         case CURLE_RECV_ERROR:
             return classifyBreak(ending);
         case CURLE_UNSUPPORTED_PROTOCOL:   // an answer without a status line
-        case CURLE_BAD_FUNCTION_ARGUMENT:  // a header line without a name, or a first one that continues another
+        case CURLE_BAD_FUNCTION_ARGUMENT:  // a header line without a name
         case CURLE_WEIRD_SERVER_REPLY:
         case CURLE_BAD_CONTENT_ENCODING:
             return CMRestResult::MalformedResponse;

@@ -34,33 +34,20 @@ RestHandle::~RestHandle() {
 
 void RestHandle::open() {
     const RestInheritanceMark mark;
-    m_tlsSessions.reset(curl_share_init());
     m_multi.reset(curl_multi_init());
     m_easy.reset(curl_easy_init());
-    if (!m_tlsSessions || !m_multi || !m_easy ||
-        curl_share_setopt(m_tlsSessions.get(), CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION) != CURLSHE_OK) {
+    if (!m_multi || !m_easy) {
         throw std::bad_alloc();
     }
     mark.markNewSockets();
-    m_isUsed = false;
-    configure();
+    m_transfer.attach(m_easy.get());
+    reset();
 }
 
 void RestHandle::close() noexcept {
     const SigpipeGuard guard;
     m_easy.reset();
     m_multi.reset();
-    m_tlsSessions.reset();
-}
-
-/// Replaces the curl handle and keeps the connections, which are the multi handle's.
-void RestHandle::renew() {
-    std::unique_ptr<CURL, EasyDeleter> easy(curl_easy_init());
-    if (!easy) {
-        throw std::bad_alloc();
-    }
-    m_easy = std::move(easy);
-    configure();
 }
 
 void RestHandle::reopen() {
@@ -80,7 +67,7 @@ void RestHandle::useTLSSettings(RestTLSSettings settings) {
     const bool isChanged = std::exchange(m_hasTLSSettings, true);
     m_tlsSettings = std::move(settings);
     if (isChanged) {
-        // The TLS sessions are dropped too: resuming one skips the certificate check.
+        // The handle is replaced too: it caches TLS sessions, and resuming one skips the certificate check.
         reopen();
     } else {
         setTLSOptions();

@@ -30,8 +30,7 @@ struct RestAttempt {
 };
 
 /// A curl handle that runs one exchange after another, with its connections and its options. Most options never change;
-/// those that are texts are set only if they differ from what the handle holds. With a libcurl that cannot reuse
-/// handles safely, each exchange gets a new one, which takes over the connections and the TLS sessions.
+/// those that are texts are set only if they differ from what the handle holds.
 class RestHandle {
 public:
     /// Throws std::bad_alloc.
@@ -74,14 +73,9 @@ private:
     struct MultiDeleter {
         void operator()(CURLM* handle) const noexcept { curl_multi_cleanup(handle); }
     };
-    struct ShareDeleter {
-        void operator()(CURLSH* share) const noexcept { curl_share_cleanup(share); }
-    };
 
     void open();
     void close() noexcept;
-    void renew();
-    void configure();
 
     template <typename Value>
     void set(CURLoption option, Value value) {
@@ -98,10 +92,8 @@ private:
     static CURLcode prepareTLS(CURL* easy, void* tlsContext, void* self) noexcept;
 
     RestTransfer m_transfer;  // outlives the handles: they call it while they are closed
-    std::unique_ptr<CURLSH, ShareDeleter> m_tlsSessions;
     std::unique_ptr<CURLM, MultiDeleter> m_multi;
     std::unique_ptr<CURL, EasyDeleter> m_easy;
-    bool m_isUsed = false;
     bool m_hasTLSSettings = false;
     RestTLSSettings m_tlsSettings;
     CURLcode m_optionError = CURLE_OK;

@@ -34,15 +34,6 @@ long toCurlTimeout(std::chrono::milliseconds limit, std::chrono::milliseconds pa
     return static_cast<long>(std::max(Count{1}, std::min(limit.count(), kLongest) - passed.count()));
 }
 
-/// Whether a curl handle may run a second exchange. Until May 2023 libcurl kept a pointer to a freed header of the
-/// first, and used it when the first header line of the second response began with a blank. All versions from 8.2.0
-/// have the correction.
-bool isHandleReusable() noexcept {
-    constexpr unsigned int kCorrected = 0x080200;
-    static const bool isCorrected = curl_version_info(CURLVERSION_NOW)->version_num >= kCorrected;
-    return isCorrected;
-}
-
 void addParams(RestHeaderList& headers, const CMRestParams& params, bool hasJSONBody) {
     for (const auto& [name, value] : params) {
         // A JSON body sets its own content type.
@@ -125,12 +116,6 @@ void RestHandle::setText(CURLoption option, std::string& held, const std::string
 
 void RestHandle::reset() {
     curl_easy_reset(m_easy.get());
-    configure();
-}
-
-/// Sets the options of a handle that has none.
-void RestHandle::configure() {
-    m_transfer.attach(m_easy.get());
     m_url.clear();
     m_userAgent.clear();
     m_proxyURL.clear();
@@ -159,7 +144,6 @@ void RestHandle::setConstantOptions() {
     // Empty, not unset: otherwise libcurl reads environment variables.
     set(CURLOPT_PROXY, "");
     set(CURLOPT_NOPROXY, "");
-    set(CURLOPT_SHARE, m_tlsSessions.get());
 }
 
 void RestHandle::setCallbacks() {
@@ -217,10 +201,6 @@ CURLcode RestHandle::prepareTLS(CURL* /*easy*/, void* tlsContext, void* self) no
 }
 
 bool RestHandle::setRequest(const RestExchange& exchange, const RestAttempt& attempt) {
-    if (m_isUsed && !isHandleReusable()) {
-        renew();
-    }
-    m_isUsed = true;
     const CMRestGlobalSettings& settings = exchange.settings;
     setText(CURLOPT_URL, m_url, exchange.url);
     setText(CURLOPT_USERAGENT, m_userAgent, settings.userAgent);

@@ -1,6 +1,7 @@
 #include "rest/rest_receipt.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "text/characters.h"
 
@@ -30,8 +31,15 @@ std::string_view obtainHeaderValue(std::string_view line) noexcept {
 
 }  // namespace
 
+CMRestResult RestReceipt::checkHeaderPiece(std::string_view piece) noexcept {
+    const bool isLineStart = !std::exchange(m_isLineBegun, true);
+    const bool continuesLine = isLineStart && (piece.starts_with(' ') || piece.starts_with('\t'));
+    return continuesLine ? CMRestResult::MalformedResponse : CMRestResult::Success;
+}
+
 CMRestResult RestReceipt::addHeaderLine(std::string_view line, long status) noexcept {
     m_headerBytes += line.size();
+    m_isLineBegun = false;
     if (m_headerBytes > kMostHeaderBytes) {
         return CMRestResult::OversizedResponse;
     }
@@ -43,7 +51,16 @@ CMRestResult RestReceipt::addHeaderLine(std::string_view line, long status) noex
         m_headers = RestHeaderBlock{.isFinal = status >= 200 || status == 101};
     } else if (line.starts_with('\r') || line.starts_with('\n')) {
         m_headers.isWhole = true;
-    } else if (isHeaderNamed(line, "Transfer-Encoding:")) {
+        m_isHeaderAwaited = m_isHeaderAwaited && !m_headers.isFinal;
+    } else {
+        m_isHeaderAwaited = false;
+        readHeader(line);
+    }
+    return CMRestResult::Success;
+}
+
+void RestReceipt::readHeader(std::string_view line) noexcept {
+    if (isHeaderNamed(line, "Transfer-Encoding:")) {
         m_headers.isChunked = m_headers.isChunked || endsChunked(obtainHeaderValue(line));
         m_headers.coding = addTransferCoding(m_headers.coding, obtainHeaderValue(line));
     } else if (isHeaderNamed(line, "Content-Length:")) {
@@ -51,7 +68,6 @@ CMRestResult RestReceipt::addHeaderLine(std::string_view line, long status) noex
     } else if (isHeaderNamed(line, "Content-Encoding:")) {
         m_headers.coding = addCoding(m_headers.coding, obtainHeaderValue(line));
     }
-    return CMRestResult::Success;
 }
 
 CMRestResult RestReceipt::addBody(char* bytes, std::size_t size, std::int64_t announced) {

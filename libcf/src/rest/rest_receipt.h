@@ -27,6 +27,13 @@ class RestReceipt {
 public:
     explicit RestReceipt(std::size_t bodyLimit = 0) noexcept : m_bodyLimit(bodyLimit) {}
 
+    /// Checks a piece of a header line while isHeaderAwaited(), before the whole line is added.
+    /// @return Success, or why the exchange must end
+    CMRestResult checkHeaderPiece(std::string_view piece) noexcept;
+    /// Whether the header lines so far were status lines and ends of blocks, and the next bytes belong to a header
+    /// line.
+    [[nodiscard]] bool isHeaderAwaited() const noexcept { return m_isHeaderAwaited; }
+
     /// Drops the header block. Called when a request is about to be sent: earlier headers are not part of its response.
     void forgetHeaders() noexcept { m_headers = {}; }
 
@@ -53,6 +60,7 @@ public:
     [[nodiscard]] std::optional<RestClock::time_point> obtainFirstByte() const noexcept { return m_firstByte; }
 
 private:
+    void readHeader(std::string_view line) noexcept;
     CMRestResult keepBody(std::string_view bytes, std::int64_t announced);
     CMRestResult keepDecoded(char* bytes, std::size_t size);
     void makeRoom(std::size_t size, std::int64_t announced);
@@ -60,6 +68,8 @@ private:
     std::size_t m_bodyLimit;
     RestHeaderBlock m_headers;
     std::size_t m_headerBytes = 0;
+    bool m_isHeaderAwaited = true;
+    bool m_isLineBegun = false;              ///< whether checkHeaderPiece() has seen the beginning of the next line
     std::unique_ptr<RestDecoder> m_decoder;  ///< null until the first bytes of a compressed body
     std::string m_body;
     std::size_t m_bodyBytes = 0;

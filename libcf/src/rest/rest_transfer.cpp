@@ -32,6 +32,7 @@ void RestTransfer::beginAttempt(const RestExchange& exchange, BodyReader body) {
     m_tlsConnection = nullptr;
     m_isReused = false;
     m_isConnectionDead = false;
+    setHeaderPreview(true);
 }
 
 void RestTransfer::end() noexcept {
@@ -83,6 +84,10 @@ void RestTransfer::giveUpConnection() noexcept {
     stop(CMRestResult::BrokenConnection);
 }
 
+void RestTransfer::setHeaderPreview(bool isWanted) noexcept {
+    curl_easy_setopt(m_easy, CURLOPT_HEADER, isWanted ? 1L : 0L);
+}
+
 /// Whether the data that arrives now was sent before the server can have read the whole request. A response takes a
 /// round trip after the request's last byte, and TCP has measured that round trip when the response is read.
 bool RestTransfer::isTooEarly() const noexcept {
@@ -105,17 +110,24 @@ std::size_t RestTransfer::receiveHeader(std::string_view line) noexcept {
         giveUpConnection();
         return 0;
     }
+    const bool isPreviewed = m_receipt.isHeaderAwaited();
     const CMRestResult result = m_receipt.addHeaderLine(line, ask<long>(CURLINFO_RESPONSE_CODE));
     if (result != CMRestResult::Success) {
         stop(result);
         return 0;
+    }
+    if (isPreviewed && !m_receipt.isHeaderAwaited()) {
+        setHeaderPreview(false);
     }
     return line.size();
 }
 
 std::size_t RestTransfer::receiveBody(char* bytes, std::size_t size) noexcept {
     try {
-        const CMRestResult result = m_receipt.addBody(bytes, size, ask<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T));
+        const CMRestResult result =
+            m_receipt.isHeaderAwaited()
+                ? m_receipt.checkHeaderPiece({bytes, size})
+                : m_receipt.addBody(bytes, size, ask<curl_off_t>(CURLINFO_CONTENT_LENGTH_DOWNLOAD_T));
         if (result != CMRestResult::Success) {
             stop(result);
             return 0;

@@ -23,9 +23,13 @@ namespace cf {
 /// last response: an error before it closes the connection, or a response to no request. They must not become the
 /// response to the next request. So a connection is checked right before it is used, and data that arrives sooner than
 /// a response can arrive is rejected.
+///
+/// Until May 2023 libcurl kept a pointer to the last header of a handle's previous response, which it had freed. A
+/// first header line that begins with a blank continues that header, and libcurl crashed. So each header line up to the
+/// first header is received as body too (CURLOPT_HEADER), which libcurl does before it stores the line.
 class RestTransfer {
 public:
-    /// @param easy  the handle to query in callbacks; borrowed
+    /// @param easy  the handle that calls back; borrowed
     void attach(CURL* easy) noexcept { m_easy = easy; }
 
     void beginExchange(const RestExchange& exchange) noexcept;
@@ -72,6 +76,7 @@ private:
     }
     void stop(CMRestResult result) noexcept { m_stop = result; }
     void giveUpConnection() noexcept;
+    void setHeaderPreview(bool isWanted) noexcept;
     [[nodiscard]] bool isReplayable(RestClock::time_point now) const noexcept;
     [[nodiscard]] bool isTooEarly() const noexcept;
     const SSL* obtainTLS() const noexcept;

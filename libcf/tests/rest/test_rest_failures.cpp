@@ -364,23 +364,3 @@ TEST(RestFailure, LeavesThePoolUsable) {
         EXPECT_TRUE(server.waitForOpenConnections(0));
     }
 }
-
-TEST(RestFailure, IsMalformedWhenTheFirstHeaderLineContinuesNone) {
-    // libcurl 7.88 would continue the last header of the handle's response before, whose memory is free.
-    for (const LoopbackTLS tls : {LoopbackTLS::Off, LoopbackTLS::Valid}) {
-        LoopbackServer server(
-            [](const LoopbackRequest& request) {
-                return request.ordinal % 2 == 1
-                           ? LoopbackReply{.headers = {{"X-Long", std::string(100, 'x')}}, .body = "ok"}
-                           : LoopbackReply{.raw = "HTTP/1.1 200 OK\r\n Folded: " + std::string(200, 'f') +
-                                                  "\r\nContent-Length: 6\r\n\r\nfolded"};
-            },
-            {.tls = tls});
-        RestCaller caller;
-        caller.settings.caBundleFile = server.obtainCAFile();
-        for (int round = 0; round < 20; ++round) {
-            EXPECT_EQ(caller.post(server.obtainURL(), "b").obtainBody(), "ok");
-            expectFailure(caller.post(server.obtainURL(), "b"), kMalformed);
-        }
-    }
-}

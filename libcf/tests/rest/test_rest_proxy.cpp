@@ -222,6 +222,31 @@ TEST(RestProxy, IsNamedWhenItRefusesATunnel) {
     }
 }
 
+TEST(RestProxy, CannotContinueAHeaderOfAnEarlierResponse) {
+    // libcurl 7.88 would use memory that it has freed. In the second case the tunnel's first header line is at fault.
+    const std::string folded = " Folded: " + std::string(200, 'f') + "\r\n\r\n";
+    for (const bool isProxyAtFault : {true, false}) {
+        bool isFolded = false;
+        LoopbackServer server(
+            [&](const LoopbackRequest&) {
+                return isFolded ? LoopbackReply{.raw = "HTTP/1.1 200 OK\r\n" + folded}
+                                : LoopbackReply{.headers = {{"X-Long", std::string(100, 'x')}}};
+            },
+            {.tls = LoopbackTLS::Valid});
+        RestCaller caller;
+        caller.settings.caBundleFile = server.obtainCAFile();
+        for (int round = 0; round < 5; ++round) {
+            const TunnelProxy proxy("HTTP/1.1 200 Connected\r\n" + (isProxyAtFault ? folded : "\r\n"));
+            caller.settings.proxyURL = "";
+            isFolded = false;
+            EXPECT_EQ(caller.get(server.obtainURL()).text, "");
+            caller.settings.proxyURL = proxy.obtainURL();
+            isFolded = !isProxyAtFault;
+            EXPECT_EQ(caller.get(server.obtainURL()).text, "The server's answer is not valid HTTP");
+        }
+    }
+}
+
 TEST(RestProxy, IsNamedWhenItIsNotThere) {
     LoopbackListener listener(0);
     const std::string authority = "127.0.0.1:" + std::to_string(listener.obtainPort());
