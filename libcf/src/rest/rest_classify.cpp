@@ -8,8 +8,11 @@ namespace cf {
 
 namespace {
 
-/// The longest header line that libcurl accepts. It reports a longer one as exhausted memory.
+/// The longest header line that libcurl accepts. libcurl 7.88 reports a longer one as exhausted memory.
 constexpr std::size_t kLongestHeaderLine = 100'000;
+
+/// A header line or a trailer was too long for libcurl. Newer versions name it CURLE_TOO_LARGE.
+constexpr auto kTooLarge = static_cast<CURLcode>(100);
 
 /// Whether the body is known to be complete.
 bool isBodyWhole(const RestEnding& ending) noexcept {
@@ -92,7 +95,7 @@ CMRestResult classifyTimeout(const RestEnding& ending) noexcept {
     return ending.isTLS && isServerReached ? CMRestResult::TLSTimeout : CMRestResult::ConnectTimeout;
 }
 
-/// libcurl reports a header line or a trailer that is too long for it as exhausted memory.
+/// libcurl 7.88 reports a header line or a trailer that is too long for it as exhausted memory.
 CMRestResult classifyExhaustion(const RestEnding& ending) {
     const bool isTrailer = ending.headers.isWhole && ending.headers.isFinal && ending.headers.isChunked;
     const bool hasLongLine = ending.isRequestBegun && ending.receivedBytes > kLongestHeaderLine;
@@ -105,6 +108,9 @@ CMRestResult classifyExhaustion(const RestEnding& ending) {
 }  // namespace
 
 CMRestResult classifyEnding(const RestEnding& ending) {
+    if (ending.code == kTooLarge) {
+        return CMRestResult::OversizedResponse;
+    }
     switch (ending.code) {
         case CURLE_OK:
             return classifyResponse(ending);

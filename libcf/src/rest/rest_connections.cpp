@@ -1,5 +1,6 @@
 #include "rest/rest_connections.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -16,6 +17,12 @@ using namespace std::chrono_literals;
 /// The interval between calls of `cancelled`. A network event may nearly double the wait, so it is well under 100 ms.
 constexpr auto kQuestionInterval = 40ms;
 constexpr auto kLongestWait = 10s;
+
+/// When an exchange must have ended.
+RestClock::time_point obtainDeadline(RestClock::time_point start, std::chrono::milliseconds limit) {
+    constexpr std::chrono::milliseconds kLongest = std::chrono::years(1);
+    return limit.count() <= 0 ? RestClock::time_point::max() : start + std::min(limit, kLongest);
+}
 
 unsigned startCountingForks() {
     watchForks();
@@ -78,6 +85,7 @@ void RestConnections::useTLSSettings(RestTLSSettings settings) {
 
 RestOutcome RestConnections::run(const RestExchange& exchange) {
     const RestClock::time_point start = RestClock::now();
+    m_deadline = obtainDeadline(start, exchange.settings.requestTimeout);
     RestTransfer& transfer = m_handle.obtainTransfer();
     leaveInherited();
     transfer.beginExchange(exchange);
@@ -156,7 +164,10 @@ std::optional<CMRestResult> RestConnections::advance(bool hasReceiver, std::chro
     if (hasReceiver && hasBodyToHandOver()) {
         return std::nullopt;
     }
-    const auto wait = static_cast<int>(longestWait.count());
+    // When libcurl 7.88 sends a request again, it sets its own timer for the whole time limit anew. It notices that the
+    // time is up whenever it is called.
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_deadline - RestClock::now());
+    const auto wait = static_cast<int>(std::clamp(left, std::chrono::milliseconds(1), longestWait).count());
     const bool isSound = curl_multi_poll(m_handle.obtainMulti(), nullptr, 0, wait, nullptr) == CURLM_OK;
     return isSound ? std::nullopt : std::optional(CMRestResult::Other);
 }

@@ -45,6 +45,7 @@ private:
     RestOutcome conclude(CMRestResult result);
 
     unsigned m_forkCount;
+    RestClock::time_point m_deadline;  ///< of the exchange that runs
     RestHandle m_handle;
 };
 

@@ -1,5 +1,7 @@
 #include "rest/rest_caller.h"
 
+#include <curl/curl.h>
+
 std::string describeRestCode(std::int32_t code) {
     return CF::obtainAppFactory()->obtainErrorTextService()->describe(code).message;
 }
@@ -56,4 +58,9 @@ RestResult RestCaller::remove(const std::string& url) {
 
 void RestCaller::recordTrace() {
     settings.trace = [this](const CMRestTraceRecord& record) { records.push_back(record); };
+}
+
+bool rejectsTransferCodings() {
+    constexpr unsigned int kRejecting = 0x080E00;
+    return curl_version_info(CURLVERSION_NOW)->version_num >= kRejecting;
 }

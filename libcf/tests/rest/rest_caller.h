@@ -71,6 +71,9 @@ private:
     RestResult run(const Request& request, Run runRequest);
 };
 
+/// Whether libcurl itself rejects transfer codings that it was not told to accept: 8.14.1 does, 7.88.1 does not.
+bool rejectsTransferCodings();
+
 /// The words for a result code.
 std::string describeRestCode(std::int32_t code);
 

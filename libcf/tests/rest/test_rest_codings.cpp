@@ -213,7 +213,7 @@ TEST(RestCoding, IsForgottenWithItsExchange) {
     EXPECT_EQ(server.countConnections(), 1U);
 }
 
-TEST(RestCoding, DecompressesATransferCodingThatNobodyAskedFor) {
+TEST(RestCoding, DecompressesATransferCodingThatNobodyAskedForUnlessLibcurlRejectsIt) {
     const std::string member = compress("member", kGzip);
     for (const bool isChunked : {false, true}) {
         const auto get = [&](const std::string& body) {
@@ -221,10 +221,14 @@ TEST(RestCoding, DecompressesATransferCodingThatNobodyAskedFor) {
             reply.framing = isChunked ? LoopbackFraming::Chunked : LoopbackFraming::UntilClose;
             return getReply(reply);
         };
+        expectFailure(get(member + "behind"), kMalformed, member.size());
+        if (rejectsTransferCodings()) {
+            expectFailure(get(member), kMalformed, 0);
+            continue;
+        }
         EXPECT_EQ(get(member).obtainBody(), "member");
         EXPECT_EQ(get(member + member).obtainBody(), "membermember");
         expectFailure(get(member.substr(0, member.size() - 1)), kBroken, member.size() - 1);
-        expectFailure(get(member + "behind"), kMalformed, member.size());
     }
     LoopbackReply reply{.headers = {{"Transfer-Encoding", "other"}}, .body = member};
     reply.framing = LoopbackFraming::Chunked;

@@ -172,7 +172,7 @@ TEST(ICSHTTPPoolCenter, GivesARequestThatItSendsAgainOnlyWhatIsLeftOfItsTime) {
         const bool isLast = request.ordinal > 2;
         return LoopbackReply{.raw = "",
                              .fault = LoopbackFault::StallBeforeReply,
-                             .stallLimit = isLast ? 0ms : 800ms,
+                             .stallLimit = isLast ? 0ms : 600ms,
                              .isClosedAfter = true};
     });
     RestCaller caller;
@@ -182,8 +182,8 @@ TEST(ICSHTTPPoolCenter, GivesARequestThatItSendsAgainOnlyWhatIsLeftOfItsTime) {
     const RestResult result = caller.get(server.obtainURL());
     EXPECT_EQ(result.code, static_cast<std::int32_t>(CMRestResult::RequestTimeout));
     EXPECT_EQ(server.countRequests(), 3U);
-    // Its whole time anew would be 1.8 seconds.
-    EXPECT_LT(std::chrono::steady_clock::now() - start, 1600ms);
+    // Its whole time anew would be 1.6 seconds.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1500ms);
 }
 
 TEST(ICSHTTPPoolCenter, ObeysAServerThatAnnouncesTheEndOfTheConnection) {
